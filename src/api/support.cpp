@@ -1,0 +1,147 @@
+#include "api/support.h"
+
+#include <libgen.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "nq360.h"
+
+namespace {
+
+// Room that must be left on the output's volume beyond a copy of both inputs: strictly more than 50 MiB.
+constexpr int64_t kRequiredHeadroom = 52428801;
+
+std::string lowered(const char* text) {
+    std::string copy = text ? text : "";
+    for (char& c : copy) {
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return copy;
+}
+
+bool stat_of(const char* path, struct stat* status) { return path && stat(path, status) == 0; }
+
+void replace_all(std::string& s, const char* from, const char* to) {
+    const size_t from_length = std::strlen(from);
+    const size_t to_length = std::strlen(to);
+    for (size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + to_length)) {
+        s.replace(at, from_length, to);
+    }
+}
+
+}  // namespace
+
+void get_extension(const char* path, char* out) {
+    const char* dot = path ? std::strrchr(path, '.') : nullptr;
+    std::strcpy(out, dot ? dot : "");
+}
+
+char* StrToLower(char* s) {
+    for (char* c = s; *c; ++c) {
+        *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+    }
+    return s;
+}
+
+bool isJpeg(const char* ext) {
+    const std::string lower = lowered(ext);
+    return lower == ".jpeg" || lower == ".jpg";
+}
+
+bool isMovie(const char* ext) {
+    const std::string lower = lowered(ext);
+    return lower == ".mov" || lower == ".mp4";
+}
+
+bool isCancelled(const char* marker_path) { return fileExists(marker_path); }
+
+bool fileExists(const char* path) {
+    struct stat status;
+    return stat_of(path, &status);
+}
+
+bool isRegularFile(const char* path) {
+    struct stat status;
+    return stat_of(path, &status) && S_ISREG(status.st_mode);
+}
+
+bool isSameFile(const char* path1, const char* path2) {
+    struct stat status1;
+    struct stat status2;
+    return stat_of(path1, &status1) && stat_of(path2, &status2) && status1.st_dev == status2.st_dev &&
+           status1.st_ino == status2.st_ino;
+}
+
+bool isWritable(const char* path) {
+    return access(fileExists(path) ? path : nq360_dirname(path), W_OK) == 0;
+}
+
+int remove_file(const char* path) {
+    struct stat status;
+    if (!path || lstat(path, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISLNK(status.st_mode))) {
+        return -1;
+    }
+    return remove(path);
+}
+
+char* nq360_dirname(const char* path) {
+    // The platform's dirname may cut its argument or answer with static storage; both end up in this copy.
+    thread_local std::string directory;
+    std::string copy = path ? path : "";
+    directory = dirname(copy.data());
+    return directory.data();
+}
+
+uint64_t nq360_filesize(const char* path, bool* is_dir) {
+    struct stat status;
+    if (!stat_of(path, &status)) {
+        return UINT64_MAX;
+    }
+    if (is_dir) {
+        *is_dir = S_ISDIR(status.st_mode);
+    }
+    return static_cast<uint64_t>(status.st_size);
+}
+
+uint64_t nq360_freesize(const char* path) {
+    bool is_dir = false;
+    const bool ask_itself = nq360_filesize(path, &is_dir) != UINT64_MAX && is_dir;
+    struct statvfs volume = {};
+    if (statvfs(ask_itself ? path : nq360_dirname(path), &volume) != 0) {
+        return 0;
+    }
+    return static_cast<uint64_t>(volume.f_bavail) * volume.f_frsize;
+}
+
+unsigned long long NQ360_freesize(const char* path) { return nq360_freesize(path); }
+
+int check_freesize(const char* input1, const char* input2, const char* output_path) {
+    // Unsigned, so that an input that vanished (all ones) adds one byte of room; deliberate.
+    const uint64_t size1 = input1 ? nq360_filesize(input1, nullptr) : 0;
+    const uint64_t size2 = input2 ? nq360_filesize(input2, nullptr) : 0;
+    const uint64_t room = NQ360_freesize(output_path) - (size1 + size2);
+    return static_cast<int64_t>(room) < kRequiredHeadroom ? -1 : 0;
+}
+
+void replace_string(std::string& s) {
+    replace_all(s, "\\", "\\\\");
+    replace_all(s, "\"", "\\\"");
+}
+
+int nq360_log(int /*level*/, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    return fputc('\n', stderr);
+}
+
+void nq360_set_log_level(int /*level*/) {}
+
+int nq360_update_frame(int64_t total) { return total < 1010 ? 10 : 100; }
