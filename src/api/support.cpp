@@ -116,7 +116,12 @@ uint64_t nq360_freesize(const char* path) {
     if (statvfs(ask_itself ? path : nq360_dirname(path), &volume) != 0) {
         return 0;
     }
-    return static_cast<uint64_t>(volume.f_bavail) * volume.f_frsize;
+    // Held to what check_freesize can subtract from: a file system without a limit must not look full.
+    uint64_t bytes = 0;
+    if (__builtin_mul_overflow(volume.f_bavail, volume.f_frsize, &bytes) || bytes > INT64_MAX) {
+        return INT64_MAX;
+    }
+    return bytes;
 }
 
 unsigned long long NQ360_freesize(const char* path) { return nq360_freesize(path); }
@@ -137,9 +142,12 @@ void replace_string(std::string& s) {
 int nq360_log(int /*level*/, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
+    flockfile(stderr);  // so that the lines of two threads do not mix
     vfprintf(stderr, format, arguments);
+    const int result = fputc('\n', stderr);
+    funlockfile(stderr);
     va_end(arguments);
-    return fputc('\n', stderr);
+    return result;
 }
 
 void nq360_set_log_level(int /*level*/) {}
