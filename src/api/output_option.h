@@ -1,0 +1,24 @@
+// The settings of one export, from the entry to the frame preparation and the writer.
+#pragma once
+
+#include "projection/correct_map.h"
+#include "projection/equidistant_map.h"
+#include "projection/image_frame.h"
+
+struct OutputOption {
+    RotationCorrect rotation{};  // radians; lens turns, two angles that stay 0, then the third angle
+    float start1 = 0;            // seconds; first and last instant of each input
+    float start2 = 0;
+    float end1 = 0;
+    float end2 = 0;
+    int32_t audio_source = 0;  // 0: input 1, 1: input 2, any other value: no sound
+    YuvCorrectMap correct1{};
+    YuvCorrectMap correct2{};
+    ImageSize output_size{0, 0};
+    ImageFrame band;         // rearranged for the stitcher; not loaded without a band
+    int32_t bandheight = 0;  // rows of the band's Y plane
+    double radius = 0;       // pixels from a lens circle's centre to 90 degrees off its axis
+    EquidistantTransMap transmap;
+    const char* datetime = nullptr;  // borrowed
+    int32_t update_frame = 10;       // frames between two progress replies; never 0
+};

@@ -1,0 +1,29 @@
+// Owners for FFmpeg's objects inside functions, and the names files go by.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/frame.h>
+#include <libswscale/swscale.h>
+}
+
+#include <memory>
+#include <string>
+
+struct FFmpegDeleter {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+    void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
+    void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
+    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+
+using FramePtr = std::unique_ptr<AVFrame, FFmpegDeleter>;
+using PacketPtr = std::unique_ptr<AVPacket, FFmpegDeleter>;
+using InputPtr = std::unique_ptr<AVFormatContext, FFmpegDeleter>;
+using CodecPtr = std::unique_ptr<AVCodecContext, FFmpegDeleter>;
+using ScalerPtr = std::unique_ptr<SwsContext, FFmpegDeleter>;
+
+// A path as a name that FFmpeg takes for nothing but a file: without the protocol, "a:b.mov" is an address.
+inline std::string file_url(const char* path) { return std::string("file:") + path; }

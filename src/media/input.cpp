@@ -1,0 +1,319 @@
+// Opening and decoding the inputs.
+#include <sys/stat.h>
+
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <limits>
+
+#include "api/support.h"
+#include "media/ffmpeg_ptr.h"
+#include "media/libavif.h"
+
+namespace {
+
+int index_of(int which) { return which ? 1 : 0; }
+
+// Why a path cannot be an input: a pipe or a device would block for ever.
+int not_a_file(const char* path) {
+    struct stat status;
+    if (!path || stat(path, &status) != 0) {
+        return AVERROR(ENOENT);
+    }
+    return S_ISDIR(status.st_mode) ? AVERROR(EISDIR) : AVERROR(EINVAL);
+}
+
+// Whatever name the demuxer makes up (it cuts long ones) or the file refers to: only the input is opened.
+int open_input_only(AVFormatContext* input, AVIOContext** io, const char* /*url*/, int flags, AVDictionary** options) {
+    return avio_open2(io, file_url(static_cast<const char*>(input->opaque)).c_str(), flags, &input->interrupt_callback,
+                      options);
+}
+
+int open_demuxer(const char* path, InputPtr* input) {
+    if (!isRegularFile(path)) {
+        return not_a_file(path);
+    }
+    AVFormatContext* context = avformat_alloc_context();
+    if (!context) {
+        return AVERROR(ENOMEM);
+    }
+    context->opaque = const_cast<char*>(path);
+    context->io_open = open_input_only;
+    // Pictures are single files: neither '%' nor '*' in a name is a pattern.
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "pattern_type", "none", 0);
+    const int result = avformat_open_input(&context, file_url(path).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    input->reset(result < 0 ? nullptr : context);  // freed by FFmpeg on failure
+    return result;
+}
+
+int open_decoder(const AVStream* stream, const AVCodec* codec, CodecPtr* decoder) {
+    decoder->reset(avcodec_alloc_context3(codec));
+    if (!*decoder) {
+        return AVERROR(ENOMEM);
+    }
+    const int result = avcodec_parameters_to_context(decoder->get(), stream->codecpar);
+    if (result < 0) {
+        return result;
+    }
+    (*decoder)->pkt_timebase = stream->time_base;
+    return avcodec_open2(decoder->get(), codec, nullptr);
+}
+
+const AVCodec* find_video_decoder(AVCodecID id) {
+    return id == AV_CODEC_ID_H264 ? avcodec_find_decoder_by_name("libopenh264") : avcodec_find_decoder(id);
+}
+
+double stream_seconds(const AVStream* stream) {
+    if (stream->duration == AV_NOPTS_VALUE || stream->time_base.den == 0) {
+        return -1.0;
+    }
+    return static_cast<double>(stream->time_base.num) / stream->time_base.den * static_cast<double>(stream->duration);
+}
+
+// Truncates to an int, held to the ends of its range; NaN gives 0.
+int64_t saturated_int(float value) {
+    if (std::isnan(value)) {
+        return 0;
+    }
+    if (value >= 2147483648.0f) {
+        return std::numeric_limits<int32_t>::max();
+    }
+    if (value <= -2147483648.0f) {
+        return std::numeric_limits<int32_t>::min();
+    }
+    return static_cast<int32_t>(value);
+}
+
+// Frames of 1001 ticks in `seconds`: exact for the camera's 30000/1001 frames a second at 1/30000; deliberate
+// for every other movie.
+int64_t frames_in(float seconds, AVRational time_base) {
+    return saturated_int(seconds * static_cast<float>(time_base.den) / static_cast<float>(time_base.num) / 1001.0f);
+}
+
+}  // namespace
+
+libavIF::libavIF(const char* path) : libavIF(path, nullptr) {}
+
+libavIF::libavIF(const char* path1, const char* path2)
+    : duration(-1.0),
+      width(0),
+      height(0),
+      frame_count(0),
+      last_pts{-1, -1},
+      audio_codec_id(AV_CODEC_ID_NONE),
+      error_code(0),
+      error_text{},
+      cancelled(false),
+      input_path{path1, path2},
+      input_name{path1 ? path1 : "", path2 ? path2 : ""},
+      input_format{},
+      video_decoder{},
+      audio_decoder{},
+      video_stream_index{-1, -1},
+      audio_stream_index{-1, -1},
+      is_still{false, false},
+      output_format(nullptr),
+      video_codec(nullptr),
+      audio_encoder_context(nullptr),
+      audio_codec(nullptr),
+      video_stream(nullptr),
+      sws_context(nullptr),
+      audio_stream(nullptr),
+      audio_frame(nullptr),
+      swr_context(nullptr),
+      audio_fifo(nullptr),
+      audio_pts(0),
+      video_encoder_context(nullptr),
+      next_video_pts(0) {
+    replace_string(input_name[0]);
+    replace_string(input_name[1]);
+}
+
+libavIF::~libavIF() {
+    close_input_file();
+    close_output_file();
+}
+
+int libavIF::fail(int code) {
+    error_code = code;
+    av_strerror(code, error_text, sizeof(error_text));
+    return code;
+}
+
+int libavIF::fail(int code, const char* format, ...) {
+    error_code = code;
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(error_text, sizeof(error_text), format, arguments);
+    va_end(arguments);
+    return code;
+}
+
+int libavIF::open_input_file(int which) {
+    const int i = index_of(which);
+    InputPtr input;
+    error_code = open_demuxer(input_path[i], &input);
+    if (error_code < 0) {
+        return fail(error_code);
+    }
+    error_code = avformat_find_stream_info(input.get(), nullptr);
+    if (error_code < 0) {
+        close_input_file();
+        return fail(error_code);
+    }
+    const int video = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (video < 0) {
+        close_input_file();
+        return fail(AVERROR_EXIT, "Not Found Video Stream");
+    }
+    const int audio = av_find_best_stream(input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (audio < 0 && audio != AVERROR_STREAM_NOT_FOUND) {
+        close_input_file();
+        return fail(AVERROR_EXIT, "Not Found Audio Stream");
+    }
+    const AVStream* stream = input->streams[video];
+    AVCodecContext* decoder = nullptr;
+    AVCodecContext* sound_decoder = nullptr;
+    if (open_video_decoder(stream, &decoder) < 0) {
+        return error_code;
+    }
+    CodecPtr decoder_owner(decoder);
+    if (audio >= 0 && open_audio_decoder(input->streams[audio], &sound_decoder) < 0) {
+        return error_code;
+    }
+    width = decoder->width;
+    height = decoder->height;
+    frame_count = stream->nb_frames;
+    duration = stream_seconds(stream);
+
+    avformat_close_input(&input_format[i]);
+    avcodec_free_context(&video_decoder[i]);
+    avcodec_free_context(&audio_decoder[i]);
+    is_still[i] = stream->nb_frames == 0;
+    video_stream_index[i] = video;
+    audio_stream_index[i] = audio >= 0 ? audio : -1;
+    input_format[i] = input.release();
+    video_decoder[i] = decoder_owner.release();
+    audio_decoder[i] = sound_decoder;
+    return 0;
+}
+
+int libavIF::open_video_decoder(const AVStream* stream, AVCodecContext** decoder) {
+    const AVCodec* codec = find_video_decoder(stream->codecpar->codec_id);
+    if (!codec) {
+        close_input_file();
+        return fail(AVERROR_EXIT, "Not Found Video Codec");
+    }
+    CodecPtr owner;
+    error_code = open_decoder(stream, codec, &owner);
+    if (error_code < 0) {
+        close_input_file();
+        return fail(error_code);
+    }
+    *decoder = owner.release();
+    return 0;
+}
+
+int libavIF::open_audio_decoder(const AVStream* stream, AVCodecContext** decoder) {
+    CodecPtr owner;
+    error_code = open_decoder(stream, avcodec_find_decoder(stream->codecpar->codec_id), &owner);
+    if (error_code < 0) {
+        close_input_file();
+        return fail(error_code);
+    }
+    audio_codec_id = stream->codecpar->codec_id;
+    *decoder = owner.release();
+    return 0;
+}
+
+void libavIF::close_input_file() {
+    for (int i = 0; i < 2; ++i) {
+        avcodec_free_context(&video_decoder[i]);
+        avcodec_free_context(&audio_decoder[i]);
+        avformat_close_input(&input_format[i]);
+    }
+}
+
+int libavIF::decode_packet(int which, AVPacket packet, AVFrame* frame, int* got_frame) {
+    const int i = index_of(which);
+    *got_frame = 0;
+    if (packet.stream_index != video_stream_index[i]) {
+        return packet.size;
+    }
+    int result = avcodec_send_packet(video_decoder[i], packet.size > 0 ? &packet : nullptr);
+    if (result < 0 && result != AVERROR_EOF) {  // told the end before: frames may still come
+        return fail(result);
+    }
+    result = avcodec_receive_frame(video_decoder[i], frame);
+    if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF) {
+        return fail(result);
+    }
+    error_code = 0;
+    if (result >= 0) {
+        *got_frame = 1;
+        frame->pts = frame->best_effort_timestamp;
+    }
+    return packet.size;
+}
+
+int libavIF::get_frame(AVFrame** frame) {
+    *frame = av_frame_alloc();
+    if (!*frame) {
+        return fail(AVERROR(ENOMEM));
+    }
+    bool found = false;
+    return decode_first_picture(*frame, &found);
+}
+
+int libavIF::decode_first_picture(AVFrame* frame, bool* found) {
+    PacketPtr packet(av_packet_alloc());
+    if (!packet) {
+        return fail(AVERROR(ENOMEM));
+    }
+    int got_frame = 0;
+    int result = 0;
+    while (!got_frame && (result = av_read_frame(input_format[0], packet.get())) >= 0) {
+        result = decode_packet(0, *packet, frame, &got_frame);
+        av_packet_unref(packet.get());
+        if (result < 0) {
+            return result;
+        }
+    }
+    if (!got_frame && result != AVERROR_EOF) {
+        return fail(result);
+    }
+    if (!got_frame) {
+        // The decoder may hold the only picture back until it is told the end.
+        packet->stream_index = video_stream_index[0];
+        decode_packet(0, *packet, frame, &got_frame);
+    }
+    *found = got_frame != 0;
+    return 0;
+}
+
+int libavIF::receive_frame_from_openh264(int which, AVFrame* frame, int* got_frame) {
+    const int i = index_of(which);
+    *got_frame = 0;
+    error_code = avcodec_receive_frame(video_decoder[i], frame);
+    if (error_code < 0) {
+        return fail(error_code);
+    }
+    *got_frame = 1;
+    frame->pts = last_pts[i];
+    last_pts[i] = frame->best_effort_timestamp;
+    return 0;
+}
+
+int64_t libavIF::duration_frame_count(int which, float start, float end) {
+    const int i = index_of(which);
+    const AVStream* stream = input_format[i]->streams[video_stream_index[i]];
+    const int64_t start_frames = frames_in(start, stream->time_base);
+    int64_t end_frames = frames_in(end, stream->time_base);
+    // Unsigned, so that a negative end is held to the stream's count too; deliberate.
+    if (static_cast<uint64_t>(end_frames) > static_cast<uint64_t>(stream->nb_frames)) {
+        end_frames = stream->nb_frames;
+    }
+    return end_frames - start_frames;
+}

@@ -1,0 +1,161 @@
+// libavIF: everything one job does with FFmpeg. One object holds one or two inputs and at most one output.
+//
+// Operations return 0 or more for success and a negative FFmpeg code for a failure, which is also left in
+// error_code with a text in error_text. An object is used by one thread at a time; objects are independent.
+// Wherever `which` chooses an input, 0 is the first and any other value the second.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/audio_fifo.h>
+#include <libavutil/frame.h>
+#include <libswresample/swresample.h>
+#include <libswscale/swscale.h>
+}
+
+#include <cstdint>
+#include <string>
+
+#include "nq360.h"
+#include "projection/image_frame.h"
+
+struct OutputOption;
+
+class libavIF {
+  public:
+    // The paths are borrowed and must outlive the object.
+    explicit libavIF(const char* path);
+    libavIF(const char* path1, const char* path2);
+    ~libavIF();
+    libavIF(const libavIF&) = delete;
+    libavIF& operator=(const libavIF&) = delete;
+
+    // --- input ---
+
+    // Opens an input with its video decoder and, if it has sound, its audio decoder. width, height, duration,
+    // frame_count and audio_codec_id describe the input opened last. A failure closes both inputs.
+    int open_input_file(int which);
+    void close_input_file();
+
+    bool hasVideo(int which) const { return video_stream_index[which ? 1 : 0] != -1; }
+    bool hasAudio(int which) const { return audio_stream_index[which ? 1 : 0] != -1; }
+
+    // Decodes one packet of the input, an empty one to drain. Always uses the packet up: returns its size, also
+    // for packets of other streams. A frame that came out carries its best-effort time in pts.
+    int decode_packet(int which, AVPacket packet, AVFrame* frame, int* got_frame);
+
+    // Decodes the first picture of input 0 into a new frame that the caller frees, whatever the result. At the
+    // end of the file the result is 0 even when no picture came: the frame is empty then.
+    int get_frame(AVFrame** frame);
+
+    // Takes the next frame from the decoder. Deliberately each frame carries the time of the one before it, as
+    // last_pts keeps it; the export's range is defined by these times.
+    int receive_frame_from_openh264(int which, AVFrame* frame, int* got_frame);
+
+    // Frames of 1001 ticks between two times in seconds, the end held to the stream's own count.
+    int64_t duration_frame_count(int which, float start, float end);
+
+    // --- thumbnail ---
+
+    // Writes the first picture of input 0 to `path`, `width` pixels wide (0: as wide as the input, which is
+    // also the most), turned as the EXIF orientation says.
+    int write_tuhmbnail(const char* path, int width, int orientation);
+
+    // Makes the scaler from input 0's decoded pictures to the output's. Always returns 0.
+    int init_sws_context();
+
+    // Copies a 4:2:0 picture turned by an EXIF orientation; src and dst have the same size and strides.
+    void rotate_frame(AVFrame* src, AVFrame* dst, int orientation);
+
+    // --- output ---
+
+    // Adds the video stream and opens its encoder. `source` chooses the input whose bit rate and time base are
+    // followed: 0, 1, or any other value for the input of the longer container duration.
+    int add_video_stream(AVCodecID codec_id, int width, int height, int source);
+
+    // Encodes and writes a frame. A null frame flushes: 0 while packets come, 1 when there are no more.
+    int write_video_frame(AVFrame* frame);
+
+    // Releases the output side; safe to call more than once.
+    void close_output_file();
+
+    // Writes the panorama of both inputs to `export_path`: the whole job of an export, with its progress
+    // replies. AVERROR_EXIT with `cancelled` set when the marker was seen.
+    int write_video(const char* export_path, const char* cancel_path, OutputOption option, NQ360_CALLBACK callback);
+
+    // Stitches one pair of decoded frames and encodes the result at the next time stamp. Throws a text when a
+    // frame is not what the tables were built for.
+    int convert_frame(AVFrame* frame1, AVFrame* frame2, const OutputOption& option);
+
+    // --- fields, in the order in which they are documented ---
+
+    double duration;      // seconds of the video stream; -1.0 when unknown
+    int32_t width;        // of the picture, not of the padded coded size
+    int32_t height;
+    int64_t frame_count;  // as the container tells; 0 when it does not
+    int64_t last_pts[2];  // time of the last frame taken from each decoder
+    AVCodecID audio_codec_id;
+    int32_t error_code;
+    char error_text[255];
+    bool cancelled;
+    const char* input_path[2];
+    std::string input_name[2];  // escaped for replies
+    AVFormatContext* input_format[2];
+    AVCodecContext* video_decoder[2];
+    AVCodecContext* audio_decoder[2];
+    int32_t video_stream_index[2];  // -1: none
+    int32_t audio_stream_index[2];
+    bool is_still[2];  // the container counts no frames, as for a picture
+
+    AVFormatContext* output_format;
+    const AVCodec* video_codec;
+    AVCodecContext* audio_encoder_context;
+    const AVCodec* audio_codec;
+    AVStream* video_stream;
+    SwsContext* sws_context;
+    AVStream* audio_stream;
+    AVFrame* audio_frame;
+    SwrContext* swr_context;
+    AVAudioFifo* audio_fifo;
+    int64_t audio_pts;  // samples
+
+    AVCodecContext* video_encoder_context;
+    int64_t next_video_pts;   // ticks of 1/1001 of a frame
+    std::string output_path;  // where the muxer's files go, whatever name it makes up
+
+  private:
+    // Leaves FFmpeg's text for `code`, and the code, and returns it.
+    int fail(int code);
+    // The same with a text of our own.
+    int fail(int code, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+    int open_video_decoder(const AVStream* stream, AVCodecContext** decoder);
+    int open_audio_decoder(const AVStream* stream, AVCodecContext** decoder);
+    int decode_first_picture(AVFrame* frame, bool* found);
+
+    // The container is guessed from the path, or has the format's name.
+    int open_output(const char* path);
+    int open_output_named(const char* path, const char* format);
+    int open_output_io();
+    int source_of_longer_duration() const;
+
+    int write_thumbnail_stream(int thumbnail_width, int thumbnail_height, int orientation);
+    int write_first_picture(int orientation);
+};
+
+// The new frame borrows the picture's planes, which must outlive it; the caller frees the frame. Null when
+// there is no memory for it.
+AVFrame* avframe_from_iamgeframe(ImageFrame frame);
+
+// A scaler between the sizes of two frames that reads the source as 4:2:2; the caller frees it.
+SwsContext* init_sws_context2(SwsContext** ctx, AVFrame* src, AVFrame* dst);
+
+// Orientation kernels on one plane: source byte (r, c), r < rows and c < width, goes to the index given; both
+// planes have `linesize` bytes a row and `rows` rows. What would land outside is dropped.
+void rotate_data0(uint8_t* src, uint8_t* dst, int linesize, int rows);                // whole rows, as they are
+void rotate_data90(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);    // row c, column width-1-r
+void rotate_data180(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);   // row rows-1-r, column width-1-c
+void rotate_data270(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);   // row width-1-c, column r
+uint8_t* mirror_horizontal(uint8_t* src, uint8_t* dst, int linesize, int rows);       // whole rows, bottom up; returns src
+void mirror_vertical(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);  // row r, column width-1-c

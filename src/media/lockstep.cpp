@@ -1,0 +1,152 @@
+#include "media/lockstep.h"
+
+#include <algorithm>
+#include <opencv2/core/utility.hpp>
+
+extern "C" {
+#include <libavutil/error.h>
+}
+
+namespace {
+
+// Widens a range so that a frame exactly on a bound counts as inside.
+constexpr float kBoundMargin = 1e-8f;
+
+}  // namespace
+
+int LockstepInput::read_packet() {
+    while (wants_frame() && needs_packet && !packet_read) {
+        const int packet = source->read();
+        if (packet < 0) {
+            return packet;
+        }
+        if (packet == LockstepSource::kVideo) {
+            packet_read = true;
+        } else if (packet == LockstepSource::kEndOfFile) {
+            packet_read = true;
+            at_end_of_file = true;
+            wants_sound = false;
+        } else if (packet == LockstepSource::kSound && wants_sound) {
+            bool past_end = false;
+            const int result = source->write_sound(&past_end);
+            if (result < 0) {
+                return result;
+            }
+            wants_sound = !past_end;
+        }
+    }
+    return 0;
+}
+
+int LockstepInput::decode() {
+    if (!wants_frame()) {
+        return 0;
+    }
+    if (packet_read) {
+        packet_read = false;
+        needs_packet = false;
+        const int result = source->send();
+        if (result < 0) {
+            return result;
+        }
+    }
+    double seconds = 0;
+    const int result = source->receive(&seconds);
+    if (result == LockstepSource::kFrame) {
+        judge(seconds);
+    } else if (result == LockstepSource::kNeedsPacket && !at_end_of_file) {
+        needs_packet = true;
+    } else if (result >= 0) {
+        ended = true;
+    }
+    // A movie without frames makes no pair; a still without its picture is a broken file.
+    return ended && still && frames == 0 ? AVERROR_EOF : std::min(result, 0);
+}
+
+void LockstepInput::judge(double seconds) {
+    // In single precision, as the range is: the time of a frame exactly on a bound compares equal to it.
+    const auto time = static_cast<float>(seconds);
+    if (!still && time < start - kBoundMargin) {
+        return;
+    }
+    if (!still && time > end + kBoundMargin) {
+        ended = true;
+        return;
+    }
+    frame_ready = true;
+    ++frames;
+}
+
+int LockstepInput::finish_sound() {
+    while (wants_sound && !at_end_of_file) {
+        const int packet = source->read();
+        if (packet < 0) {
+            return packet;
+        }
+        at_end_of_file = packet == LockstepSource::kEndOfFile;
+        if (packet == LockstepSource::kSound) {
+            bool past_end = false;
+            const int result = source->write_sound(&past_end);
+            if (result < 0) {
+                return result;
+            }
+            wants_sound = !past_end;
+        }
+    }
+    return 0;
+}
+
+bool Lockstep::can_pair() const {
+    return !done_ && std::none_of(std::begin(inputs_), std::end(inputs_),
+                                  [](const LockstepInput* input) { return input->ended && !input->frame_ready; });
+}
+
+int Lockstep::decode_both() {
+    int results[2] = {0, 0};
+    cv::parallel_for_(cv::Range(0, 2), [&](const cv::Range& range) {
+        for (int i = range.start; i < range.end; ++i) {
+            results[i] = inputs_[i]->decode();
+        }
+    });
+    return results[0] < 0 ? results[0] : results[1];
+}
+
+int Lockstep::next_pair() {
+    while (can_pair()) {
+        if (!inputs_[0]->wants_frame() && !inputs_[1]->wants_frame()) {
+            return 1;
+        }
+        for (LockstepInput* input : inputs_) {
+            const int result = input->read_packet();
+            if (result < 0) {
+                return result;
+            }
+        }
+        const int result = decode_both();
+        if (result < 0) {
+            return result;
+        }
+    }
+    return 0;
+}
+
+void Lockstep::pair_done() {
+    for (LockstepInput* input : inputs_) {
+        input->take_frame();
+    }
+    // Two stills (or movies whose containers count no frames) make one panorama.
+    done_ = inputs_[0]->still && inputs_[1]->still;
+}
+
+int Lockstep::finish_sound() {
+    for (LockstepInput* input : inputs_) {
+        // A still ends with its picture, with what sound came before it.
+        const int result = input->still ? 0 : input->finish_sound();
+        if (result < 0) {
+            return result;
+        }
+    }
+    return 0;
+}
+
+int64_t Lockstep::count() const { return std::max(inputs_[0]->frames, inputs_[1]->frames); }

@@ -1,0 +1,76 @@
+// Which frames of two inputs are stitched together, apart from how they are read and decoded.
+//
+// Both inputs are read in turn: each up to its next video packet, sound going to the writer as it is met; then
+// both decoders take their packet and may deliver a frame. Frames before an input's start are dropped, the first
+// one after its end ends it. When both inputs have a frame the pair is complete. A still's only frame stays and
+// goes with every frame of the movie.
+//
+// Decoders hold back none, one or two frames; only telling them the end brings these out. So an input is read
+// until its decoder says that it has no frame yet, and at the end of the file the decoder is told and asked on
+// until it says that it has no more.
+#pragma once
+
+#include <cstdint>
+
+// What the lockstep needs of an input's demuxer and decoder. Results below 0 are FFmpeg's error codes.
+class LockstepSource {
+  public:
+    enum Packet { kVideo, kSound, kOther, kEndOfFile };
+    enum Frame { kFrame, kNeedsPacket, kNoMore };
+
+    virtual ~LockstepSource() = default;
+    virtual int read() = 0;  // a Packet: the next one of the file, which the source keeps
+    virtual int write_sound(bool* past_end) = 0;  // the sound packet read last; whether it lies past the range
+    virtual int send() = 0;                       // hands the video packet read last, or the end, to the decoder
+    virtual int receive(double* seconds) = 0;     // a Frame, and its time
+};
+
+// One input: its flags, and the steps that change them.
+struct LockstepInput {
+    LockstepSource* source = nullptr;
+    bool still = false;
+    float start = 0;  // seconds
+    float end = 0;
+    bool wants_sound = false;  // the input whose sound is copied, until the sound is done
+
+    bool frame_ready = false;
+    bool ended = false;        // no frame comes any more: end of file, or one past the range
+    bool packet_read = false;  // a packet, or the end, waits to be sent
+    bool needs_packet = true;  // the decoder said so
+    bool at_end_of_file = false;
+    int64_t frames = 0;  // frames that became ready
+
+    bool wants_frame() const { return !frame_ready && !ended; }
+
+    int read_packet();    // up to the next video packet, if the decoder needs one; on the caller's thread
+    int decode();         // sends it and takes what comes; may run beside the other input's
+    int finish_sound();   // reads on for sound alone
+    void take_frame() { frame_ready = still; }
+
+  private:
+    void judge(double seconds);
+};
+
+class Lockstep {
+  public:
+    Lockstep(LockstepInput* input1, LockstepInput* input2) : inputs_{input1, input2} {}
+
+    // Advances both inputs to their next pair. 1: both frames are ready; 0: there is no further pair.
+    int next_pair();
+
+    // To be called once the pair has been used.
+    void pair_done();
+
+    // After the last pair: the sound that lies behind it.
+    int finish_sound();
+
+    // The number of the pair that is ready, counted from 1.
+    int64_t count() const;
+
+  private:
+    bool can_pair() const;
+    int decode_both();
+
+    LockstepInput* inputs_[2];
+    bool done_ = false;
+};
