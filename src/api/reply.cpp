@@ -14,7 +14,9 @@
 
 namespace {
 
-const char* or_empty(const char* text) { return text ? text : ""; }
+const char* or_empty(const char* text) {
+    return text ? text : "";
+}
 
 std::string escaped(const char* text) {
     std::string copy = or_empty(text);

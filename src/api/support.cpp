@@ -1,14 +1,14 @@
 #include "api/support.h"
 
-#include <libgen.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
-
 #include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+
+#include <libgen.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include "nq360.h"
 
@@ -25,7 +25,9 @@ std::string lowered(const char* text) {
     return copy;
 }
 
-bool stat_of(const char* path, struct stat* status) { return path && stat(path, status) == 0; }
+bool stat_of(const char* path, struct stat* status) {
+    return path && stat(path, status) == 0;
+}
 
 void replace_all(std::string& s, const char* from, const char* to) {
     const size_t from_length = std::strlen(from);
@@ -59,7 +61,9 @@ bool isMovie(const char* ext) {
     return lower == ".mov" || lower == ".mp4";
 }
 
-bool isCancelled(const char* marker_path) { return fileExists(marker_path); }
+bool isCancelled(const char* marker_path) {
+    return fileExists(marker_path);
+}
 
 bool fileExists(const char* path) {
     struct stat status;
@@ -124,7 +128,9 @@ uint64_t nq360_freesize(const char* path) {
     return bytes;
 }
 
-unsigned long long NQ360_freesize(const char* path) { return nq360_freesize(path); }
+unsigned long long NQ360_freesize(const char* path) {
+    return nq360_freesize(path);
+}
 
 int check_freesize(const char* input1, const char* input2, const char* output_path) {
     // Unsigned, so that an input that vanished (all ones) adds one byte of room; deliberate.
@@ -152,4 +158,6 @@ int nq360_log(int /*level*/, const char* format, ...) {
 
 void nq360_set_log_level(int /*level*/) {}
 
-int nq360_update_frame(int64_t total) { return total < 1010 ? 10 : 100; }
+int nq360_update_frame(int64_t total) {
+    return total < 1010 ? 10 : 100;
+}

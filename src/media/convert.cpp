@@ -2,6 +2,8 @@
 #include <stdexcept>
 #include <string>
 
+#include <opencv2/imgproc.hpp>
+
 #include "api/output_option.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
@@ -22,7 +24,9 @@ bool is_420(const AVFrame* frame) {
     return frame->format == AV_PIX_FMT_YUV420P || frame->format == AV_PIX_FMT_YUVJ420P;
 }
 
-std::string size_text(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
+std::string size_text(int width, int height) {
+    return std::to_string(width) + "x" + std::to_string(height);
+}
 
 // The decoder may deliver other formats and sizes than the container announced.
 void check_format(const AVFrame* frame, int input) {
@@ -54,9 +58,13 @@ FramePtr make_frame_420(int width, int height) {
 }
 
 // Full-range 4:2:2 is read as limited range too, deliberately: both lenses are treated alike.
-PictureFormat as_422(const AVFrame* frame) { return {frame->width, frame->height, AV_PIX_FMT_YUV422P}; }
+PictureFormat as_422(const AVFrame* frame) {
+    return {frame->width, frame->height, AV_PIX_FMT_YUV422P};
+}
 
-PictureFormat as_420(const AVFrame* frame) { return {frame->width, frame->height, AV_PIX_FMT_YUV420P}; }
+PictureFormat as_420(const AVFrame* frame) {
+    return {frame->width, frame->height, AV_PIX_FMT_YUV420P};
+}
 
 // The frame as 4:2:0 of `size`. A scaler that is already there is used as it is, deliberately also for the
 // second input; otherwise one is made and kept for the pair.
@@ -72,7 +80,9 @@ FramePtr converted_to_420(const AVFrame* frame, ImageSize size, ScalerPtr* scale
     return result;
 }
 
-bool any_enabled(const YuvCorrectMap& map) { return map.yenabled || map.uenabled || map.venabled; }
+bool any_enabled(const YuvCorrectMap& map) {
+    return map.yenabled || map.uenabled || map.venabled;
+}
 
 // The lens picture of a frame, corrected.
 ImageFrame lens_picture(AVFrame* frame, const YuvCorrectMap& correction) {

@@ -26,4 +26,6 @@ using CodecPtr = std::unique_ptr<AVCodecContext, FFmpegDeleter>;
 using ScalerPtr = std::unique_ptr<SwsContext, FFmpegDeleter>;
 
 // A path as a name that FFmpeg takes for nothing but a file: without the protocol, "a:b.mov" is an address.
-inline std::string file_url(const char* path) { return std::string("file:") + path; }
+inline std::string file_url(const char* path) {
+    return std::string("file:") + path;
+}

@@ -1,10 +1,10 @@
 // Opening and decoding the inputs.
-#include <sys/stat.h>
-
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <limits>
+
+#include <sys/stat.h>
 
 #include "api/support.h"
 #include "media/ffmpeg_ptr.h"
@@ -12,7 +12,9 @@
 
 namespace {
 
-int index_of(int which) { return which ? 1 : 0; }
+int index_of(int which) {
+    return which ? 1 : 0;
+}
 
 // Why a path cannot be an input: a pipe or a device would block for ever.
 int not_a_file(const char* path) {
@@ -126,7 +128,8 @@ libavIF::libavIF(const char* path1, const char* path2)
       audio_fifo(nullptr),
       audio_pts(0),
       video_encoder_context(nullptr),
-      next_video_pts(0) {
+      next_video_pts(0),
+      sound_input(0) {
     replace_string(input_name[0]);
     replace_string(input_name[1]);
 }
@@ -296,13 +299,21 @@ int libavIF::decode_first_picture(AVFrame* frame, bool* found) {
 int libavIF::receive_frame_from_openh264(int which, AVFrame* frame, int* got_frame) {
     const int i = index_of(which);
     *got_frame = 0;
-    error_code = avcodec_receive_frame(video_decoder[i], frame);
+    error_code = receive_lagging_frame(video_decoder[i], frame, &last_pts[i]);
     if (error_code < 0) {
         return fail(error_code);
     }
     *got_frame = 1;
-    frame->pts = last_pts[i];
-    last_pts[i] = frame->best_effort_timestamp;
+    return 0;
+}
+
+int receive_lagging_frame(AVCodecContext* decoder, AVFrame* frame, int64_t* last_pts) {
+    const int result = avcodec_receive_frame(decoder, frame);
+    if (result < 0) {
+        return result;
+    }
+    frame->pts = *last_pts;
+    *last_pts = frame->best_effort_timestamp;
     return 0;
 }
 

@@ -88,10 +88,38 @@ class libavIF {
     // frame is not what the tables were built for.
     int convert_frame(AVFrame* frame1, AVFrame* frame2, const OutputOption& option);
 
+    // --- sound ---
+
+    // Writes the sound of input 0 alone, as 16-bit stereo PCM. AVERROR_EXIT with `cancelled` set when the marker
+    // was seen. bit_rate 0: the source's.
+    int write_audio(const char* audio_path, const char* cancel_path, int bit_rate, NQ360_CALLBACK callback);
+
+    // The steps of the sound: the output stream with its encoder, the resampler to it, and the samples' queue.
+    int add_audio_stream(AVCodecID codec_id, int bit_rate);
+    int init_swr_context();
+    int init_audio_fifo();
+
+    // Decodes a packet of the input's sound and queues what begins within `start` to `end` seconds (0 or less:
+    // open); sets *finished at sound behind the end. Returns the samples queued.
+    int read_decode_stroe(int input, AVPacket* packet, int* finished, float start, float end);
+
+    // Encodes and writes one block of the queue, at most the encoder's frame size.
+    int load_encode_write();
+
+    // Encodes and writes a block; a null frame flushes.
+    int encode_audio_frame(AVFrame* frame, int* got_packet);
+
+    // The export's step for one packet: queues it and writes every full block, and the rest once *finished. A
+    // failure closes the output. The packet is unreferenced.
+    int wtire_audio2(int input, AVPacket* packet, int* finished, int frame_size, float start, float end);
+
+    // Samples in a block: the encoder's frame size, or 1000 where it has none.
+    int audio_block_size() const;
+
     // --- fields, in the order in which they are documented ---
 
-    double duration;      // seconds of the video stream; -1.0 when unknown
-    int32_t width;        // of the picture, not of the padded coded size
+    double duration;  // seconds of the video stream; -1.0 when unknown
+    int32_t width;    // of the picture, not of the padded coded size
     int32_t height;
     int64_t frame_count;  // as the container tells; 0 when it does not
     int64_t last_pts[2];  // time of the last frame taken from each decoder
@@ -123,6 +151,7 @@ class libavIF {
     AVCodecContext* video_encoder_context;
     int64_t next_video_pts;   // ticks of 1/1001 of a frame
     std::string output_path;  // where the muxer's files go, whatever name it makes up
+    int sound_input;          // the input that the sound output is set up for
 
   private:
     // Leaves FFmpeg's text for `code`, and the code, and returns it.
@@ -142,7 +171,29 @@ class libavIF {
 
     int write_thumbnail_stream(int thumbnail_width, int thumbnail_height, int orientation);
     int write_first_picture(int orientation);
+
+    int open_video_output(const char* export_path, const OutputOption& option);
+    int check_video_output(ImageSize size);
+    int add_sound_output(int audio_source);
+    void seek_to_start(int which, float start);
+    void equalize_lengths(OutputOption* option) const;
+    int write_pairs(const OutputOption& option, const std::string& export_name, const char* cancel_path,
+                    NQ360_CALLBACK callback);
+    bool report_progress(int64_t count, int interval, const std::string& export_name, const char* cancel_path,
+                         NQ360_CALLBACK callback) const;
+    int report_failed_step(int result, const char* step1, const char* step2);
+    int finish_video();
+
+    int open_audio_output(const char* audio_path, int bit_rate);
+    int store_samples(const AVFrame* frame, const AVCodecContext* decoder);
+    int copy_sound(const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback);
+    int write_remaining_sound();
+    int flush_audio_encoder();
 };
+
+// Takes the decoder's next frame, as receive_frame_from_openh264 does: its pts is *last_pts, which becomes the
+// frame's own time. Returns FFmpeg's code. May run beside the other input's.
+int receive_lagging_frame(AVCodecContext* decoder, AVFrame* frame, int64_t* last_pts);
 
 // The new frame borrows the picture's planes, which must outlive it; the caller frees the frame. Null when
 // there is no memory for it.
@@ -153,9 +204,9 @@ SwsContext* init_sws_context2(SwsContext** ctx, AVFrame* src, AVFrame* dst);
 
 // Orientation kernels on one plane: source byte (r, c), r < rows and c < width, goes to the index given; both
 // planes have `linesize` bytes a row and `rows` rows. What would land outside is dropped.
-void rotate_data0(uint8_t* src, uint8_t* dst, int linesize, int rows);                // whole rows, as they are
-void rotate_data90(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);    // row c, column width-1-r
-void rotate_data180(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);   // row rows-1-r, column width-1-c
-void rotate_data270(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);   // row width-1-c, column r
-uint8_t* mirror_horizontal(uint8_t* src, uint8_t* dst, int linesize, int rows);       // whole rows, bottom up; returns src
+void rotate_data0(uint8_t* src, uint8_t* dst, int linesize, int rows);               // whole rows, as they are
+void rotate_data90(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);   // row c, column width-1-r
+void rotate_data180(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);  // row rows-1-r, column width-1-c
+void rotate_data270(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);  // row width-1-c, column r
+uint8_t* mirror_horizontal(uint8_t* src, uint8_t* dst, int linesize, int rows);  // whole rows, bottom up; returns src
 void mirror_vertical(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);  // row r, column width-1-c

@@ -1,6 +1,7 @@
 #include "media/lockstep.h"
 
 #include <algorithm>
+
 #include <opencv2/core/utility.hpp>
 
 extern "C" {
@@ -149,4 +150,6 @@ int Lockstep::finish_sound() {
     return 0;
 }
 
-int64_t Lockstep::count() const { return std::max(inputs_[0]->frames, inputs_[1]->frames); }
+int64_t Lockstep::count() const {
+    return std::max(inputs_[0]->frames, inputs_[1]->frames);
+}

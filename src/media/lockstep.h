@@ -19,7 +19,7 @@ class LockstepSource {
     enum Frame { kFrame, kNeedsPacket, kNoMore };
 
     virtual ~LockstepSource() = default;
-    virtual int read() = 0;  // a Packet: the next one of the file, which the source keeps
+    virtual int read() = 0;                       // a Packet: the next one of the file, which the source keeps
     virtual int write_sound(bool* past_end) = 0;  // the sound packet read last; whether it lies past the range
     virtual int send() = 0;                       // hands the video packet read last, or the end, to the decoder
     virtual int receive(double* seconds) = 0;     // a Frame, and its time
@@ -42,9 +42,9 @@ struct LockstepInput {
 
     bool wants_frame() const { return !frame_ready && !ended; }
 
-    int read_packet();    // up to the next video packet, if the decoder needs one; on the caller's thread
-    int decode();         // sends it and takes what comes; may run beside the other input's
-    int finish_sound();   // reads on for sound alone
+    int read_packet();   // up to the next video packet, if the decoder needs one; on the caller's thread
+    int decode();        // sends it and takes what comes; may run beside the other input's
+    int finish_sound();  // reads on for sound alone
     void take_frame() { frame_ready = still; }
 
   private:

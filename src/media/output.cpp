@@ -67,7 +67,9 @@ int open_output_only(AVFormatContext* output, AVIOContext** io, const char* /*ur
 
 }  // namespace
 
-int libavIF::open_output(const char* path) { return open_output_named(path, nullptr); }
+int libavIF::open_output(const char* path) {
+    return open_output_named(path, nullptr);
+}
 
 int libavIF::open_output_named(const char* path, const char* format) {
     if (!path) {

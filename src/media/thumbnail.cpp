@@ -19,7 +19,9 @@ void for_each_byte(const uint8_t* src, int linesize, int width, int rows, Place 
     }
 }
 
-uint8_t* row_of(uint8_t* plane, int linesize, int row) { return plane + static_cast<ptrdiff_t>(row) * linesize; }
+uint8_t* row_of(uint8_t* plane, int linesize, int row) {
+    return plane + static_cast<ptrdiff_t>(row) * linesize;
+}
 
 void copy_row(uint8_t* src, uint8_t* dst, int linesize, int from, int to) {
     std::memcpy(row_of(dst, linesize, to), row_of(src, linesize, from), static_cast<size_t>(linesize));
@@ -55,7 +57,9 @@ void fill_black(AVFrame* frame) {
     }
 }
 
-bool is_planar_420(AVPixelFormat format) { return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P; }
+bool is_planar_420(AVPixelFormat format) {
+    return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P;
+}
 
 PictureFormat format_of(const AVFrame* frame) {
     return {frame->width, frame->height, static_cast<AVPixelFormat>(frame->format)};
@@ -152,8 +156,8 @@ int libavIF::write_tuhmbnail(const char* path, int requested_width, int orientat
     if (open_output(path) < 0 && open_output_named(path, "jpeg") < 0) {
         return fail(AVERROR_EXIT, "Colud Not Open OutputFile:%s", path);
     }
-    const int result = write_thumbnail_stream(static_cast<int>(width_wanted), static_cast<int>(height_wanted),
-                                              orientation);
+    const int result =
+        write_thumbnail_stream(static_cast<int>(width_wanted), static_cast<int>(height_wanted), orientation);
     close_output_file();
     return result;
 }
@@ -210,8 +214,8 @@ int libavIF::write_first_picture(int orientation) {
     if (!sws_context) {
         return fail(AVERROR(EINVAL));
     }
-    result = sws_scale(sws_context, decoded->data, decoded->linesize, 0, decoded->height, scaled->data,
-                       scaled->linesize);
+    result =
+        sws_scale(sws_context, decoded->data, decoded->linesize, 0, decoded->height, scaled->data, scaled->linesize);
     if (result < 0) {
         return fail(result);
     }

@@ -2,8 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <opencv2/core.hpp>
 #include <vector>
+
+#include <opencv2/core.hpp>
 
 // Pixels.
 struct ImageSize {

@@ -1,0 +1,269 @@
+#include "api/analyze.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "api/reply.h"
+#include "api/support.h"
+#include "api/thrown_text.h"
+#include "media/libavif.h"
+#include "metadata/exif.h"
+#include "metadata/jpeg.h"
+#include "metadata/mov.h"
+#include "metadata/spherical.h"
+#include "nq360.h"
+
+namespace {
+
+struct Request {
+    const char* input_path;
+    const char* thumbnail_path;
+    int thumbnail_width;
+    int write_flag;
+};
+
+// The two texts of the stitching software's metadata, released together.
+struct ViewerTexts {
+    ViewerTexts() = default;
+    ~ViewerTexts() {
+        std::free(software);
+        std::free(date);
+    }
+    ViewerTexts(const ViewerTexts&) = delete;
+    ViewerTexts& operator=(const ViewerTexts&) = delete;
+
+    char* software = nullptr;
+    char* date = nullptr;
+};
+
+std::string extension_of(const char* path) {
+    std::vector<char> extension(path ? std::strlen(path) + 1 : 1);
+    get_extension(path, extension.data());
+    return extension.data();
+}
+
+int reply_unknown(const char* tag, const char* input_path, const char** json_out) {
+    const std::string text = thrown_text();
+    *json_out = make_json_errstr1(input_path, "an unknown error occurred", text.c_str(), 19999, -1);
+    nq360_log(3, "[%s] an unknown error occurred errnum:%d error:%s:", tag, -1, text.c_str());
+    return -1;
+}
+
+int reply_failure(const char* tag, const char* step, const Request& request, libavIF* media, const char* errstr,
+                  int errnum, const char** json_out) {
+    *json_out = make_json_errstr1(request.input_path, errstr, media->error_text, errnum, media->error_code);
+    media->close_input_file();
+    nq360_log(3, "[%s] %s error errnum:%d error:%s:", tag, step, media->error_code, media->error_text);
+    return -1;
+}
+
+int reply_not_opened(const char* tag, const Request& request, libavIF* media, const char** json_out) {
+    return reply_failure(tag, "open_inputfile", request, media, "Could Not open file", 10001, json_out);
+}
+
+int reply_no_thumbnail(const char* tag, const Request& request, libavIF* media, const char** json_out) {
+    return reply_failure(tag, "write_tuhmbnail", request, media, "Could Not Write Thumbnail", 19999, json_out);
+}
+
+void fill_result(const libavIF& media, const _exif& exif, bool is_target, bool is_picture, AnalyzeResult* result) {
+    result->width = media.width;
+    result->height = media.height;
+    result->duration = media.duration;
+    result->frame_count = media.frame_count;
+    result->maker = exif.maker;
+    result->model = exif.model;
+    result->orientation = exif.orientation;
+    result->capture_mode = exif.capture_mode;
+    result->multi_capture = exif.multi_capture;
+    result->camera_orientation = exif.camera_orientation;
+    result->isTarget = is_target;
+    result->is_picture = is_picture;
+}
+
+int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* result) {
+    static const char* const kTag = "NQ360_analyze_jpeg";
+    libavIF media(request.input_path);
+    if (!isRegularFile(request.input_path)) {
+        // A pipe or a device would block the reader of the segments.
+        media.open_input_file(0);
+        return reply_not_opened(kTag, request, &media, json_out);
+    }
+    _jpeg file(request.input_path, false);
+    uint8_t* block = nullptr;
+    char* xmp = nullptr;
+    if (file.exif_data(&block) != 0) {
+        nq360_log(1, "[NQ360_analyze_jpeg] exif not found");
+    }
+    if (file.xml_data(&xmp) != 0) {
+        nq360_log(1, "[NQ360_analyze_jpeg] xmp not found");
+    }
+    file.close_stream();
+    _exif exif(block, file.exif_length);
+    ViewerTexts texts;
+    const int viewer = isTALUMO360Viewer(xmp, &texts.software, &texts.date);
+    const bool target = exif.isTarget() || viewer == 0;
+
+    if (media.open_input_file(0) != 0) {
+        return reply_not_opened(kTag, request, &media, json_out);
+    }
+    const bool wants_thumbnail = request.thumbnail_path && (request.write_flag != 0 || target);
+    if (wants_thumbnail &&
+        media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
+        return reply_no_thumbnail(kTag, request, &media, json_out);
+    }
+    *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software, texts.date,
+                                  target, wants_thumbnail, "JPEG");
+    fill_result(media, exif, target, true, result);
+    return 0;
+}
+
+int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* result) {
+    static const char* const kTag = "NQ360_analyze_movie";
+    libavIF media(request.input_path);
+    if (!isRegularFile(request.input_path)) {
+        // A pipe or a device would block the reader of the atoms.
+        media.open_input_file(0);
+        return reply_not_opened(kTag, request, &media, json_out);
+    }
+    _mov file(request.input_path, false);
+    uint8_t* block = nullptr;
+    char* xmp = nullptr;
+    file.exif_data(&block);
+    file.xml_data(&xmp);
+    file.close_stream();
+    _exif exif(block, file.exif_length);
+    ViewerTexts texts;
+    const int viewer = isTALUMO360Viewer(xmp, &texts.software, &texts.date);
+    nq360_log(1, "[NQ360_analyze_movie] isTALUMO360 %d", viewer);
+    bool target = exif.isTarget() || viewer == 0;
+    nq360_log(1, "[NQ360_analyze_movie] isTarget %d", target);
+
+    if (media.open_input_file(0) != 0) {
+        nq360_log(1, "[NQ360_analyze_movie] open_inputfile error");
+        return reply_not_opened(kTag, request, &media, json_out);
+    }
+    // The camera records PCM: a movie with AAC has been through other software, whatever its metadata says.
+    target = target && media.audio_codec_id != AV_CODEC_ID_AAC;
+    nq360_log(1, "[NQ360_analyze_movie] codec_id:%d:", media.audio_codec_id);
+    nq360_log(1, "[NQ360_analyze_movie] isTarget__:%d:", target);
+    nq360_log(1, "[NQ360_analyze_movie] thumbnail_path:%s:", request.thumbnail_path ? request.thumbnail_path : "");
+    nq360_log(1, "[NQ360_analyze_movie] writeFlag:%d:", request.write_flag);
+    const bool wants_thumbnail = request.thumbnail_path && (request.write_flag != 0 || target);
+    if (wants_thumbnail &&
+        media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
+        return reply_no_thumbnail(kTag, request, &media, json_out);
+    }
+    *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software, texts.date,
+                                  target, wants_thumbnail, "MOVIE");
+    fill_result(media, exif, target, false, result);
+    return 0;
+}
+
+// The entry's checks and the workflow; 0 or -1 with the reply in *json_out.
+int analyze(const Request& request, const char** json_out) {
+    const auto fail = [&](int errnum, const char* errstr) {
+        *json_out = make_json_errstr1(request.input_path, errstr, "", errnum, -1);
+        return -1;
+    };
+    if (!fileExists(request.input_path)) {
+        return fail(10000, "Input file not exiists");
+    }
+    if (request.thumbnail_path) {
+        if (!isWritable(request.thumbnail_path) || isSameFile(request.input_path, request.thumbnail_path)) {
+            return fail(10003, "tumbnail not writable");
+        }
+        if (check_freesize(nullptr, nullptr, request.thumbnail_path) != 0) {
+            return fail(10004, "disk is full");
+        }
+    }
+    const std::string extension = extension_of(request.input_path);
+    AnalyzeResult result;
+    int outcome = -1;
+    if (isJpeg(extension.c_str())) {
+        outcome = _NQ360_analyze_jpeg(request.input_path, request.thumbnail_path, request.thumbnail_width,
+                                      request.write_flag, json_out, &result);
+    } else if (isMovie(extension.c_str())) {
+        outcome = _NQ360_analyze_movie(request.input_path, request.thumbnail_path, request.thumbnail_width,
+                                       request.write_flag, json_out, &result);
+    } else {
+        fail(10001, "Not Movie & JPEG");
+    }
+    if (outcome != 0) {
+        // No half-written thumbnail survives. An earlier one goes too, deliberately: it no longer tells the truth.
+        remove_file(request.thumbnail_path);
+    }
+    return outcome;
+}
+
+}  // namespace
+
+void init_analyze_result(AnalyzeResult* result) {
+    *result = AnalyzeResult();
+}
+
+int _NQ360_analyze_jpeg(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
+                        const char** json_out, AnalyzeResult* result) {
+    nq360_log(1, "[NQ360_analyze_jpeg] start:%s:", input_path);
+    *json_out = nullptr;
+    try {
+        const int outcome = analyze_jpeg({input_path, thumbnail_path, thumbnail_width, writeFlag}, json_out, result);
+        if (outcome == 0) {
+            nq360_log(1, "[NQ360_analyze_jpeg] end:%s:", input_path);
+        }
+        return outcome;
+    } catch (...) {
+        return reply_unknown("NQ360_analyze_jpeg", input_path, json_out);
+    }
+}
+
+int _NQ360_analyze_movie(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
+                         const char** json_out, AnalyzeResult* result) {
+    nq360_log(1, "[NQ360_analyze_movie] start:%s:", input_path);
+    *json_out = nullptr;
+    try {
+        const int outcome = analyze_movie({input_path, thumbnail_path, thumbnail_width, writeFlag}, json_out, result);
+        if (outcome == 0) {
+            nq360_log(1, "[NQ360_analyze_movie] end:%s:", input_path);
+        }
+        return outcome;
+    } catch (...) {
+        return reply_unknown("NQ360_analyze_movie", input_path, json_out);
+    }
+}
+
+int _NQ360_export_analyze(const char* input_path, AnalyzeResult* result) {
+    const std::string extension = extension_of(input_path);
+    const char* json = nullptr;
+    int outcome = -1;
+    if (isJpeg(extension.c_str())) {
+        outcome = _NQ360_analyze_jpeg(input_path, nullptr, 0, 0, &json, result);
+    } else if (isMovie(extension.c_str())) {
+        outcome = _NQ360_analyze_movie(input_path, nullptr, 0, 0, &json, result);
+    }
+    std::free(const_cast<char*>(json));
+    return outcome;
+}
+
+int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
+                        NQ360_CALLBACK callback) {
+    try {
+        const char* reply = nullptr;
+        const int outcome = analyze({input_path, thumbnail_path, thumbnail_width, writeFlag}, &reply);
+        send_reply(callback, outcome == 0 ? NQ360_FINISHED : NQ360_FAILED, reply);
+        return 0;
+    } catch (...) {
+        const std::string text = thrown_text();
+        if (!isSameFile(input_path, thumbnail_path)) {
+            remove_file(thumbnail_path);
+        }
+        if (!callback) {
+            return 0;
+        }
+        send_reply(callback, NQ360_FAILED,
+                   make_json_errstr1(input_path, "an unknown error occurred", text.c_str(), 19999, -1));
+        return -1;
+    }
+}

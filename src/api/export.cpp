@@ -1,0 +1,300 @@
+#include "api/export.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "api/analyze.h"
+#include "api/reply.h"
+#include "api/support.h"
+#include "api/thrown_text.h"
+#include "media/libavif.h"
+#include "metadata/jpeg.h"
+#include "metadata/mov.h"
+#include "metadata/spherical.h"
+#include "projection/loading.h"
+#include "soavfunc.h"
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// cv::remap takes at most this many pixels a side, of its source stack and of its output.
+constexpr int64_t kMostRemapSide = 32766;
+
+struct Paths {
+    const char* movie1;
+    const char* movie2;
+    const char* output;
+};
+
+struct Freer {
+    void operator()(char* text) const { std::free(text); }
+};
+
+double radians(double degrees) {
+    return degrees * kPi / 180;
+}
+
+int fail(const Paths& paths, const char* errstr, const char* api_errstr, int errnum, int api_errnum,
+         const char** json_out) {
+    *json_out = make_json_errstr3(paths.movie1, paths.movie2, paths.output, errstr, api_errstr, errnum, api_errnum);
+    return -1;
+}
+
+// How a picture's orientation turns its lens. The signs are opposite for the two lenses on purpose: they face
+// opposite ways.
+double orientation_turn(int orientation) {
+    switch (orientation) {
+        case 8:
+            return 3 * kPi / 2;
+        case 6:
+            return kPi / 2;
+        case 3:
+            return kPi;
+        default:
+            return 0;
+    }
+}
+
+// Radius in pixels of the circle that is 90 degrees off the lens axis, by the camera's recording width; 0 for
+// a width that the camera does not record.
+double projection_radius(int width) {
+    switch (width) {
+        case 1440:
+            return 675.0;
+        case 1936:
+            return 907.0;
+        case 3888:
+            return 1821.0;
+        default:
+            return 0;
+    }
+}
+
+int analyze_input(const Paths& paths, const char* input_path, const char* errstr, AnalyzeResult* result,
+                  const char** json_out) {
+    const int outcome = _NQ360_export_analyze(input_path, result);
+    if (outcome != 0) {
+        fail(paths, errstr, "[_NQ360_export_analyze]:analyze error", 30001, outcome, json_out);
+    }
+    return outcome;
+}
+
+int check_sizes(const Paths& paths, const AnalyzeResult& input1, const AnalyzeResult& input2, const char** json_out) {
+    // The missing colon after "height1" is part of the established text.
+    if (input1.width != input2.width || input1.height != input2.height) {
+        nq360_log(1, "[_NQ360_export_analyze] size error width1:%d width2:%d height1%d height2:%d", input1.width,
+                  input2.width, input1.height, input2.height);
+        char text[255];
+        snprintf(text, sizeof(text), "[_NQ360_export_analyze]:size error width1:%d width2:%d height1%d height2:%d",
+                 input1.width, input2.width, input1.height, input2.height);
+        return fail(paths, "Movie/Image different width or height", text, 30001, -1, json_out);
+    }
+    if (projection_radius(input1.width) == 0) {
+        char text[255];
+        snprintf(text, sizeof(text), "[_NQ360_export_analyze]:size error width:%d", input1.width);
+        return fail(paths, "Movie/Image width not in 3888 , 1936 , 1440", text, 30001, -1, json_out);
+    }
+    return 0;
+}
+
+// What the picture functions would assert or cv::remap refuse; each throws a text for the person who asked.
+void check_geometry(const OutputOption& option, ImageSize lens) {
+    const ImageSize output = option.output_size;
+    if (output.width < 2 || output.height < 2 || output.width > kMostRemapSide || output.height > kMostRemapSide) {
+        throw std::runtime_error("the panorama's sides must be 2 to " + std::to_string(kMostRemapSide) +
+                                 " pixels, not " + std::to_string(output.width) + " x " +
+                                 std::to_string(output.height));
+    }
+    if (option.radius >= lens.height / 2.0) {
+        throw std::runtime_error("the lens pictures are too small for the lens circle: " + std::to_string(lens.width) +
+                                 " x " + std::to_string(lens.height));
+    }
+    const int64_t stack = 2 * static_cast<int64_t>(lens.height) + option.bandheight;
+    if (stack > kMostRemapSide) {
+        throw std::runtime_error("the lens pictures and the band picture are " + std::to_string(stack) +
+                                 " rows high, more than the " + std::to_string(kMostRemapSide) +
+                                 " that can be stitched; take a flatter band picture");
+    }
+}
+
+void load_band(const char* band_path, int width, OutputOption* option) {
+    option->band = ImageFrame();
+    option->bandheight = 0;
+    if (!band_path) {
+        return;
+    }
+    if (isRegularFile(band_path)) {
+        option->band = imageframe_from_bandfile(band_path, width, FRAME_TYPE_YUV420);
+    }
+    if (option->band.frameType == FRAME_TYPE_NOTLOAD || option->band.YUVMats.size() != 3) {
+        throw std::runtime_error(std::string("the band picture cannot be read: ") + band_path);
+    }
+    option->bandheight = option->band.YUVMats[0].rows;
+}
+
+// Turns the lenses as the pictures lie, and builds the tables.
+void prepare_projection(const char* band_path, const AnalyzeResult& input1, const AnalyzeResult& input2,
+                        OutputOption* option) {
+    const ImageSize lens = {input1.width, input1.height};
+    option->rotation.frame1angle -= orientation_turn(input1.orientation);
+    option->rotation.frame2angle += orientation_turn(input2.orientation);
+    option->radius = projection_radius(lens.width);
+    check_geometry(*option, lens);
+    load_band(band_path, lens.width, option);
+    check_geometry(*option, lens);
+    option->transmap =
+        create_equidistantmap(option->output_size, lens, option->radius, option->bandheight, option->rotation);
+}
+
+int64_t total_frames(libavIF* media, const OutputOption& option) {
+    const int64_t count1 = media->duration_frame_count(0, option.start1, option.end1);
+    const int64_t count2 = media->duration_frame_count(1, option.start2, option.end2);
+    if (count1 == 0) {
+        return count2;
+    }
+    return count2 == 0 ? count1 : std::min(count1, count2);
+}
+
+// The panorama's own metadata, so that viewers show it as one.
+void write_metadata(const char* export_path, bool picture, const OutputOption& option) {
+    const std::unique_ptr<char, Freer> text(TALUMO360ViewerMetadata(
+        picture, option.output_size.width, option.output_size.height, option.datetime ? option.datetime : ""));
+    if (picture) {
+        _jpeg file(export_path, true);
+        file.wtire_xmp_data(text.get());
+        file.close_stream();
+    } else {
+        _mov file(export_path, true);
+        file.wtire_xml_data(text.get());
+        file.close_stream();
+    }
+}
+
+int write_panorama(const Paths& paths, const char* cancel_path, bool both_pictures, OutputOption* option,
+                   const char** json_out, int* cancelled_out, NQ360_CALLBACK callback) {
+    libavIF media(paths.movie1, paths.movie2);
+    if (media.open_input_file(0) != 0 || media.open_input_file(1) != 0) {
+        return fail(paths, "Could not open file", media.error_text, 30001, media.error_code, json_out);
+    }
+    const int64_t total = total_frames(&media, *option);
+    option->update_frame = nq360_update_frame(total);
+    if (callback) {
+        send_reply(callback, NQ360_STARTED,
+                   make_json_result3(paths.movie1, paths.movie2, paths.output, NQ360_STARTED,
+                                     static_cast<unsigned long long>(total)));
+    }
+    if (media.write_video(paths.output, cancel_path, *option, callback) != 0) {
+        *cancelled_out = media.cancelled;
+        return media.cancelled
+                   ? fail(paths, "Canceled", media.error_text, 39999, -1, json_out)
+                   : fail(paths, "Could not write video", media.error_text, 39999, media.error_code, json_out);
+    }
+    media.close_input_file();
+    write_metadata(paths.output, both_pictures, *option);
+    *json_out = make_json_result3(paths.movie1, paths.movie2, paths.output, NQ360_FINISHED, ~0ULL);
+    return 0;
+}
+
+// Whether the output path is a file that this call reads or watches.
+bool is_own_input(const char* output, std::initializer_list<const char*> inputs) {
+    return std::any_of(inputs.begin(), inputs.end(), [=](const char* path) { return isSameFile(output, path); });
+}
+
+}  // namespace
+
+int _NQ360_export(const char* movie_path1, const char* movie_path2, const char* export_path, const char* band_path,
+                  const char* cancel_path, OutputOption option, const char** json_out, int* cancelled_out,
+                  NQ360_CALLBACK callback) {
+    nq360_log(1, "[_NQ360_export]");
+    *json_out = nullptr;
+    *cancelled_out = 0;
+    const Paths paths = {movie_path1, movie_path2, export_path};
+    AnalyzeResult input1;
+    AnalyzeResult input2;
+    int outcome = analyze_input(paths, movie_path1, "Analyze Error InputFile1", &input1, json_out);
+    if (outcome == 0) {
+        outcome = analyze_input(paths, movie_path2, "Analyze Error InputFile2", &input2, json_out);
+    }
+    if (outcome != 0) {
+        return outcome;
+    }
+    nq360_log(1, "[_NQ360_export_analyze] frame_count1:%ld frame_count2:%ld", static_cast<long>(input1.frame_count),
+              static_cast<long>(input2.frame_count));
+    if (check_sizes(paths, input1, input2, json_out) != 0) {
+        return -1;
+    }
+    prepare_projection(band_path, input1, input2, &option);
+    return write_panorama(paths, cancel_path, input1.is_picture && input2.is_picture, &option, json_out, cancelled_out,
+                          callback);
+}
+
+int NQ360_export(const char* movie_path1, const char* movie_path2, const char* export_path, const char* band_path,
+                 int width, int height, int angle, int y1, int u1, int v1, int y2, int u2, int v2, int audio_source,
+                 const char* datetime, const char* cancel_path, NQ360_CALLBACK callback, float angle1, float angle2,
+                 float start1, float start2, float end1, float end2) {
+    const Paths paths = {movie_path1, movie_path2, export_path};
+    const auto refuse = [&](int errnum, const char* errstr) {
+        const char* reply = nullptr;
+        fail(paths, errstr, "", errnum, -1, &reply);
+        send_reply(callback, NQ360_FAILED, reply);
+        return 0;
+    };
+    bool output_is_ours = false;  // only then may a failure remove it
+    try {
+        if (!fileExists(movie_path1)) {
+            return refuse(30000, "Input file1 not exiists");
+        }
+        if (!fileExists(movie_path2)) {
+            return refuse(30000, "Input file2 not exiists");
+        }
+        if (export_path) {
+            if (!isWritable(export_path) ||
+                is_own_input(export_path, {movie_path1, movie_path2, band_path, cancel_path})) {
+                return refuse(30003, "export file not writable");
+            }
+            if (check_freesize(movie_path1, movie_path2, export_path) != 0) {
+                return refuse(30004, "disk is full");
+            }
+            output_is_ours = true;
+        }
+        OutputOption option;
+        option.rotation = {radians(angle1), radians(angle2), 0, 0, radians(angle)};
+        option.start1 = start1;
+        option.start2 = start2;
+        option.end1 = end1;
+        option.end2 = end2;
+        option.audio_source = audio_source;
+        option.correct1 = create_linnercorrectmap(y1, u1, v1);
+        option.correct2 = create_linnercorrectmap(y2, u2, v2);
+        option.output_size = {width, height};
+        option.datetime = datetime;
+
+        const char* reply = nullptr;
+        int cancelled = 0;
+        const int outcome = _NQ360_export(movie_path1, movie_path2, export_path, band_path, cancel_path, option, &reply,
+                                          &cancelled, callback);
+        if (outcome != 0) {
+            remove_file(export_path);
+        }
+        const NQ360_STATE failure = cancelled ? NQ360_CANCELLED : NQ360_FAILED;
+        send_reply(callback, outcome == 0 ? NQ360_FINISHED : failure, reply);
+        return 0;
+    } catch (...) {
+        const std::string text = thrown_text();
+        if (output_is_ours) {
+            remove_file(export_path);
+        }
+        if (!callback) {
+            return 0;
+        }
+        const char* reply = nullptr;
+        fail(paths, "an unknown error occurred", text.c_str(), 39999, -1, &reply);
+        send_reply(callback, NQ360_FAILED, reply);
+        return -1;
+    }
+}

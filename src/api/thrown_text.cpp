@@ -1,0 +1,29 @@
+#include "api/thrown_text.h"
+
+#include <exception>
+
+namespace {
+
+std::string raw_text() {
+    try {
+        throw;
+    } catch (const char* text) {
+        return text;
+    } catch (const std::exception& exception) {
+        return exception.what();
+    } catch (...) {
+        return "an exception without a text";
+    }
+}
+
+}  // namespace
+
+std::string thrown_text() {
+    std::string text = raw_text();
+    for (char& c : text) {
+        if (static_cast<unsigned char>(c) < 0x20) {
+            c = ' ';
+        }
+    }
+    return text;
+}

@@ -1,0 +1,8 @@
+// What an exception says, for the "an unknown error occurred" replies.
+#pragma once
+
+#include <string>
+
+// To be called while an exception is being handled. Control characters, which other libraries' texts may end
+// in and JSON does not allow, become blanks.
+std::string thrown_text();

@@ -1,0 +1,367 @@
+// Sound: decoding, resampling to 16-bit stereo, and writing in blocks, for the export and for extraction.
+#include <algorithm>
+#include <cstdio>
+
+extern "C" {
+#include <libavutil/opt.h>
+#include <libavutil/samplefmt.h>
+}
+
+#include "api/reply.h"
+#include "api/support.h"
+#include "media/ffmpeg_ptr.h"
+#include "media/libavif.h"
+#include "media/output_closer.h"
+
+namespace {
+
+constexpr AVChannelLayout kStereo = AV_CHANNEL_LAYOUT_STEREO;
+
+AVSampleFormat first_sample_format(const AVCodec* codec) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
+    const void* formats = nullptr;
+    avcodec_get_supported_config(nullptr, codec, AV_CODEC_CONFIG_SAMPLE_FORMAT, 0, &formats, nullptr);
+    return formats ? *static_cast<const AVSampleFormat*>(formats) : AV_SAMPLE_FMT_FLTP;
+#else
+    return codec->sample_fmts ? codec->sample_fmts[0] : AV_SAMPLE_FMT_FLTP;
+#endif
+}
+
+// Planes of converted samples, freed together.
+class SampleBuffer {
+  public:
+    ~SampleBuffer() { av_freep(&planes_[0]); }
+    SampleBuffer() = default;
+    SampleBuffer(const SampleBuffer&) = delete;
+    SampleBuffer& operator=(const SampleBuffer&) = delete;
+
+    int allocate(int channels, int samples, AVSampleFormat format) {
+        return av_samples_alloc(planes_, nullptr, channels, samples, format, 0);
+    }
+    uint8_t** planes() { return planes_; }
+
+  private:
+    uint8_t* planes_[AV_NUM_DATA_POINTERS] = {};
+};
+
+// The replies of an extraction, counted in packets of sound.
+class AudioProgress {
+  public:
+    AudioProgress(const libavIF& media, const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback)
+        : media_(media), audio_name_(audio_path), cancel_path_(cancel_path), callback_(callback) {
+        replace_string(audio_name_);
+    }
+
+    // Whether the extraction is to stop.
+    bool count_packet(const AVPacket* packet) {
+        if (count_ == 0) {
+            start(packet);
+        }
+        ++count_;
+        if (count_ % interval_ != 0) {
+            return false;
+        }
+        send(NQ360_PROGRESS, count_);
+        return isCancelled(cancel_path_);
+    }
+
+  private:
+    void start(const AVPacket* packet) {
+        if (!callback_) {
+            return;
+        }
+        // A packet without a duration counts as one tick: there is no total to tell, but one to divide by.
+        const AVStream* stream = media_.input_format[0]->streams[media_.audio_stream_index[0]];
+        const int64_t total = std::max<int64_t>(stream->duration, 0) / std::max<int64_t>(packet->duration, 1);
+        send(NQ360_STARTED, total);
+        interval_ = nq360_update_frame(total);
+    }
+
+    void send(NQ360_STATE state, int64_t frames) const {
+        if (!callback_) {
+            return;
+        }
+        char text[kReplySize];
+        snprintf(text, sizeof(text), R"({"movie_path":"%s","audio_path":"%s","frame_count":%lld})",
+                 media_.input_name[0].c_str(), audio_name_.c_str(), static_cast<long long>(frames));
+        callback_(state, text);
+    }
+
+    const libavIF& media_;
+    std::string audio_name_;
+    const char* cancel_path_;
+    NQ360_CALLBACK callback_;
+    int64_t count_ = 0;
+    int interval_ = 10;
+};
+
+}  // namespace
+
+int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
+    const AVStream* source = input_format[sound_input]->streams[audio_stream_index[sound_input]];
+    audio_codec = avcodec_find_encoder(codec_id);
+    if (!audio_codec) {
+        return fail(AVERROR_EXIT, "Colud not find encoder");
+    }
+    audio_stream = avformat_new_stream(output_format, audio_codec);
+    if (!audio_stream) {
+        return fail(AVERROR_EXIT, "Could not allocate stream\n");
+    }
+    CodecPtr encoder(avcodec_alloc_context3(audio_codec));
+    if (!encoder) {
+        return fail(AVERROR(ENOMEM));
+    }
+    const int sample_rate = source->codecpar->sample_rate;
+    encoder->sample_fmt = first_sample_format(audio_codec);
+    encoder->codec_id = codec_id;
+    encoder->sample_rate = sample_rate;
+    encoder->bit_rate = bit_rate ? bit_rate : audio_decoder[sound_input]->bit_rate;
+    encoder->ch_layout = kStereo;
+    audio_stream->id = static_cast<int>(output_format->nb_streams) - 1;
+    audio_stream->time_base = {1, sample_rate};
+    error_code = avcodec_open2(encoder.get(), audio_codec, nullptr);
+    if (error_code >= 0) {
+        error_code = avcodec_parameters_from_context(audio_stream->codecpar, encoder.get());
+    }
+    if (error_code < 0) {
+        return fail(error_code);
+    }
+    audio_encoder_context = encoder.release();
+    return 0;
+}
+
+int libavIF::init_swr_context() {
+    const AVCodecContext* decoder = audio_decoder[sound_input];
+    const AVCodecContext* encoder = audio_encoder_context;
+    audio_frame = av_frame_alloc();
+    swr_context = swr_alloc();
+    if (!audio_frame || !swr_context) {
+        fail(AVERROR(ENOMEM));
+        return error_code = -1;
+    }
+    // Counts without layouts: what a camera means by two channels is left and right.
+    const AVChannelLayout in = {AV_CHANNEL_ORDER_UNSPEC, decoder->ch_layout.nb_channels, {0}, nullptr};
+    const AVChannelLayout out = {AV_CHANNEL_ORDER_UNSPEC, encoder->ch_layout.nb_channels, {0}, nullptr};
+    av_opt_set_chlayout(swr_context, "in_chlayout", &in, 0);
+    av_opt_set_int(swr_context, "in_sample_rate", decoder->sample_rate, 0);
+    av_opt_set_sample_fmt(swr_context, "in_sample_fmt", decoder->sample_fmt, 0);
+    av_opt_set_chlayout(swr_context, "out_chlayout", &out, 0);
+    av_opt_set_int(swr_context, "out_sample_rate", encoder->sample_rate, 0);
+    av_opt_set_sample_fmt(swr_context, "out_sample_fmt", encoder->sample_fmt, 0);
+    error_code = swr_init(swr_context);
+    return error_code < 0 ? fail(error_code) : 0;
+}
+
+int libavIF::init_audio_fifo() {
+    audio_fifo =
+        av_audio_fifo_alloc(audio_encoder_context->sample_fmt, audio_encoder_context->ch_layout.nb_channels, 1);
+    return audio_fifo ? 0 : fail(AVERROR(ENOMEM), "Colud Not allocate Audio Fifo");
+}
+
+int libavIF::store_samples(const AVFrame* frame, const AVCodecContext* decoder) {
+    const AVCodecContext* configured = audio_decoder[sound_input];
+    if (frame->ch_layout.nb_channels != configured->ch_layout.nb_channels || frame->format != configured->sample_fmt ||
+        frame->sample_rate != configured->sample_rate || decoder->sample_fmt != configured->sample_fmt) {
+        return fail(AVERROR_INPUT_CHANGED);  // the resampler would read channels that are not there
+    }
+    const AVCodecContext* encoder = audio_encoder_context;
+    SampleBuffer samples;
+    int result = samples.allocate(encoder->ch_layout.nb_channels, frame->nb_samples, encoder->sample_fmt);
+    if (result >= 0) {
+        // Both rates are equal, so as many samples come out as go in.
+        result = swr_convert(swr_context, samples.planes(), frame->nb_samples,
+                             const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
+    }
+    if (result >= 0) {
+        result = av_audio_fifo_realloc(audio_fifo, av_audio_fifo_size(audio_fifo) + frame->nb_samples);
+    }
+    if (result >= 0) {
+        result = av_audio_fifo_write(audio_fifo, reinterpret_cast<void**>(samples.planes()), frame->nb_samples);
+    }
+    return result < 0 ? fail(result) : result;
+}
+
+int libavIF::read_decode_stroe(int input, AVPacket* packet, int* finished, float start, float end) {
+    const int i = input ? 1 : 0;
+    const AVStream* stream = input_format[i]->streams[audio_stream_index[i]];
+    AVCodecContext* decoder = audio_decoder[i];
+    FramePtr frame(av_frame_alloc());
+    if (!frame) {
+        return fail(AVERROR(ENOMEM), "Colud Not allocate input frame");
+    }
+    int result = avcodec_send_packet(decoder, packet->size > 0 ? packet : nullptr);
+    if (result < 0 && result != AVERROR_EOF) {
+        return fail(result);
+    }
+    int stored = 0;
+    while ((result = avcodec_receive_frame(decoder, frame.get())) >= 0) {
+        *finished = 0;
+        frame->pts = frame->best_effort_timestamp;
+        const double seconds = av_q2d(stream->time_base) * static_cast<double>(frame->pts);
+        if (seconds < (start > 0 ? static_cast<double>(start) : 0.0)) {
+            continue;
+        }
+        if (seconds > (end > 0 ? static_cast<double>(end) : 9999.0)) {
+            *finished = 1;
+            continue;
+        }
+        stored = store_samples(frame.get(), decoder);
+        if (stored < 0) {
+            return stored;
+        }
+    }
+    return result == AVERROR(EAGAIN) || result == AVERROR_EOF ? stored : fail(result);
+}
+
+int libavIF::load_encode_write() {
+    AVCodecContext* encoder = audio_encoder_context;
+    encoder->frame_size = audio_block_size();
+    nq360_log(1, "frame %d", encoder->frame_size);
+    const int samples = std::min(av_audio_fifo_size(audio_fifo), encoder->frame_size);
+    FramePtr frame(av_frame_alloc());
+    if (!frame) {
+        return fail(AVERROR(ENOMEM), "Colud Not allocate input frame");
+    }
+    frame->nb_samples = samples;
+    frame->ch_layout = kStereo;
+    frame->format = encoder->sample_fmt;
+    frame->sample_rate = encoder->sample_rate;
+    const int result = av_frame_get_buffer(frame.get(), 0);
+    if (result < 0) {
+        return fail(result);
+    }
+    if (av_audio_fifo_read(audio_fifo, reinterpret_cast<void**>(frame->data), samples) < samples) {
+        return fail(AVERROR_EXIT, "Colud Not read data from audio fifo");
+    }
+    int got_packet = 0;
+    return std::min(encode_audio_frame(frame.get(), &got_packet), 0);
+}
+
+int libavIF::encode_audio_frame(AVFrame* frame, int* got_packet) {
+    *got_packet = 0;
+    PacketPtr packet(av_packet_alloc());
+    if (!packet) {
+        return fail(AVERROR(ENOMEM));
+    }
+    if (frame) {
+        frame->pts = audio_pts;
+        audio_pts += frame->nb_samples;
+    }
+    int result = avcodec_send_frame(audio_encoder_context, frame);
+    if (result < 0 && result != AVERROR_EOF) {
+        return fail(result);
+    }
+    result = avcodec_receive_packet(audio_encoder_context, packet.get());
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) {
+        return 0;
+    }
+    if (result < 0) {
+        return fail(result);
+    }
+    *got_packet = 1;
+    packet->stream_index = audio_stream->index;
+    if (packet->pts >= 0) {
+        // Straight to the file: pictures alone go through the muxer's interleaving; deliberate.
+        result = av_write_frame(output_format, packet.get());
+        if (result < 0) {
+            return fail(result);
+        }
+    }
+    return 0;
+}
+
+int libavIF::wtire_audio2(int input, AVPacket* packet, int* finished, int frame_size, float start, float end) {
+    int result = read_decode_stroe(input, packet, finished, start, end);
+    while (result >= 0) {
+        const int held = av_audio_fifo_size(audio_fifo);
+        if (held < frame_size && (!*finished || held == 0)) {
+            av_packet_unref(packet);
+            return 0;
+        }
+        result = load_encode_write();
+    }
+    close_output_file();  // sound that fails ends the whole output
+    av_packet_unref(packet);
+    return result;
+}
+
+int libavIF::open_audio_output(const char* audio_path, int bit_rate) {
+    if (open_output(audio_path) < 0) {
+        return error_code;
+    }
+    const AVOutputFormat* format = output_format->oformat;
+    if (format->audio_codec == AV_CODEC_ID_NONE) {
+        return fail(AVERROR(EINVAL), "a file of kind %s holds no sound", format->name);
+    }
+    nq360_log(1, "[libavIF::write_audio] format name : %s (%s)", format->name, format->long_name);
+    nq360_log(1, "[libavIF::write_audio] format ext : %s", format->extensions ? format->extensions : "");
+    sound_input = hasAudio(0) ? 0 : 1;
+    if (add_audio_stream(AV_CODEC_ID_PCM_S16LE, bit_rate) < 0 || init_swr_context() < 0 || init_audio_fifo() < 0) {
+        return error_code;
+    }
+    if (open_output_io() < 0) {
+        return error_code;
+    }
+    nq360_log(1, "[libavIF::write_audio] codec id : %d", audio_codec->id);
+    nq360_log(1, "[libavIF::write_audio] codec name : %s", avcodec_get_name(audio_codec->id));
+    const int result = avformat_write_header(output_format, nullptr);
+    nq360_log(1, "[libavIF::write_audio] header errnum : %d", result);
+    return result < 0 ? fail(result) : 0;
+}
+
+int libavIF::write_audio(const char* audio_path, const char* cancel_path, int bit_rate, NQ360_CALLBACK callback) {
+    nq360_log(1, "[libavIF::write_audio] begin %s %s %d", audio_path, cancel_path ? cancel_path : "", bit_rate);
+    OutputCloser closer(this);
+    if (open_audio_output(audio_path, bit_rate) < 0) {
+        return error_code;
+    }
+    if (copy_sound(audio_path, cancel_path, callback) < 0 || write_remaining_sound() < 0) {
+        return error_code;
+    }
+    const int result = av_write_trailer(output_format);
+    return result < 0 ? fail(result) : 0;
+}
+
+int libavIF::copy_sound(const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback) {
+    AudioProgress progress(*this, audio_path, cancel_path, callback);
+    PacketPtr packet(av_packet_alloc());
+    if (!packet) {
+        return fail(AVERROR(ENOMEM));
+    }
+    nq360_log(1, "[libavIF::write_audio] output_frame_size : %d", audio_block_size());
+    int result = 0;
+    while ((result = av_read_frame(input_format[0], packet.get())) >= 0) {
+        if (packet->stream_index == audio_stream_index[0]) {
+            if (progress.count_packet(packet.get())) {
+                cancelled = true;
+                return fail(AVERROR_EXIT);
+            }
+            int finished = 0;
+            if (wtire_audio2(0, packet.get(), &finished, audio_block_size(), -1.0f, -1.0f) < 0) {
+                return error_code;
+            }
+        }
+        av_packet_unref(packet.get());
+    }
+    return result == AVERROR_EOF ? 0 : fail(result);
+}
+
+// The last block, shorter than the others, and what the encoder holds.
+int libavIF::write_remaining_sound() {
+    while (av_audio_fifo_size(audio_fifo) > 0) {
+        if (load_encode_write() < 0) {
+            return error_code;
+        }
+    }
+    return flush_audio_encoder();
+}
+
+int libavIF::flush_audio_encoder() {
+    int got_packet = audio_encoder_context ? 1 : 0;
+    while (got_packet) {
+        if (encode_audio_frame(nullptr, &got_packet) < 0) {
+            return error_code;
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,356 @@
+// The export's writer: opens the output, runs the lockstep over both inputs, reports progress, ends the file.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "api/output_option.h"
+#include "api/reply.h"
+#include "api/support.h"
+#include "media/ffmpeg_ptr.h"
+#include "media/libavif.h"
+#include "media/lockstep.h"
+#include "media/output_closer.h"
+
+namespace {
+
+// Bounds of the H.264 encoder.
+constexpr int kLeastMovieSide = 16;
+constexpr int64_t kMostMoviePixels = 9437184;
+
+// Sound goes straight to the file, so the muxer waits in vain for it to interleave pictures with: the pictures
+// follow at once (microseconds; 0 would mean no limit at all).
+constexpr int64_t kNoInterleavingDelay = 1;
+
+bool is_movie_container(const AVOutputFormat* format) {
+    return std::strcmp(format->name, "mov") == 0 || std::strcmp(format->name, "mp4") == 0 ||
+           std::strcmp(format->name, "ipod") == 0;
+}
+
+bool is_picture_container(const AVOutputFormat* format) {
+    return std::strcmp(format->name, "image2") == 0;
+}
+
+int64_t saturated_int64(double value) {
+    if (std::isnan(value)) {
+        return 0;
+    }
+    if (value >= 9223372036854775808.0) {
+        return std::numeric_limits<int64_t>::max();
+    }
+    if (value <= -9223372036854775808.0) {
+        return std::numeric_limits<int64_t>::min();
+    }
+    return static_cast<int64_t>(value);
+}
+
+double seconds_of(const AVStream* stream) {
+    return stream->duration == AV_NOPTS_VALUE ? std::numeric_limits<double>::infinity()
+                                              : static_cast<double>(stream->duration) * av_q2d(stream->time_base);
+}
+
+// One input of the lockstep, as FFmpeg reads and decodes it.
+class MediaSource : public LockstepSource {
+  public:
+    MediaSource(libavIF* media, int input) : media_(media), input_(input) {}
+
+    int read() override;
+    int write_sound(bool* past_end) override;
+    int send() override;
+    int receive(double* seconds) override;
+
+    void set_sound_range(float start, float end) {
+        start_ = start;
+        end_ = end;
+    }
+    AVFrame* frame() const { return frame_.get(); }
+    const char* failed_step() const { return failed_step_; }  // null while nothing failed
+
+  private:
+    int failed(int code, const char* step) {
+        failed_step_ = step;
+        return code;
+    }
+
+    libavIF* media_;
+    int input_;
+    float start_ = 0;
+    float end_ = 0;
+    PacketPtr packet_{av_packet_alloc()};
+    FramePtr frame_{av_frame_alloc()};
+    bool at_end_ = false;
+    int sound_past_end_ = 0;
+    const char* failed_step_ = nullptr;
+};
+
+int MediaSource::read() {
+    av_packet_unref(packet_.get());
+    const int result = av_read_frame(media_->input_format[input_], packet_.get());
+    at_end_ = result == AVERROR_EOF;
+    if (at_end_) {
+        return kEndOfFile;
+    }
+    if (result < 0) {
+        return failed(result, "read_frame");
+    }
+    if (packet_->stream_index == media_->video_stream_index[input_]) {
+        return kVideo;
+    }
+    return packet_->stream_index == media_->audio_stream_index[input_] ? kSound : kOther;
+}
+
+int MediaSource::write_sound(bool* past_end) {
+    const int result =
+        media_->wtire_audio2(input_, packet_.get(), &sound_past_end_, media_->audio_block_size(), start_, end_);
+    *past_end = sound_past_end_ != 0;
+    return result < 0 ? failed(result, "wtire_audio") : 0;
+}
+
+int MediaSource::send() {
+    if (media_->last_pts[input_] < 0) {
+        media_->last_pts[input_] = 0;  // the first frame's time, which each frame takes from the one before
+    }
+    const int result = avcodec_send_packet(media_->video_decoder[input_], at_end_ ? nullptr : packet_.get());
+    av_packet_unref(packet_.get());
+    return result < 0 && result != AVERROR_EOF ? failed(result, "decode_packet") : 0;
+}
+
+int MediaSource::receive(double* seconds) {
+    const int result = receive_lagging_frame(media_->video_decoder[input_], frame_.get(), &media_->last_pts[input_]);
+    if (result == AVERROR(EAGAIN)) {
+        return kNeedsPacket;
+    }
+    if (result == AVERROR_EOF) {
+        return kNoMore;
+    }
+    if (result < 0) {
+        return failed(result, "decode_packet");
+    }
+    const AVStream* stream = media_->input_format[input_]->streams[media_->video_stream_index[input_]];
+    *seconds = static_cast<double>(frame_->pts) * av_q2d(stream->time_base);
+    return kFrame;
+}
+
+}  // namespace
+
+int libavIF::audio_block_size() const {
+    return audio_encoder_context && audio_encoder_context->frame_size > 0 ? audio_encoder_context->frame_size : 1000;
+}
+
+// Says before anything is written what the container or the encoder would refuse in its own words, or accept
+// and make an unusable file of.
+int libavIF::check_video_output(ImageSize size) {
+    const bool picture = is_still[0] && is_still[1];
+    const AVOutputFormat* format = output_format->oformat;
+    if (picture && !is_picture_container(format)) {
+        return fail(AVERROR(EINVAL), "two pictures make a JPEG picture, not a file of kind %s", format->name);
+    }
+    if (!picture && !is_movie_container(format)) {
+        return fail(AVERROR(EINVAL), "a movie goes into a .mov or .mp4 file, not into one of kind %s", format->name);
+    }
+    const int64_t pixels = static_cast<int64_t>(size.width) * size.height;
+    if (!picture && (size.width % 2 != 0 || size.height % 2 != 0 ||
+                     std::min(size.width, size.height) < kLeastMovieSide || pixels > kMostMoviePixels)) {
+        return fail(AVERROR(EINVAL),
+                    "a movie has even sides of at least %d and at most %lld pixels in all, not %d x %d",
+                    kLeastMovieSide, static_cast<long long>(kMostMoviePixels), size.width, size.height);
+    }
+    return 0;
+}
+
+int libavIF::add_sound_output(int audio_source) {
+    if (!hasAudio(0) && !hasAudio(1)) {
+        return 0;
+    }
+    sound_input = hasAudio(audio_source) && (audio_source == 0 || audio_source == 1) ? audio_source : !hasAudio(0);
+    nq360_log(1, "[libavIF::write_video] add audio stream ");
+    if (add_audio_stream(AV_CODEC_ID_PCM_S16LE, 0) < 0) {
+        nq360_log(3, "[libavIF::write_video] add audio stream error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    nq360_log(1, "[libavIF::write_video] init swr_context ");
+    if (init_swr_context() < 0) {
+        nq360_log(3, "[libavIF::write_video] init swr_context error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    nq360_log(1, "[libavIF::write_video] init audio buffer ");
+    if (init_audio_fifo() < 0) {
+        nq360_log(3, "[libavIF::write_video] init audio buffer error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    return 0;
+}
+
+int libavIF::open_video_output(const char* export_path, const OutputOption& option) {
+    nq360_log(1, "[libavIF::write_video] open outputfile %s", export_path ? export_path : "");
+    if (open_output(export_path) < 0) {
+        nq360_log(3, "[libavIF::write_video] open outputfile error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    const AVOutputFormat* format = output_format->oformat;
+    output_format->max_interleave_delta = kNoInterleavingDelay;
+    nq360_log(1, "[libavIF::write_video] format name : %s (%s)", format->name, format->long_name);
+    nq360_log(1, "[libavIF::write_video] format ext : %s", format->extensions ? format->extensions : "");
+    if (check_video_output(option.output_size) < 0) {
+        nq360_log(3, "[libavIF::write_video] open outputfile error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    const bool picture = is_still[0] && is_still[1];
+    nq360_log(1, "[libavIF::write_video] codec use %s ", picture ? "AV_CODEC_ID_MJPEG" : "AV_CODEC_ID_H264");
+    if (add_sound_output(option.audio_source) < 0) {
+        return error_code;
+    }
+    nq360_log(1, "[libavIF::write_video] add video stream ");
+    if (add_video_stream(picture ? AV_CODEC_ID_MJPEG : AV_CODEC_ID_H264, option.output_size.width,
+                         option.output_size.height, -1) < 0) {
+        nq360_log(3, "[libavIF::write_video] add video stream error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    if (!(format->flags & AVFMT_NOFILE)) {
+        nq360_log(1, "[libavIF::write_video] AV I/O open");
+        if (open_output_io() < 0) {
+            // The wording of the audio buffer is established for this failure too.
+            nq360_log(3, "[libavIF::write_video] init audio buffer error %d:%s", error_code, error_text);
+            return error_code;
+        }
+    }
+    nq360_log(1, "[libavIF::write_video] write header");
+    const int result = avformat_write_header(output_format, nullptr);
+    if (result < 0) {
+        fail(result);
+        nq360_log(3, "[libavIF::write_video] write header error %d:%s", error_code, error_text);
+    }
+    return std::min(result, 0);
+}
+
+void libavIF::seek_to_start(int which, float start) {
+    if (is_still[which] || start == 0) {
+        return;
+    }
+    const AVRational time_base = input_format[which]->streams[video_stream_index[which]]->time_base;
+    const double ticks = static_cast<double>(start * static_cast<float>(time_base.den)) / time_base.num;
+    av_seek_frame(input_format[which], video_stream_index[which], saturated_int64(std::floor(ticks)),
+                  AVSEEK_FLAG_BACKWARD);
+    avcodec_flush_buffers(video_decoder[which]);
+    if (audio_decoder[which]) {
+        avcodec_flush_buffers(audio_decoder[which]);
+    }
+}
+
+// Cuts the input whose sound is copied to the length of the other movie; never lengthens it.
+void libavIF::equalize_lengths(OutputOption* option) const {
+    const int source = option->audio_source;
+    if ((source != 0 && source != 1) || !hasAudio(source) || is_still[1 - source]) {
+        return;
+    }
+    const float starts[2] = {option->start1, option->start2};
+    const float ends[2] = {option->end1, option->end2};
+    double lengths[2];
+    for (int i = 0; i < 2; ++i) {
+        const AVStream* stream = input_format[i]->streams[video_stream_index[i]];
+        lengths[i] = std::min(seconds_of(stream), static_cast<double>(ends[i])) - starts[i];
+    }
+    if (lengths[source] > lengths[1 - source]) {
+        float* end = source == 0 ? &option->end1 : &option->end2;
+        *end = static_cast<float>(starts[source] + lengths[1 - source]);
+    }
+}
+
+int libavIF::write_video(const char* export_path, const char* cancel_path, OutputOption option,
+                         NQ360_CALLBACK callback) {
+    OutputCloser closer(this);
+    if (open_video_output(export_path, option) < 0) {
+        return error_code;
+    }
+    std::string export_name = export_path;
+    replace_string(export_name);
+
+    nq360_log(1, "[libavIF::write_video] start loop");
+    seek_to_start(0, option.start1);
+    seek_to_start(1, option.start2);
+    equalize_lengths(&option);
+    if (write_pairs(option, export_name, cancel_path, callback) < 0) {
+        return error_code;
+    }
+    return finish_video();
+}
+
+int libavIF::write_pairs(const OutputOption& option, const std::string& export_name, const char* cancel_path,
+                         NQ360_CALLBACK callback) {
+    MediaSource source1(this, 0);
+    MediaSource source2(this, 1);
+    LockstepInput input1 = {&source1, is_still[0], option.start1, option.end1, option.audio_source == 0 && hasAudio(0)};
+    LockstepInput input2 = {&source2, is_still[1], option.start2, option.end2, option.audio_source == 1 && hasAudio(1)};
+    source1.set_sound_range(input1.start, input1.end);
+    source2.set_sound_range(input2.start, input2.end);
+    last_pts[0] = last_pts[1] = -1;
+
+    Lockstep lockstep(&input1, &input2);
+    int result = 0;
+    while ((result = lockstep.next_pair()) > 0) {
+        if (report_progress(lockstep.count(), option.update_frame, export_name, cancel_path, callback)) {
+            nq360_log(1, "[libavIF::write_video] cancelled");
+            cancelled = true;
+            return fail(AVERROR_EXIT);
+        }
+        if (convert_frame(source1.frame(), source2.frame(), option) < 0) {
+            nq360_log(3, "[libavIF::write_video] convert_frame error %d:%s", error_code, error_text);
+            return error_code;
+        }
+        lockstep.pair_done();
+        nq360_log(1, "[libavIF::write_video] output_frame_size:%d", audio_block_size());
+    }
+    if (result == 0) {
+        result = lockstep.finish_sound();
+    }
+    if (result < 0) {
+        return report_failed_step(result, source1.failed_step(), source2.failed_step());
+    }
+    nq360_log(1, "[libavIF::write_video] loop finished %d %d", input1.ended, input2.ended);
+    if (lockstep.count() == 0 || next_video_pts == 0) {
+        return fail(AVERROR_EXIT, "no pair of pictures lies in the range");
+    }
+    return 0;
+}
+
+int libavIF::report_failed_step(int result, const char* step1, const char* step2) {
+    fail(result);
+    if (step1) {
+        nq360_log(3, "[libavIF::write_video] %s1 error %d:%s", step1, error_code, error_text);
+    } else if (step2) {
+        nq360_log(3, "[libavIF::write_video] %s2 error %d:%s", step2, error_code, error_text);
+    }
+    return error_code;
+}
+
+bool libavIF::report_progress(int64_t count, int interval, const std::string& export_name, const char* cancel_path,
+                              NQ360_CALLBACK callback) const {
+    if (count % interval != 0) {
+        return false;
+    }
+    if (callback) {
+        char text[kReplySize];
+        snprintf(text, sizeof(text), R"({"movie_path1":"%s","movie_path2":"%s","export_path":"%s","frame_count":%d})",
+                 input_name[0].c_str(), input_name[1].c_str(), export_name.c_str(), static_cast<int>(count));
+        callback(NQ360_PROGRESS, text);
+    }
+    return isCancelled(cancel_path);
+}
+
+// What the encoders still hold, and the end of the file.
+int libavIF::finish_video() {
+    if (flush_audio_encoder() < 0) {
+        return error_code;
+    }
+    int result = 0;
+    while ((result = write_video_frame(nullptr)) == 0) {
+    }
+    if (result < 0) {
+        return error_code;
+    }
+    // Deliberately the time base as the real frame rate.
+    video_stream->r_frame_rate = video_stream->time_base;
+    result = av_write_trailer(output_format);
+    return result < 0 ? fail(result) : 0;
+}
