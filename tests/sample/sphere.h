@@ -1,0 +1,40 @@
+// A drawn scene made ready for looking up any direction in it.
+#pragma once
+
+#include <array>
+
+#include <opencv2/core.hpp>
+
+#include "sample/scene.h"
+
+namespace sample {
+
+// Pixels around the picture that interpolation may reach.
+constexpr int kSphereMargin = 8;
+
+// Continues a scene's picture (columns from -180 degrees, rows from pole to pole) beyond its sides: the columns come
+// round again, and beyond a pole lies the other side of the sphere. `right` columns are added on the right, the
+// margin on the other sides.
+cv::Mat wrap_sphere(const cv::Mat& scene, int right);
+
+// The planes of a scene, with a margin on all sides.
+class Sphere {
+  public:
+    // Draws the scene `width` columns wide. Only a sphere that `turns` can be looked at with a shift.
+    Sphere(const Scene& scene, int width, bool turns);
+
+    int width() const { return width_; }
+
+    // Squeezes the planes from full range into the limited range of movies.
+    void limit_range();
+
+    // A plane whose pixel (kSphereMargin, kSphereMargin) is the direction of longitude -180 degrees at the north
+    // pole, once the scene is turned left by `shift` columns, 0 <= shift < width.
+    cv::Mat plane(size_t index, int shift) const;
+
+  private:
+    int width_;
+    std::array<cv::Mat, 3> planes_;
+};
+
+}  // namespace sample
