@@ -1,0 +1,111 @@
+#include "metadata/spherical.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace {
+
+constexpr char kSoftware[] = "TALUMO360Viewer osx.1.0.0";
+constexpr char kSoftwareName[] = "TALUMO360Viewer";
+
+constexpr size_t kTextSize = 10240;
+
+#define RDF_NAMESPACE "http://www.w3.org/1999/02/22-rdf-syntax-ns#"
+
+// Slots: software, width, height, width, height, date, date. The first line begins with U+FEFF in UTF-8.
+constexpr char kPictureText[] =
+    "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n"
+    "<x:xmpmeta xmlns:x=\"adobe:ns:meta\">\n"
+    "<rdf:RDF xmlns:rdf=\"" RDF_NAMESPACE
+    "\">\n"
+    "<rdf:Description rdf:about=\"\" xmlns:GPano=\"http://ns.google.com/photos/1.0/panorama/\">\n"
+    "<GPano:UsePanoramaViewer>True</GPano:UsePanoramaViewer>\n"
+    "<GPano:StitchingSoftware>%s</GPano:StitchingSoftware>\n"
+    "<GPano:ProjectionType>equirectangular</GPano:ProjectionType>\n"
+    "<GPano:PoseHeadingDegrees>0.0</GPano:PoseHeadingDegrees>\n"
+    "<GPano:CroppedAreaLeftPixels>0</GPano:CroppedAreaLeftPixels>\n"
+    "<GPano:CroppedAreaTopPixels>0</GPano:CroppedAreaTopPixels>\n"
+    "<GPano:CroppedAreaImageWidthPixels>%d</GPano:CroppedAreaImageWidthPixels>\n"
+    "<GPano:CroppedAreaImageHeightPixels>%d</GPano:CroppedAreaImageHeightPixels>\n"
+    "<GPano:FullPanoWidthPixels>%d</GPano:FullPanoWidthPixels>\n"
+    "<GPano:FullPanoHeightPixels>%d</GPano:FullPanoHeightPixels>\n"
+    "<GPano:FirstPhotoDate>%s</GPano:FirstPhotoDate>\n"
+    "<GPano:LastPhotoDate>%s</GPano:LastPhotoDate>\n"
+    "</rdf:Description>\n"
+    "</rdf:RDF>\n"
+    "</x:xmpmeta>\n"
+    "<?xpacket end=\"r\"?>";
+
+// Slots: software, date.
+constexpr char kMovieText[] =
+    "<?xml version=\"1.0\"?>\n"
+    "<rdf:SphericalVideo xmlns:rdf=\"" RDF_NAMESPACE
+    "\" xmlns:GSpherical=\"http://ns.google.com/videos/1.0/spherical/\">\n"
+    "<GSpherical:Spherical>true</GSpherical:Spherical>\n"
+    "<GSpherical:Stitched>true</GSpherical:Stitched>\n"
+    "<GSpherical:StitchingSoftware>%s</GSpherical:StitchingSoftware>\n"
+    "<GSpherical:ProjectionType>equirectangular</GSpherical:ProjectionType>\n"
+    "<GSpherical:Timestamp>%s</GSpherical:Timestamp>\n"
+    "</rdf:SphericalVideo>";
+
+// Callers release these texts with free, so they come from malloc.
+char* allocate(size_t size) {
+    auto* text = static_cast<char*>(std::malloc(size));
+    if (!text) {
+        throw std::bad_alloc();
+    }
+    return text;
+}
+
+// Whether the piece has the closing tag. If so, `value` is replaced by a copy of what stands before it, without
+// its last `drop` characters.
+bool take_value(const char* piece, const char* closing_tag, size_t drop, char** value) {
+    const char* tag = std::strstr(piece, closing_tag);
+    if (!tag) {
+        return false;
+    }
+    const auto length = static_cast<size_t>(tag - piece);
+    const size_t kept = length > drop ? length - drop : 0;
+    char* copy = allocate(kept + 1);
+    std::memcpy(copy, piece, kept);
+    copy[kept] = '\0';
+    std::free(*value);
+    *value = copy;
+    return true;
+}
+
+}  // namespace
+
+int isTALUMO360Viewer(char* xmp, char** software, char** date) {
+    *software = nullptr;
+    *date = nullptr;
+    char* rest = nullptr;
+    // The piece before the first ">" is skipped.
+    if (!xmp || !strtok_r(xmp, ">", &rest)) {
+        return -1;
+    }
+    while (const char* piece = strtok_r(nullptr, ">", &rest)) {
+        take_value(piece, "</GSpherical:StitchingSoftware", 0, software);
+        // One character less than the movie's; deliberate.
+        take_value(piece, "</GPano:StitchingSoftware", 1, software);
+        take_value(piece, "</GSpherical:Timestamp", 0, date);
+        take_value(piece, "</GPano:FirstPhotoDate", 0, date);
+    }
+    if (!*software) {
+        return -1;
+    }
+    return std::strncmp(*software, kSoftwareName, sizeof kSoftwareName - 1) == 0 ? 0 : 1;
+}
+
+char* TALUMO360ViewerMetadata(bool picture, int width, int height, const char* date) {
+    const char* day = date ? date : "";
+    char* text = allocate(kTextSize);
+    if (picture) {
+        snprintf(text, kTextSize, kPictureText, kSoftware, width, height, width, height, day, day);
+    } else {
+        snprintf(text, kTextSize, kMovieText, kSoftware, day);
+    }
+    return text;
+}

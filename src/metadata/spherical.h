@@ -1,0 +1,16 @@
+// The text that tells viewers that a picture or movie is a 360-degree equirectangular panorama: recognised in an
+// analysed file, made for an exported one.
+#pragma once
+
+// Looks in an XMP or RDF text for the stitching software and the capture date; the last of each in the text
+// count. The text is cut into pieces in place. `software` and `date` become null or copies that the caller
+// frees with free, also when this throws for lack of memory.
+//
+// -1 when no software is named, 0 when it is this software, 1 when it is another. A value of a GPano element
+// loses its last character; deliberate.
+int isTALUMO360Viewer(char* xmp, char** software, char** date);
+
+// Makes the text for a picture (a GPano XMP packet) or for a movie (a GSpherical document, which names no size).
+// The date stands as given: it is not escaped, and too long a one cuts the text at 10239 bytes. Null is empty.
+// The caller frees the text with free. Throws when there is no memory.
+char* TALUMO360ViewerMetadata(bool picture, int width, int height, const char* date);
