@@ -178,10 +178,12 @@ void _jpeg::wtire_xmp_data(const char* xmp) {
     }
     // The segment's length counts itself, the signature, the text and two zero bytes behind it.
     const size_t length = 2 + sizeof kXmpSignature + text_size + 2;
-    std::vector<uint8_t> segment = {0xFF, 0xE1, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)};
-    segment.insert(segment.end(), kXmpSignature, kXmpSignature + sizeof kXmpSignature);
-    segment.insert(segment.end(), xmp, xmp + text_size);
-    segment.insert(segment.end(), 2, 0);
+    std::string segment = "\xFF\xE1";
+    segment += static_cast<char>(length >> 8);
+    segment += static_cast<char>(length);
+    segment.append(kXmpSignature, sizeof kXmpSignature);
+    segment.append(xmp, text_size);
+    segment.append(2, '\0');
     insert(sizeof start, segment);
     flush();
 }

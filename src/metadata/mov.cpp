@@ -34,9 +34,9 @@ uint64_t big_endian64(const uint8_t* bytes) {
 }
 
 // The lower 32 bits.
-std::vector<uint8_t> to_big_endian32(uint64_t value) {
-    return {static_cast<uint8_t>(value >> 24), static_cast<uint8_t>(value >> 16), static_cast<uint8_t>(value >> 8),
-            static_cast<uint8_t>(value)};
+std::string to_big_endian32(uint64_t value) {
+    return {static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
+            static_cast<char>(value)};
 }
 
 // Taken from the length and not read from the header; deliberate.
@@ -296,10 +296,9 @@ void _mov::wtire_xml_data(const char* text) {
     require_growable("trak", trak_pos, delta);
     require_closed_movie(insert_pos);
 
-    std::vector<uint8_t> atom = to_big_endian32(delta);
-    atom.insert(atom.end(), {'u', 'u', 'i', 'd'});
-    atom.insert(atom.end(), kSphericalUuid, kSphericalUuid + kUuidSize);
-    atom.insert(atom.end(), text, text + text_size);
+    std::string atom = to_big_endian32(delta) + "uuid";
+    atom.append(reinterpret_cast<const char*>(kSphericalUuid), sizeof kSphericalUuid);
+    atom.append(text, text_size);
     insert(insert_pos, atom);
     errno = 0;
     if (wtire_atom_size(0, moov_pos, delta) != 0 || wtire_atom_size(0, trak_pos, delta) != 0) {

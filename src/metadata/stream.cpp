@@ -47,7 +47,7 @@ void throw_text(const char* format, ...) {
     va_start(arguments, format);
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    throw static_cast<const char*>(text);
+    throw static_cast<const char*>(text);  // NOLINT(cert-err09-cpp,cert-err61-cpp): what callers catch; it stays valid
 }
 
 std::string system_text(int code) {
@@ -136,7 +136,7 @@ size_t MetadataStream::read_payload(int64_t start, int64_t count, std::unique_pt
     return seek(start) == 0 ? read_some(buffer->get(), static_cast<size_t>(there)) : 0;
 }
 
-void MetadataStream::insert(int64_t position, const std::vector<uint8_t>& bytes) {
+void MetadataStream::insert(int64_t position, const std::string& bytes) {
     int64_t rest = std::max(int64_t{0}, size() - position);
     std::vector<uint8_t> block(static_cast<size_t>(std::min(rest, int64_t{kMoveBlock})));
     while (rest > 0) {

@@ -67,7 +67,7 @@ class MetadataStream {
 
     // Inserts bytes before `position`. What follows moves up in blocks from its end, so that a long tail takes
     // no more memory than a short one. Throws when that fails, and the file is then neither old nor new.
-    void insert(int64_t position, const std::vector<uint8_t>& bytes);
+    void insert(int64_t position, const std::string& bytes);
     // Writes bytes over what is at `position`; false, with errno set, when that fails.
     bool overwrite(int64_t position, const void* bytes, size_t count);
     // Hands what was written to the system. Throws when that fails.
