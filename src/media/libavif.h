@@ -77,6 +77,9 @@ class libavIF {
     // Encodes and writes a frame. A null frame flushes: 0 while packets come, 1 when there are no more.
     int write_video_frame(AVFrame* frame);
 
+    // Writes what encode_video_frame gave: 1 when it was a packet, 0 when there was none.
+    int write_video_packet(int encode_result, AVPacket* packet);
+
     // Releases the output side; safe to call more than once.
     void close_output_file();
 
@@ -181,6 +184,7 @@ class libavIF {
                     NQ360_CALLBACK callback);
     bool report_progress(int64_t count, int interval, const std::string& export_name, const char* cancel_path,
                          NQ360_CALLBACK callback) const;
+    int report_unwritten(int result);
     int report_failed_step(int result, const char* step1, const char* step2);
     int finish_video();
 
@@ -194,6 +198,10 @@ class libavIF {
 // Takes the decoder's next frame, as receive_frame_from_openh264 does: its pts is *last_pts, which becomes the
 // frame's own time. Returns FFmpeg's code. May run beside the other input's.
 int receive_lagging_frame(AVCodecContext* decoder, AVFrame* frame, int64_t* last_pts);
+
+// Encodes a frame, or flushes with null: 1 when `packet` was filled, 0 when nothing came, or FFmpeg's error. Any
+// thread, one at a time.
+int encode_video_frame(AVCodecContext* encoder, const AVFrame* frame, AVPacket* packet);
 
 // The new frame borrows the picture's planes, which must outlive it; the caller frees the frame. Null when
 // there is no memory for it.

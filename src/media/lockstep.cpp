@@ -102,6 +102,19 @@ bool Lockstep::can_pair() const {
                                   [](const LockstepInput* input) { return input->ended && !input->frame_ready; });
 }
 
+int Lockstep::read_packets() {
+    if (!can_pair()) {
+        return 0;
+    }
+    for (LockstepInput* input : inputs_) {
+        const int result = input->read_packet();
+        if (result < 0) {
+            return result;
+        }
+    }
+    return 0;
+}
+
 int Lockstep::decode_both() {
     int results[2] = {0, 0};
     cv::parallel_for_(cv::Range(0, 2), [&](const cv::Range& range) {
@@ -117,13 +130,10 @@ int Lockstep::next_pair() {
         if (!inputs_[0]->wants_frame() && !inputs_[1]->wants_frame()) {
             return 1;
         }
-        for (LockstepInput* input : inputs_) {
-            const int result = input->read_packet();
-            if (result < 0) {
-                return result;
-            }
+        int result = read_packets();
+        if (result >= 0) {
+            result = decode_both();
         }
-        const int result = decode_both();
         if (result < 0) {
             return result;
         }

@@ -58,6 +58,11 @@ class Lockstep {
     // Advances both inputs to their next pair. 1: both frames are ready; 0: there is no further pair.
     int next_pair();
 
+    // The two steps that next_pair repeats, for a caller who has other work for the decoders' time: read for both
+    // inputs, then decode each (0 or 1), side by side if need be. next_pair completes what they began.
+    int read_packets();
+    int decode(int input) { return inputs_[input]->decode(); }
+
     // To be called once the pair has been used.
     void pair_done();
 

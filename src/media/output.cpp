@@ -145,29 +145,45 @@ int libavIF::add_video_stream(AVCodecID codec_id, int picture_width, int picture
     return error_code < 0 ? fail(error_code) : 0;
 }
 
-int libavIF::write_video_frame(AVFrame* frame) {
-    const int sent = avcodec_send_frame(video_encoder_context, frame);
+int encode_video_frame(AVCodecContext* encoder, const AVFrame* frame, AVPacket* packet) {
+    const int sent = avcodec_send_frame(encoder, frame);
     if (sent < 0 && sent != AVERROR_EOF) {  // a flush told twice is none the worse
-        return fail(sent);
+        return sent;
     }
-    PacketPtr packet(av_packet_alloc());
-    if (!packet) {
-        return fail(AVERROR(ENOMEM));
-    }
-    const int received = avcodec_receive_packet(video_encoder_context, packet.get());
+    const int received = avcodec_receive_packet(encoder, packet);
     if (received == AVERROR(EAGAIN) || received == AVERROR_EOF) {
-        return frame ? 0 : 1;
+        return 0;
     }
-    if (received < 0) {
-        return fail(received);
+    return received < 0 ? received : 1;
+}
+
+int libavIF::write_video_packet(int encode_result, AVPacket* packet) {
+    if (encode_result < 0) {
+        return fail(encode_result);
+    }
+    if (encode_result == 0) {
+        return 0;
     }
     packet->stream_index = video_stream->index;
     if (packet->duration == 0) {
         packet->duration = kFrameTicks;
     }
     // Times go in the encoder's units, deliberately unscaled: the stream's time base and the step fit them.
-    error_code = av_interleaved_write_frame(output_format, packet.get());
-    return error_code < 0 ? fail(error_code) : 0;
+    error_code = av_interleaved_write_frame(output_format, packet);
+    return error_code < 0 ? fail(error_code) : 1;
+}
+
+int libavIF::write_video_frame(AVFrame* frame) {
+    const PacketPtr packet(av_packet_alloc());
+    if (!packet) {
+        return fail(AVERROR(ENOMEM));
+    }
+    const int written =
+        write_video_packet(encode_video_frame(video_encoder_context, frame, packet.get()), packet.get());
+    if (written < 0) {
+        return written;
+    }
+    return !frame && written == 0 ? 1 : 0;
 }
 
 void libavIF::close_output_file() {

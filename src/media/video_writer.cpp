@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include <opencv2/core/utility.hpp>
+
 #include "api/output_option.h"
 #include "api/reply.h"
 #include "api/support.h"
@@ -12,6 +14,7 @@
 #include "media/libavif.h"
 #include "media/lockstep.h"
 #include "media/output_closer.h"
+#include "media/pair_writer.h"
 
 namespace {
 
@@ -50,20 +53,35 @@ double seconds_of(const AVStream* stream) {
                                               : static_cast<double>(stream->duration) * av_q2d(stream->time_base);
 }
 
+// The panorama that waits is encoded while the next pair is decoded and loaded.
+template <typename LoadReady>
+int encode_beside_decoding(PairWriter* writer, Lockstep* lockstep, LoadReady load_ready) {
+    int results[2] = {0, 0};
+    cv::parallel_for_(cv::Range(0, 3), [&](const cv::Range& range) {
+        for (int step = range.start; step < range.end; ++step) {
+            if (step == 0) {
+                writer->encode();
+            } else {
+                results[step - 1] = lockstep->decode(step - 1);
+                load_ready(step - 1);
+            }
+        }
+    });
+    return results[0] < 0 ? results[0] : results[1];
+}
+
 // One input of the lockstep, as FFmpeg reads and decodes it.
 class MediaSource : public LockstepSource {
   public:
-    MediaSource(libavIF* media, int input) : media_(media), input_(input) {}
+    // The sound between `start` and `end` (seconds) goes to `writer`.
+    MediaSource(libavIF* media, int input, float start, float end, PairWriter* writer)
+        : media_(media), input_(input), start_(start), end_(end), writer_(writer) {}
 
     int read() override;
     int write_sound(bool* past_end) override;
     int send() override;
     int receive(double* seconds) override;
 
-    void set_sound_range(float start, float end) {
-        start_ = start;
-        end_ = end;
-    }
     AVFrame* frame() const { return frame_.get(); }
     const char* failed_step() const { return failed_step_; }  // null while nothing failed
 
@@ -75,12 +93,12 @@ class MediaSource : public LockstepSource {
 
     libavIF* media_;
     int input_;
-    float start_ = 0;
-    float end_ = 0;
+    float start_;
+    float end_;
+    PairWriter* writer_;
     PacketPtr packet_{av_packet_alloc()};
     FramePtr frame_{av_frame_alloc()};
     bool at_end_ = false;
-    int sound_past_end_ = 0;
     const char* failed_step_ = nullptr;
 };
 
@@ -101,9 +119,7 @@ int MediaSource::read() {
 }
 
 int MediaSource::write_sound(bool* past_end) {
-    const int result =
-        media_->wtire_audio2(input_, packet_.get(), &sound_past_end_, media_->audio_block_size(), start_, end_);
-    *past_end = sound_past_end_ != 0;
+    const int result = writer_->take_sound(input_, packet_.get(), start_, end_, past_end);
     return result < 0 ? failed(result, "wtire_audio") : 0;
 }
 
@@ -278,28 +294,41 @@ int libavIF::write_video(const char* export_path, const char* cancel_path, Outpu
 
 int libavIF::write_pairs(const OutputOption& option, const std::string& export_name, const char* cancel_path,
                          NQ360_CALLBACK callback) {
-    MediaSource source1(this, 0);
-    MediaSource source2(this, 1);
+    PairWriter writer(this, option, !(is_still[0] && is_still[1]));
+    MediaSource source1(this, 0, option.start1, option.end1, &writer);
+    MediaSource source2(this, 1, option.start2, option.end2, &writer);
     LockstepInput input1 = {&source1, is_still[0], option.start1, option.end1, option.audio_source == 0 && hasAudio(0)};
     LockstepInput input2 = {&source2, is_still[1], option.start2, option.end2, option.audio_source == 1 && hasAudio(1)};
-    source1.set_sound_range(input1.start, input1.end);
-    source2.set_sound_range(input2.start, input2.end);
     last_pts[0] = last_pts[1] = -1;
 
     Lockstep lockstep(&input1, &input2);
+    const auto load_ready = [&](int lens) {
+        const bool ready = lens == 0 ? input1.frame_ready : input2.frame_ready;
+        if (ready && !writer.is_loaded(lens)) {
+            writer.load(lens, lens == 0 ? source1.frame() : source2.frame());
+        }
+    };
     int result = 0;
-    while ((result = lockstep.next_pair()) > 0) {
+    while (result >= 0 && (result = lockstep.next_pair()) > 0) {
+        nq360_log(1, "[libavIF::write_video] output_frame_size:%d", audio_block_size());
         if (report_progress(lockstep.count(), option.update_frame, export_name, cancel_path, callback)) {
             nq360_log(1, "[libavIF::write_video] cancelled");
             cancelled = true;
             return fail(AVERROR_EXIT);
         }
-        if (convert_frame(source1.frame(), source2.frame(), option) < 0) {
-            nq360_log(3, "[libavIF::write_video] convert_frame error %d:%s", error_code, error_text);
-            return error_code;
+        load_ready(0);
+        load_ready(1);
+        const int stitched = writer.stitch(is_still[0], is_still[1]);
+        if (stitched < 0) {
+            return report_unwritten(stitched);
         }
         lockstep.pair_done();
-        nq360_log(1, "[libavIF::write_video] output_frame_size:%d", audio_block_size());
+        result = lockstep.read_packets();
+        const int decoded = result < 0 ? result : encode_beside_decoding(&writer, &lockstep, load_ready);
+        if (writer.write() < 0) {
+            return report_unwritten(error_code);
+        }
+        result = decoded;
     }
     if (result == 0) {
         result = lockstep.finish_sound();
@@ -308,10 +337,15 @@ int libavIF::write_pairs(const OutputOption& option, const std::string& export_n
         return report_failed_step(result, source1.failed_step(), source2.failed_step());
     }
     nq360_log(1, "[libavIF::write_video] loop finished %d %d", input1.ended, input2.ended);
-    if (lockstep.count() == 0 || next_video_pts == 0) {
-        return fail(AVERROR_EXIT, "no pair of pictures lies in the range");
+    return next_video_pts == 0 ? fail(AVERROR_EXIT, "no pair of pictures lies in the range") : 0;
+}
+
+int libavIF::report_unwritten(int result) {
+    if (error_code != result) {
+        fail(result);
     }
-    return 0;
+    nq360_log(3, "[libavIF::write_video] convert_frame error %d:%s", error_code, error_text);
+    return error_code;
 }
 
 int libavIF::report_failed_step(int result, const char* step1, const char* step2) {

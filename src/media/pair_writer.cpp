@@ -1,0 +1,122 @@
+#include "media/pair_writer.h"
+
+#include <algorithm>
+
+namespace {
+
+// The time from frame to frame, whatever the movie's rate; deliberate, as is the encoder's time base that goes
+// with it.
+constexpr int64_t kFrameTicks = 1001;
+
+// A movie whose sound stands far from its pictures must not fill the memory with it.
+constexpr size_t kMostHeldBytes = size_t{4} << 20;
+
+}  // namespace
+
+PairWriter::PairWriter(libavIF* media, const OutputOption& option, bool many_pairs)
+    : media_(media), stitcher_(option, many_pairs) {}
+
+// An encoder may keep a frame's memory; then the next panorama gets memory of its own.
+int PairWriter::prepare_panorama() {
+    FramePtr& panorama = panoramas_[stitching_];
+    const AVCodecContext* encoder = media_->video_encoder_context;
+    if (panorama && av_frame_is_writable(panorama.get())) {
+        return 0;
+    }
+    panorama.reset(av_frame_alloc());
+    if (!panorama) {
+        return AVERROR(ENOMEM);
+    }
+    panorama->width = encoder->width;
+    panorama->height = encoder->height;
+    panorama->format = encoder->pix_fmt;
+    panorama->color_range = encoder->color_range;
+    return av_frame_get_buffer(panorama.get(), 0);
+}
+
+void PairWriter::load(int lens, const AVFrame* frame) noexcept {
+    try {
+        stitcher_.load(lens, frame);
+        loaded_[lens] = true;
+        if (++lenses_loaded_ == 2 && prepare_panorama() >= 0) {
+            stitcher_.stitch_chroma(panoramas_[stitching_].get());
+        }
+    } catch (...) {
+        thrown_[lens] = std::current_exception();
+    }
+}
+
+int PairWriter::stitch(bool keep1, bool keep2) {
+    for (const std::exception_ptr& thrown : thrown_) {
+        if (thrown) {
+            std::rethrow_exception(thrown);
+        }
+    }
+    AVFrame* panorama = panoramas_[stitching_].get();
+    if (!panorama || !panorama->buf[0]) {
+        return AVERROR(ENOMEM);
+    }
+    stitcher_.stitch_luma(panorama);
+    panorama->pts = media_->next_video_pts;
+    media_->next_video_pts += kFrameTicks;
+    waiting_ = true;
+    stitching_ = 1 - stitching_;
+    loaded_[0] = keep1;
+    loaded_[1] = keep2;
+    lenses_loaded_ = keep1 + keep2;
+    return 0;
+}
+
+void PairWriter::encode() noexcept {
+    if (waiting_) {
+        const AVFrame* panorama = panoramas_[1 - stitching_].get();
+        encode_result_ = encode_video_frame(media_->video_encoder_context, panorama, encoded_.get());
+    }
+}
+
+int PairWriter::write() {
+    if (!waiting_) {
+        return 0;
+    }
+    waiting_ = false;
+    const int written = media_->write_video_packet(encode_result_, encoded_.get());
+    if (written < 0) {
+        return written;
+    }
+    std::vector<Sound> held;
+    held.swap(held_);
+    held_bytes_ = 0;
+    for (const Sound& sound : held) {
+        const int result = write_sound(sound);
+        if (result < 0) {
+            return result;
+        }
+    }
+    return 0;
+}
+
+int PairWriter::write_sound(const Sound& sound) {
+    return media_->wtire_audio2(sound.input, sound.packet.get(), &sound_past_end_, media_->audio_block_size(),
+                                sound.start, sound.end);
+}
+
+int PairWriter::take_sound(int input, AVPacket* packet, float start, float end, bool* past_end) {
+    Sound sound = {input, PacketPtr(av_packet_alloc()), start, end};
+    if (!sound.packet) {
+        return AVERROR(ENOMEM);
+    }
+    av_packet_move_ref(sound.packet.get(), packet);
+    int result = 0;
+    if (!waiting_) {
+        result = write_sound(sound);
+    } else {
+        held_bytes_ += static_cast<size_t>(std::max(sound.packet->size, 0));
+        held_.push_back(std::move(sound));
+        if (held_bytes_ > kMostHeldBytes) {
+            encode();
+            result = write();
+        }
+    }
+    *past_end = sound_past_end_ != 0;
+    return result;
+}

@@ -1,0 +1,187 @@
+#include "media/stitcher.h"
+
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include <opencv2/imgproc.hpp>
+
+#include "media/scaler.h"
+#include "projection/large_pages.h"
+
+namespace {
+
+bool is_422(const AVFrame* frame) {
+    return frame->format == AV_PIX_FMT_YUV422P || frame->format == AV_PIX_FMT_YUVJ422P;
+}
+
+bool is_420(const AVFrame* frame) {
+    return frame->format == AV_PIX_FMT_YUV420P || frame->format == AV_PIX_FMT_YUVJ420P;
+}
+
+std::string size_text(int width, int height) {
+    return std::to_string(width) + "x" + std::to_string(height);
+}
+
+// The decoder may deliver other formats and sizes than the container announced.
+void check_format(const AVFrame* frame, int lens) {
+    if (!is_420(frame) && !is_422(frame)) {
+        throw std::runtime_error("input " + std::to_string(lens + 1) +
+                                 " is not 4:2:0 or 4:2:2 with 8 bits, the only formats that can be stitched");
+    }
+}
+
+void check_size(const AVFrame* frame, ImageSize expected, int lens) {
+    if (frame->width != expected.width || frame->height != expected.height) {
+        throw std::runtime_error("input " + std::to_string(lens + 1) + " has a frame of " +
+                                 size_text(frame->width, frame->height) + " where " +
+                                 size_text(expected.width, expected.height) + " was expected");
+    }
+}
+
+FramePtr make_frame_420(ImageSize size) {
+    FramePtr frame(av_frame_alloc());
+    if (frame) {
+        frame->width = size.width;
+        frame->height = size.height;
+        frame->format = AV_PIX_FMT_YUV420P;
+    }
+    if (!frame || av_frame_get_buffer(frame.get(), 32) < 0) {
+        throw std::bad_alloc();
+    }
+    return frame;
+}
+
+// The table of a plane's correction, null where the plane stays as it is.
+const uint8_t* correction_of(const YuvCorrectMap& map, int plane) {
+    switch (plane) {
+        case 0:
+            return map.yenabled ? map.ytable : nullptr;
+        case 1:
+            return map.uenabled ? map.utable : nullptr;
+        default:
+            return map.venabled ? map.vtable : nullptr;
+    }
+}
+
+void copy_plane(const uint8_t* source, int stride, const uint8_t* table, cv::Mat* target) {
+    for (int row = 0; row < target->rows; ++row) {
+        const uint8_t* from = source + static_cast<ptrdiff_t>(row) * stride;
+        uint8_t* to = target->ptr(row);
+        if (!table) {
+            std::memcpy(to, from, static_cast<size_t>(target->cols));
+            continue;
+        }
+        for (int column = 0; column < target->cols; ++column) {
+            to[column] = table[from[column]];
+        }
+    }
+}
+
+// Rows or columns of a plane: floor halves for the pictures, ceil halves for FFmpeg's frames.
+int halved(int side, int plane) {
+    return plane == 0 ? side : side / 2;
+}
+int halved_up(int side, int plane) {
+    return plane == 0 ? side : (side + 1) / 2;
+}
+
+void repeat_last(cv::Mat plane, int columns, int rows) {
+    if (columns < plane.cols) {
+        plane.col(columns - 1).copyTo(plane.col(columns));
+    }
+    if (rows < plane.rows) {
+        plane.row(rows - 1).copyTo(plane.row(rows));
+    }
+}
+
+}  // namespace
+
+Stitcher::Stitcher(const OutputOption& option, bool many_pairs)
+    : option_(option),
+      luma_(tables_for(option.transmap.ymapx, option.transmap.ymapy, many_pairs)),
+      chroma_(tables_for(option.transmap.uvmapx, option.transmap.uvmapy, many_pairs)) {
+    const ImageSize lens = option.transmap.projsize;
+    const bool has_band = option.band.frameType != FRAME_TYPE_NOTLOAD;
+    for (int plane = 0; plane < 3; ++plane) {
+        const cv::Mat band = has_band ? option.band.YUVMats[static_cast<size_t>(plane)] : cv::Mat();
+        const int lens_rows = 2 * halved(lens.height, plane);
+        create_large(&stacks_[plane], lens_rows + band.rows, halved(lens.width, plane), CV_8UC1);
+        if (has_band) {
+            band.copyTo(stacks_[plane].rowRange(lens_rows, lens_rows + band.rows));
+        }
+    }
+}
+
+Stitcher::Tables Stitcher::tables_for(const cv::Mat& x, const cv::Mat& y, bool many_pairs) {
+    if (!many_pairs || x.empty()) {
+        return {x, y};
+    }
+    Tables tables;
+    create_large(&tables.first, x.rows, x.cols, CV_16SC2);
+    create_large(&tables.second, x.rows, x.cols, CV_16UC1);
+    cv::convertMaps(x, y, tables.first, tables.second, CV_16SC2);
+    return tables;
+}
+
+// Full-range 4:2:2 is read as limited range too, deliberately: so both lenses are treated alike whatever their
+// format is called.
+const AVFrame* Stitcher::as_420(Lens* lens, const AVFrame* frame) const {
+    if (!is_422(frame)) {
+        return frame;
+    }
+    const ImageSize target = option_.transmap.projsize;
+    if (!lens->converted) {
+        lens->converted = make_frame_420(target);
+    }
+    if (!lens->scaler || lens->width != frame->width || lens->height != frame->height) {
+        lens->scaler.reset(make_scaler({frame->width, frame->height, AV_PIX_FMT_YUV422P},
+                                       {target.width, target.height, AV_PIX_FMT_YUV420P}));
+        lens->width = frame->width;
+        lens->height = frame->height;
+    }
+    if (!lens->scaler || sws_scale(lens->scaler.get(), frame->data, frame->linesize, 0, frame->height,
+                                   lens->converted->data, lens->converted->linesize) < 0) {
+        throw std::runtime_error("FFmpeg cannot convert this 4:2:2 picture");
+    }
+    return lens->converted.get();
+}
+
+cv::Mat Stitcher::place_of(int lens, int plane) const {
+    const int rows = halved(option_.transmap.projsize.height, plane);
+    return stacks_[plane].rowRange(lens * rows, (lens + 1) * rows);
+}
+
+void Stitcher::load(int lens, const AVFrame* frame) {
+    check_format(frame, lens);
+    if (lens == 0 || !is_422(frame)) {
+        // A 4:2:2 picture of the second lens is scaled to the first's size, deliberately.
+        check_size(frame, option_.transmap.projsize, lens);
+    }
+    const AVFrame* picture = as_420(&lenses_[lens], frame);
+    const YuvCorrectMap& correction = lens == 0 ? option_.correct1 : option_.correct2;
+    for (int plane = 0; plane < 3; ++plane) {
+        cv::Mat place = place_of(lens, plane);
+        copy_plane(picture->data[plane], picture->linesize[plane], correction_of(correction, plane), &place);
+    }
+}
+
+void Stitcher::stitch_plane(int plane, const Tables& tables, AVFrame* panorama) const {
+    cv::Mat whole(halved_up(panorama->height, plane), halved_up(panorama->width, plane), CV_8UC1, panorama->data[plane],
+                  static_cast<size_t>(panorama->linesize[plane]));
+    const int columns = halved(panorama->width, plane);
+    const int rows = halved(panorama->height, plane);
+    cv::Mat target = whole(cv::Rect(0, 0, columns, rows));
+    cv::remap(stacks_[plane], target, tables.first, tables.second, cv::INTER_LINEAR, cv::BORDER_CONSTANT, 0);
+    repeat_last(whole, columns, rows);
+}
+
+void Stitcher::stitch_luma(AVFrame* panorama) const {
+    stitch_plane(0, luma_, panorama);
+}
+
+void Stitcher::stitch_chroma(AVFrame* panorama) const {
+    stitch_plane(1, chroma_, panorama);
+    stitch_plane(2, chroma_, panorama);
+}

@@ -1,0 +1,46 @@
+// Stitches the pairs of one export: what convert_equirectangular_with_map does with one pair, with everything
+// kept from pair to pair that can be, and no copy beyond the one into the source that the tables address.
+#pragma once
+
+#include "api/output_option.h"
+#include "media/ffmpeg_ptr.h"
+
+class Stitcher {
+  public:
+    // `option` is borrowed. For many pairs the tables are brought into the form that cv::remap works on, which
+    // takes about as long as one pair saves; the panoramas are the same.
+    Stitcher(const OutputOption& option, bool many_pairs);
+
+    // Takes over the decoded frame of a lens (0 or 1), converted to 4:2:0 and corrected. The two lenses may be
+    // loaded at the same time. Throws a text when the frame is not what the tables were built for.
+    void load(int lens, const AVFrame* frame);
+
+    // Fill the planes of a 4:2:0 frame of the panorama's size. Chroma of an odd size has a last column or row
+    // more than the tables: it repeats the one before.
+    void stitch_luma(AVFrame* panorama) const;
+    void stitch_chroma(AVFrame* panorama) const;
+
+  private:
+    struct Tables {
+        cv::Mat first;
+        cv::Mat second;
+    };
+
+    struct Lens {
+        FramePtr converted;  // kept for frames that are not 4:2:0
+        ScalerPtr scaler;
+        int width = 0;  // what the scaler reads
+        int height = 0;
+    };
+
+    static Tables tables_for(const cv::Mat& x, const cv::Mat& y, bool many_pairs);
+    const AVFrame* as_420(Lens* lens, const AVFrame* frame) const;
+    cv::Mat place_of(int lens, int plane) const;
+    void stitch_plane(int plane, const Tables& tables, AVFrame* panorama) const;
+
+    const OutputOption& option_;
+    Tables luma_;
+    Tables chroma_;
+    Lens lenses_[2];
+    cv::Mat stacks_[3];  // per plane: lens 1 above lens 2 above the band
+};

@@ -1,0 +1,24 @@
+#include "projection/large_pages.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+// Smaller matrices are left to the allocator, which reuses their memory.
+constexpr size_t kWorthwhile = size_t{4} << 20;
+
+}  // namespace
+
+void create_large(cv::Mat* matrix, int rows, int cols, int type) {
+    matrix->create(rows, cols, type);
+    const size_t bytes = matrix->total() * matrix->elemSize();
+    if (bytes < kWorthwhile) {
+        return;
+    }
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t begin = (reinterpret_cast<uintptr_t>(matrix->data) + page - 1) / page * page;
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(matrix->data) + bytes) / page * page;
+    // A failing hint changes nothing but the time.
+    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
