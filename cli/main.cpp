@@ -1,1 +1,109 @@
-int main() { return 0; }
+// nq360: the library from a shell. Every rule of the work itself is in the library; here are arguments, messages
+// and progress.
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <vector>
+
+#include "command.h"
+#include "errors.h"
+#include "help_format.h"
+#include "interrupt.h"
+
+namespace {
+
+using Commands = std::vector<std::unique_ptr<Command>>;
+
+constexpr const char* kDescription =
+    "Describes the pictures and movies of a dual-lens 360-degree camera and stitches the two halves of a shot into one "
+    "equirectangular panorama.";
+constexpr const char* kFooter =
+    "'nq360 COMMAND --help' explains a command. Exit status: 0 done, 1 failed,\n2 wrong use, 130 cancelled.";
+
+// As the parser takes them, last one first. It would take a name in brackets for a list of names.
+std::vector<std::string> arguments_of(int argc, char** argv) {
+    std::vector<std::string> arguments;
+    for (int i = argc - 1; i > 0; --i) {
+        const std::string argument = argv[i];
+        const bool is_list = !argument.empty() && argument.front() == '[' && argument.back() == ']';
+        arguments.push_back(is_list ? "./" + argument : argument);
+    }
+    return arguments;
+}
+
+// Help and version go to the standard output stream, what is wrong with the arguments to the other one.
+int end_parsing(const CLI::App& app, const CLI::ParseError& error) {
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        return app.exit(error);
+    }
+    std::string command = "nq360";
+    std::string wrong = printable(error.what());
+    if (app.get_subcommands().empty()) {
+        const std::vector<std::string> words = app.remaining();
+        const char* const kind = !words.empty() && words.front()[0] == '-' ? "option" : "command";
+        wrong = words.empty() ? "a command is missing"
+                              : std::string("there is no ") + kind + " '" + printable(words.front()) + "'";
+    }
+    for (const CLI::App* chosen : app.get_subcommands()) {
+        command += " " + chosen->get_name();
+    }
+    console().complain(wrong);
+    console().tell("Try '" + command + " --help'.");
+    return kWrongUse;
+}
+
+int run_chosen(const Commands& commands) {
+    for (const auto& command : commands) {
+        if (command->chosen()) {
+            return command->begin_and_run();
+        }
+    }
+    return kWrongUse;
+}
+
+// As if this signal had never been ignored: the shell sees what it sees of every program in a pipe.
+int end_by_closed_pipe() {
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+    return kFailed;
+}
+
+int run(const Commands& commands) {
+    try {
+        return run_chosen(commands);
+    } catch (const ClosedPipe&) {
+        return end_by_closed_pipe();
+    } catch (const UsageError& error) {
+        console().complain(error.what());
+        return kWrongUse;
+    } catch (const std::exception& error) {
+        console().complain(error.what());
+        return kFailed;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Ignored, so that a reader that goes away cannot end a job between two writes.
+    std::signal(SIGPIPE, SIG_IGN);
+    watch_interrupts();
+    CLI::App app(kDescription, "nq360");
+    app.formatter(std::make_shared<HelpFormat>());
+    app.require_subcommand(1);
+    app.footer(kFooter);
+    app.set_help_flag("-h,--help", "show this help and exit");
+    app.set_version_flag("--version", "nq360 " NQ360_VERSION, "show the version and exit");
+    Commands commands;
+    commands.push_back(make_analyze(app));
+    commands.push_back(make_export(app));
+    commands.push_back(make_audio(app));
+    commands.push_back(make_space(app));
+    try {
+        app.parse(arguments_of(argc, argv));
+    } catch (const CLI::ParseError& error) {
+        return end_parsing(app, error);
+    }
+    return run(commands);
+}

@@ -1,0 +1,40 @@
+#include "job.h"
+
+#include <filesystem>
+
+#include "console.h"
+#include "errors.h"
+#include "interrupt.h"
+#include "progress.h"
+
+void check_output(const std::string& path, bool force) {
+    std::error_code unknown;
+    const auto status = std::filesystem::status(path, unknown);
+    if (std::filesystem::is_directory(status)) {
+        throw CommandError(printable(path) + ": is a folder; name the file to write");
+    }
+    if (std::filesystem::exists(status) && !force) {
+        throw CommandError(printable(path) + ": exists already; --force replaces it");
+    }
+}
+
+Outcome run_job(const std::string& output, const std::string& unit, const JobFunction& function, double* seconds) {
+    CancelMarker marker(output);
+    Progress progress(unit);
+    const FrameHandler handler = [&](NQ360_STATE state, int64_t frames) {
+        if (state == NQ360_STARTED) {
+            marker.output_begun();
+            progress.begin(frames);
+        } else {
+            progress.advance(frames);
+        }
+    };
+    Outcome outcome = function(marker.path(), handler);
+    if (outcome.state == NQ360_FINISHED && interrupted()) {
+        std::error_code ignored;
+        std::filesystem::remove(output, ignored);
+        outcome.state = NQ360_CANCELLED;
+    }
+    *seconds = progress.seconds();
+    return outcome;
+}
