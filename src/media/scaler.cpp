@@ -1,5 +1,8 @@
 #include "media/scaler.h"
 
+#include <cstdint>
+#include <utility>
+
 extern "C" {
 #include <libavutil/opt.h>
 }
@@ -37,14 +40,15 @@ SwsContext* make_scaler(PictureFormat source, PictureFormat target) {
     bool target_full = false;
     const AVPixelFormat source_format = plain_format(source.format, &source_full);
     const AVPixelFormat target_format = plain_format(target.format, &target_full);
-    av_opt_set_int(scaler.get(), "srcw", source.width, 0);
-    av_opt_set_int(scaler.get(), "srch", source.height, 0);
-    av_opt_set_int(scaler.get(), "src_format", source_format, 0);
-    av_opt_set_int(scaler.get(), "src_range", source_full, 0);
-    av_opt_set_int(scaler.get(), "dstw", target.width, 0);
-    av_opt_set_int(scaler.get(), "dsth", target.height, 0);
-    av_opt_set_int(scaler.get(), "dst_format", target_format, 0);
-    av_opt_set_int(scaler.get(), "dst_range", target_full, 0);
-    av_opt_set_int(scaler.get(), "sws_flags", SWS_BICUBIC, 0);
+    const std::pair<const char*, int64_t> options[] = {
+        {"srcw", source.width},        {"srch", source.height},    {"src_format", source_format},
+        {"src_range", source_full},    {"dstw", target.width},     {"dsth", target.height},
+        {"dst_format", target_format}, {"dst_range", target_full}, {"sws_flags", SWS_BICUBIC},
+    };
+    for (const auto& [name, value] : options) {
+        if (av_opt_set_int(scaler.get(), name, value, 0) < 0) {
+            return nullptr;  // a size or format out of range would leave the one before
+        }
+    }
     return sws_init_context(scaler.get(), nullptr, nullptr) < 0 ? nullptr : scaler.release();
 }
