@@ -7,22 +7,24 @@
 namespace sample {
 namespace {
 
-constexpr float kOutside = -1000;  // beyond the margin of any sphere, so that the border's value is taken
-constexpr int kGrainSpare = 256;   // columns and rows by which the grain of a frame can be moved
+constexpr int kGrainSpare = 256;  // columns and rows by which the grain of a frame can be moved
 
 }  // namespace
 
-LensPainter::LensPainter(const Lens& lens, double angle, Chroma chroma, int sphere_width, int interpolation)
-    : chroma_(chroma), interpolation_(interpolation) {
-    tables_[0] = make_table(lens, angle, k444, sphere_width);
-    tables_[1] = make_table(lens, angle, chroma, sphere_width);
+LensPainter::LensPainter(const Lens& lens, double angle, Chroma chroma, int sphere_width, Lookup lookup)
+    : chroma_(chroma) {
+    const bool fine = lookup == Lookup::fine;
+    tables_[0] = make_table(lens, angle, k444, sphere_width, fine ? cv::INTER_CUBIC : cv::INTER_LINEAR);
+    tables_[1] = make_table(lens, angle, chroma, sphere_width, fine ? cv::INTER_CUBIC : cv::INTER_NEAREST);
 }
 
-LensPainter::Table LensPainter::make_table(const Lens& lens, double angle, Chroma step, int sphere_width) {
+LensPainter::Table LensPainter::make_table(const Lens& lens, double angle, Chroma step, int sphere_width,
+                                           int interpolation) {
     const cv::Size size((lens.size() + step.columns - 1) / step.columns, (lens.size() + step.rows - 1) / step.rows);
-    cv::Mat columns(size, CV_32FC1, cv::Scalar(kOutside));
-    cv::Mat rows(size, CV_32FC1, cv::Scalar(kOutside));
+    cv::Mat columns(size, CV_32FC1, cv::Scalar(kSphereBlack));
+    cv::Mat rows(size, CV_32FC1, cv::Scalar(kSphereBlack));
     Table table;
+    table.interpolation = interpolation;
     table.field = cv::Mat::zeros(size, CV_8UC1);
     cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& range) {
         for (int y = range.start; y < range.end; ++y) {
@@ -40,17 +42,17 @@ LensPainter::Table LensPainter::make_table(const Lens& lens, double angle, Chrom
             }
         }
     });
-    cv::convertMaps(columns, rows, table.positions, table.fractions, CV_16SC2);
+    cv::convertMaps(columns, rows, table.positions, table.fractions, CV_16SC2, interpolation == cv::INTER_NEAREST);
     return table;
 }
 
-Picture LensPainter::paint(const Sphere& sphere, int shift, int black_y, const std::array<int, 3>& offset) const {
+Picture LensPainter::paint(const Sphere& sphere, int shift, const std::array<int, 3>& offset) const {
     Picture picture;
     picture.chroma = chroma_;
     for (size_t i = 0; i < picture.planes.size(); ++i) {
         const Table& table = tables_[i == 0 ? 0 : 1];
-        cv::remap(sphere.plane(i, shift), picture.planes[i], table.positions, table.fractions, interpolation_,
-                  cv::BORDER_CONSTANT, cv::Scalar(i == 0 ? black_y : kNeutralChroma));
+        cv::remap(sphere.plane(i, shift), picture.planes[i], table.positions, table.fractions, table.interpolation,
+                  cv::BORDER_REPLICATE);
         if (offset[i] != 0) {
             cv::add(picture.planes[i], cv::Scalar(offset[i]), picture.planes[i], table.field);
         }

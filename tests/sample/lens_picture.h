@@ -13,25 +13,29 @@
 
 namespace sample {
 
+// How the scene is looked up: cubic for stills; for movies linear in Y and nearest in U and V, which is much
+// faster.
+enum class Lookup { fine, fast };
+
 // The picture of one lens, drawn through tables that are computed once.
 class LensPainter {
   public:
-    // `angle` (radians) is the third angle that the pictures will be exported with; `interpolation` an OpenCV code.
-    LensPainter(const Lens& lens, double angle, Chroma chroma, int sphere_width, int interpolation);
+    // `angle` (radians) is the third angle that the pictures will be exported with.
+    LensPainter(const Lens& lens, double angle, Chroma chroma, int sphere_width, Lookup lookup);
 
-    // Outside the lens's field the picture is `black_y` and without colour. For `shift` see Sphere::plane. `offset`
-    // is added to the planes inside the field.
-    Picture paint(const Sphere& sphere, int shift, int black_y, const std::array<int, 3>& offset) const;
+    // Outside the lens's field the picture is black. For `shift` see Sphere::plane. `offset` is added to the planes
+    // inside the field.
+    Picture paint(const Sphere& sphere, int shift, const std::array<int, 3>& offset) const;
 
   private:
     struct Table {
         cv::Mat positions, fractions;  // OpenCV's fixed-point form
         cv::Mat field;                 // CV_8UC1, not 0 where the lens sees
+        int interpolation;             // an OpenCV code
     };
-    static Table make_table(const Lens& lens, double angle, Chroma step, int sphere_width);
+    static Table make_table(const Lens& lens, double angle, Chroma step, int sphere_width, int interpolation);
 
     Chroma chroma_;
-    int interpolation_;
     std::array<Table, 2> tables_;  // of Y, and of U and V
 };
 

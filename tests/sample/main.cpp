@@ -1,11 +1,14 @@
 // nq360-sample: makes the files that a dual-lens camera would make, without the camera.
+#include <array>
 #include <cstdio>
 #include <exception>
+#include <map>
 #include <string>
 
 #include <CLI/CLI.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "sample/movie.h"
 #include "sample/options.h"
 #include "sample/picture.h"
 #include "sample/scene.h"
@@ -110,6 +113,8 @@ CLI::App* add_still(CLI::App& app, StillOptions& options) {
     command->add_option("--quality", options.quality, "Quantiser: 1 is finest")
         ->check(CLI::Range(1, 31))
         ->capture_default_str();
+    command->add_option("--code", options.code, "Burn this number in, as movies have the frame's")
+        ->check(CLI::Range(0, 65535));
     command
         ->add_flag_callback(
             "--no-exif", [&options] { options.exif = false; }, "Leave the EXIF segment out")
@@ -117,6 +122,115 @@ CLI::App* add_still(CLI::App& app, StillOptions& options) {
     command->add_option("--xmp", options.xmp_path, "Put the XMP packet in this file into the pictures")
         ->check(CLI::ExistingFile)
         ->group("Metadata");
+    return command;
+}
+
+void add_codec_options(CLI::App& command, MovieOptions& options) {
+    const CLI::IsMember codecs({"h264-baseline", "h264-main", "h264-high", "mjpeg"});
+    command.add_option("--codec", options.codecs[0], "Codec of both movies, or of lens 1's with --codec2")
+        ->check(codecs)
+        ->capture_default_str();
+    command.add_option("--codec2", options.codecs[1], "Codec of lens 2's movie, where it differs")->check(codecs);
+    command.add_option("--bit-rate", options.bit_rate, "Bits per second (H.264); 30 million for 1936 unless given")
+        ->check(CLI::PositiveNumber);
+    command.add_option("--key-frames", options.key_frames, "One key frame in so many frames (H.264)")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    command.add_flag("--full-range", options.full_range, "Full range of Y, U and V (H.264; MJPEG always has it)");
+    command.add_option("--quality", options.quality, "Quantiser (MJPEG): 1 is finest")
+        ->check(CLI::Range(1, 31))
+        ->capture_default_str();
+    command.add_option("--chroma", options.chroma, "Subsampling of colour (MJPEG; H.264 has 420)")
+        ->check(CLI::IsMember({"420", "422", "444"}))
+        ->capture_default_str();
+}
+
+void add_sound_options(CLI::App& command, MovieOptions& options) {
+    const std::string group = "Sound";
+    const std::map<std::string, std::array<bool, 2>> movies{
+        {"1", {true, false}}, {"2", {false, true}}, {"both", {true, true}}, {"none", {false, false}}};
+    const auto add_choice = [&](const std::string& name, std::array<bool, 2>& choice, const std::string& text) {
+        command
+            .add_option_function<std::string>(
+                name, [movies, &choice](const std::string& chosen) { choice = movies.at(chosen); }, text)
+            ->check(CLI::IsMember({"1", "2", "both", "none"}))
+            ->group(group);
+    };
+    add_choice("--sound", options.sound, "Which movies have sound; lens 1's unless given");
+    add_choice("--sound-first", options.sound_first, "In which movies the sound track comes before the video track");
+    command.add_option("--sound-codec", options.sound_codec, "16-bit PCM, or AAC")
+        ->check(CLI::IsMember({"pcm", "aac"}))
+        ->capture_default_str()
+        ->group(group);
+    command.add_option("--sound-rate", options.sound_rate, "Samples per second")
+        ->check(CLI::Range(8000, 96000))
+        ->capture_default_str()
+        ->group(group);
+    command.add_option("--sound-channels", options.sound_channels, "Channels")
+        ->check(CLI::Range(1, 8))
+        ->capture_default_str()
+        ->group(group);
+    command.add_option("--sound-seconds", options.sound_seconds, "Length; as long as the pictures unless given")
+        ->check(CLI::NonNegativeNumber)
+        ->group(group);
+}
+
+void add_container_options(CLI::App& command, MovieOptions& options) {
+    const std::string group = "Container";
+    command.add_option("--time-scale", options.time_scale, "Units of time per second in the video track")
+        ->check(CLI::Range(1, 1000000))
+        ->capture_default_str()
+        ->group(group);
+    CLI::Option* fragmented =
+        command.add_flag("--fragmented", options.fragmented, "Write fragments (a frame count of 0)")->group(group);
+    command.add_flag("--moov-first", options.moov_first, "Put the moov atom before the pictures, not after")
+        ->excludes(fragmented)
+        ->group(group);
+    command
+        .add_flag_callback(
+            "--no-maker-atom", [&options] { options.maker_atom = false; }, "Leave the MKRI atom out")
+        ->group(group);
+}
+
+// "30000/1001" or "25". Returns a message when it is neither, as CLI's checks do.
+std::string parse_rate(const std::string& text, std::array<int, 2>& rate) {
+    const std::string fraction = text.find('/') == std::string::npos ? text + "/1" : text;
+    char rest = 0;
+    const int found = std::sscanf(fraction.c_str(), "%d/%d%c", &rate[0], &rate[1], &rest);
+    return found == 2 && rate[0] > 0 && rate[1] > 0 ? "" : text + " is no frame rate, as 25 and 30000/1001 are";
+}
+
+CLI::App* add_movie(CLI::App& app, MovieOptions& options) {
+    CLI::App* command = app.add_subcommand(
+        "movie", "A pair of lens movies (.mov, .mp4), with the lens and the frame's number burnt into each frame");
+    add_shot_options(*command, options);
+    command
+        ->add_option("--frames", options.frames[0],
+                     "Frames of both movies, or of lens 1's with --frames2; 0: no video track, or an\n"
+                     "empty one with --fragmented")
+        ->check(CLI::Range(0, 65536))
+        ->capture_default_str();
+    command->add_option("--frames2", options.frames[1], "Frames of lens 2's movie, where they differ")
+        ->check(CLI::Range(0, 65536));
+    command
+        ->add_option_function<std::string>(
+            "--rate", [&options](const std::string& text) { parse_rate(text, options.rate); },
+            "Frames per second; 30000/1001 unless given")
+        ->check([](const std::string& text) {
+            std::array<int, 2> ignored{};
+            return parse_rate(text, ignored);
+        });
+    add_codec_options(*command, options);
+    add_sound_options(*command, options);
+    add_container_options(*command, options);
+    command->callback([command, &options] {
+        if (command->count("--frames2") == 0) {
+            options.frames[1] = options.frames[0];
+        }
+        if (command->count("--codec2") == 0) {
+            options.codecs[1] = options.codecs[0];
+        }
+    });
     return command;
 }
 
@@ -143,8 +257,10 @@ int main(int argc, char** argv) {
         "nq360-sample");
     app.require_subcommand(1);
     StillOptions still;
+    MovieOptions movie;
     DumpOptions dump;
     const CLI::App* still_command = add_still(app, still);
+    const CLI::App* movie_command = add_movie(app, movie);
     const CLI::App* dump_command = add_dump(app, dump);
     try {
         app.parse(argc, argv);
@@ -154,6 +270,8 @@ int main(int argc, char** argv) {
     try {
         if (still_command->parsed()) {
             write_stills(still);
+        } else if (movie_command->parsed()) {
+            write_movies(movie);
         } else if (dump_command->parsed()) {
             write_scene(dump);
         }

@@ -1,5 +1,8 @@
 // The tool against what other programs read in its files, and against positions worked out by hand.
+#include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -7,15 +10,17 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include "sample/frame_code.h"
 #include "sample/run_sample.h"
+#include "sample/sound.h"
 #include "support/temp_dir.h"
 
 using namespace test_support;
+using sample::FrameCode;
+using sample::kPi;
 using testing::HasSubstr;
 
 namespace {
-
-constexpr double kPi = 3.14159265358979323846;
 
 class Sample : public testing::Test {
   protected:
@@ -47,9 +52,18 @@ class Sample : public testing::Test {
         return dir.file("spot.pgm", file);
     }
 
+    // Makes a pair of small movies.
+    void movies(std::vector<std::string> more) {
+        std::vector<std::string> arguments{"movie", mov1, mov2, "--size", "256"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        run_sample(arguments);
+    }
+
     TempDir dir;
     std::string one = dir.file("one.jpg");
     std::string two = dir.file("two.jpg");
+    std::string mov1 = dir.file("one.mov");
+    std::string mov2 = dir.file("two.mov");
 };
 
 // The middle of what is bright, or (-1, -1).
@@ -72,6 +86,70 @@ std::string exif_value(const std::string& path, const std::string& tag) {
 
 std::string probe(const std::string& path, const std::string& entries) {
     return output_of({"ffprobe", "-v", "error", "-show_entries", entries, "-of", "default=nk=0:nw=1", path});
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// The decoded frames' sums of a movie, a line each.
+std::string frame_sums(const std::string& path) {
+    return output_of({"ffmpeg", "-v", "error", "-i", path, "-f", "framemd5", "-"});
+}
+
+// The decoded sound: samples of all channels in turn.
+std::vector<int16_t> sound_of(const std::string& path) {
+    const std::string bytes = output_of({"ffmpeg", "-v", "error", "-i", path, "-vn", "-f", "s16le", "-"});
+    std::vector<int16_t> samples(bytes.size() / 2);
+    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+    return samples;
+}
+
+std::vector<int16_t> expected_sound(int movie, int channels, int rate, int64_t count) {
+    std::vector<int16_t> samples;
+    for (int64_t i = 0; i < count; ++i) {
+        for (int channel = 0; channel < channels; ++channel) {
+            samples.push_back(sample::sound_sample(movie, channel, i, rate));
+        }
+    }
+    return samples;
+}
+
+sample::LumaView view(const cv::Mat& luma) {
+    return {luma.data, luma.cols, luma.rows, static_cast<std::ptrdiff_t>(luma.step)};
+}
+
+// A panorama of two lens pictures of 1936 / 2 pixels, pixel by nearest pixel: the formulas of an equidistant lens
+// written down once more, apart from the tool's. Degrees.
+cv::Mat stitch(const cv::Mat& lens1, const cv::Mat& lens2, double turn1, double turn2, double angle) {
+    const int width = 960;
+    cv::Mat panorama(width / 2, width, CV_8UC1);
+    const double s = std::sin(angle * kPi / 180);
+    const double c = std::cos(angle * kPi / 180);
+    for (int y = 0; y < panorama.rows; ++y) {
+        for (int x = 0; x < panorama.cols; ++x) {
+            const double longitude = x * 2 * kPi / width - kPi;
+            const double colatitude = y * kPi / panorama.rows;
+            const double px = std::sin(colatitude) * std::cos(longitude);
+            const double py = std::sin(colatitude) * std::sin(longitude);
+            const double pz = std::cos(colatitude);
+            const double off_axis = std::acos(std::clamp(-s * px + c * pz, -1.0, 1.0));
+            const double azimuth = std::atan2(c * px + s * pz, py);
+            const bool first = off_axis < kPi / 2;
+            const double distance = (first ? off_axis : kPi - off_axis) * 453.5 / (kPi / 2);
+            const double turned = azimuth + (first ? turn1 : turn2) * kPi / 180;
+            const double u = 484 + (first ? 1 : -1) * distance * std::cos(turned);
+            const double v = 484 + distance * std::sin(turned);
+            panorama.at<uint8_t>(y, x) =
+                (first ? lens1 : lens2).at<uint8_t>(static_cast<int>(std::lround(v)), static_cast<int>(std::lround(u)));
+        }
+    }
+    return panorama;
 }
 
 }  // namespace
@@ -209,4 +287,154 @@ TEST_F(Sample, ExitStatusTellsWrongArgumentsFromFailures) {
     EXPECT_THAT(unwritable.err, HasSubstr("no/such.jpg"));
     const CommandResult shape = run_command({sample_tool(), "dump", dir.file("x.png"), "--scene", one});
     EXPECT_EQ(shape.status, 1);
+}
+
+TEST_F(Sample, CodesOfStillsComeBack) {
+    for (const int number : {0, 1, 43690, 65535}) {
+        const auto pictures = stills({"--size", "300", "--code", std::to_string(number)});
+        EXPECT_EQ(sample::read_lens_code(view(pictures[0])), (FrameCode{number, 1}));
+        EXPECT_EQ(sample::read_lens_code(view(pictures[1])), (FrameCode{number, 2}));
+    }
+    EXPECT_EQ(sample::read_lens_code(view(stills({"--size", "300"})[0])), std::nullopt);
+}
+
+TEST_F(Sample, DamagedCodeIsNotRead) {
+    cv::Mat luma = stills({"--size", "300", "--code", "5"})[0];
+    // The whole sector of the highest bit, from 36 to 54 degrees, made white.
+    cv::ellipse(luma, cv::Point(150, 150), cv::Size(47, 47), 0, 36, 54, cv::Scalar(255), 20);
+    EXPECT_EQ(sample::read_lens_code(view(luma)), std::nullopt);
+}
+
+TEST_F(Sample, CodesComeBackFromPanoramas) {
+    auto pictures = stills({"--size", "968", "--code", "12345"});
+    cv::Mat panorama = stitch(pictures[0], pictures[1], 0, 0, 0);
+    EXPECT_EQ(sample::read_panorama_code(view(panorama), 1), (FrameCode{12345, 1}));
+    EXPECT_EQ(sample::read_panorama_code(view(panorama), 2), (FrameCode{12345, 2}));
+
+    panorama = stitch(pictures[1], pictures[0], 0, 0, 0);
+    EXPECT_EQ(sample::read_panorama_code(view(panorama), 1), (FrameCode{12345, 2})) << "swapped lenses show";
+
+    panorama = stitch(pictures[0], pictures[1], 50, -20, 90);
+    EXPECT_EQ(sample::read_panorama_code(view(panorama), 1, 50, 90), (FrameCode{12345, 1}));
+    EXPECT_EQ(sample::read_panorama_code(view(panorama), 2, -20, 90), (FrameCode{12345, 2}));
+}
+
+TEST_F(Sample, MoviesAreTheSameEachTime) {
+    movies({"--frames", "5", "--sound", "both"});
+    const Bytes first = read_file(mov1);
+    const Bytes second = read_file(mov2);
+    movies({"--frames", "5", "--sound", "both"});
+    EXPECT_EQ(read_file(mov1), first);
+    EXPECT_EQ(read_file(mov2), second);
+}
+
+TEST_F(Sample, PacketsHaveTheCameraTimes) {
+    for (const std::string codec : {"h264-baseline", "h264-main", "mjpeg"}) {
+        movies({"--frames", "4", "--codec", codec});
+        const std::string stream = probe(mov1, "stream=time_base,avg_frame_rate,nb_frames,profile,codec_name");
+        EXPECT_THAT(stream, HasSubstr("time_base=1/30000"));
+        EXPECT_THAT(stream, HasSubstr("avg_frame_rate=30000/1001"));
+        EXPECT_THAT(stream, HasSubstr("nb_frames=4"));
+        const std::string profile = codec == "h264-main" ? "Main" : codec == "mjpeg" ? "Baseline" : "Constrained Base";
+        EXPECT_THAT(stream, HasSubstr("profile=" + profile));
+        EXPECT_EQ(lines_of(output_of({"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries",
+                                      "packet=pts,dts,duration", "-of", "csv=p=0", mov1})),
+                  (std::vector<std::string>{"0,0,1001", "1001,1001,1001", "2002,2002,1001", "3003,3003,1001"}));
+    }
+}
+
+TEST_F(Sample, RateAndTimeScaleCanBeOthers) {
+    movies({"--frames", "3", "--rate", "25", "--time-scale", "12800"});
+    EXPECT_EQ(lines_of(output_of({"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries",
+                                  "packet=pts,duration", "-of", "csv=p=0", mov1})),
+              (std::vector<std::string>{"0,512", "512,512", "1024,512"}));
+    EXPECT_EQ(run_command({sample_tool(), "movie", mov1, mov2, "--rate", "30/x"}).status, 2);
+    EXPECT_EQ(run_command({sample_tool(), "movie", mov1, mov2, "--rate", "0"}).status, 2);
+}
+
+TEST_F(Sample, EveryFrameTellsItsNumberAndLens) {
+    movies({"--frames", "6", "--frames2", "4", "--codec", "h264-main", "--codec2", "mjpeg"});
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(sample::read_lens_code(view(luma_of(mov1, i))), (FrameCode{i, 1}));
+    }
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(sample::read_lens_code(view(luma_of(mov2, i))), (FrameCode{i, 2}));
+    }
+    EXPECT_THROW(luma_of(mov2, 4), std::runtime_error);
+}
+
+TEST_F(Sample, SceneTurnsAsTheDumpOfTheFrameShows) {
+    movies({"--frames", "41", "--codec", "mjpeg", "--quality", "1", "--grain", "0"});
+    const std::string scene = dir.file("scene.png");
+    run_sample({"dump", scene, "--width", "1920", "--frame", "40"});
+    const cv::Mat still = stills({"--size", "256", "--scene", scene, "--grain", "0"})[0];
+    const cv::Rect outside_the_code(20, 90, 50, 76);
+    const auto difference = [&](const cv::Mat& other) {
+        return cv::norm(still(outside_the_code), other(outside_the_code), cv::NORM_L1) / outside_the_code.area();
+    };
+    EXPECT_LT(difference(luma_of(mov1, 40)), 4);
+    EXPECT_GT(difference(luma_of(mov1, 0)), 10);
+}
+
+TEST_F(Sample, SoundIsKnownToTheBit) {
+    movies({"--frames", "30", "--sound", "both"});
+    EXPECT_EQ(sound_of(mov1), expected_sound(1, 2, 48000, 48048));
+    EXPECT_EQ(sound_of(mov2), expected_sound(2, 2, 48000, 48048));
+    EXPECT_NE(sound_of(mov1), sound_of(mov2));
+
+    movies({"--frames", "3", "--sound-channels", "1", "--sound-rate", "44100", "--sound-seconds", "0.5"});
+    EXPECT_EQ(sound_of(mov1), expected_sound(1, 1, 44100, 22050));
+}
+
+TEST_F(Sample, SoundTracksStandWhereAsked) {
+    const auto tracks = [this](const std::string& path) {
+        return lines_of(output_of(
+            {"ffprobe", "-v", "error", "-show_entries", "stream=codec_name", "-of", "default=nk=1:nw=1", path}));
+    };
+    using Names = std::vector<std::string>;
+    movies({"--frames", "3"});
+    EXPECT_EQ(tracks(mov1), (Names{"h264", "pcm_s16le"}));
+    EXPECT_EQ(tracks(mov2), (Names{"h264"}));
+    movies({"--frames", "3", "--sound", "both", "--sound-first", "2", "--sound-codec", "aac"});
+    EXPECT_EQ(tracks(mov1), (Names{"h264", "aac"}));
+    EXPECT_EQ(tracks(mov2), (Names{"aac", "h264"}));
+    movies({"--frames", "3", "--sound", "none"});
+    EXPECT_EQ(tracks(mov1), (Names{"h264"}));
+}
+
+TEST_F(Sample, MakerAtomLiesInTheUserData) {
+    movies({"--frames", "3", "--capture-mode", "134"});
+    const std::string file = to_string(read_file(mov1));
+    const size_t udta = file.find("udta");
+    ASSERT_NE(udta, std::string::npos);
+    EXPECT_LT(file.find("moov"), udta);
+    EXPECT_EQ(file.compare(udta + 8, 8, "MKRIMKRI"), 0);
+    // The size of the atom before its name reaches just to the end of the file, where moov and udta end.
+    EXPECT_EQ(read_big_endian(read_file(mov1), udta + 4, 4), file.size() - (udta + 4));
+    EXPECT_EQ(read_big_endian(read_file(mov1), udta - 4, 4), file.size() - (udta - 4));
+    EXPECT_THAT(file, HasSubstr(to_string(entry_short(0x3000, 134))));
+    EXPECT_THAT(file, HasSubstr("RT-KA500"));
+}
+
+TEST_F(Sample, MoviesPlayTheSameHoweverTheyAreLaidOut) {
+    movies({"--frames", "8", "--no-maker-atom"});
+    const std::string plain = frame_sums(mov1);
+    EXPECT_EQ(to_string(read_file(mov1)).find("MKRI"), std::string::npos);
+    movies({"--frames", "8"});
+    EXPECT_EQ(frame_sums(mov1), plain);
+    movies({"--frames", "8", "--moov-first"});
+    EXPECT_EQ(frame_sums(mov1), plain);
+    const std::string file = to_string(read_file(mov1));
+    EXPECT_LT(file.find("moov"), file.find("mdat"));
+}
+
+TEST_F(Sample, FragmentsHideTheFrameCount) {
+    movies({"--frames", "8", "--fragmented"});
+    EXPECT_THAT(probe(mov1, "stream=nb_frames"), HasSubstr("nb_frames=N/A"));
+    EXPECT_THAT(output_of({"ffprobe", "-v", "error", "-count_packets", "-select_streams", "v", "-show_entries",
+                           "stream=nb_read_packets", "-of", "csv=p=0", mov1}),
+                HasSubstr("8"));
+    EXPECT_THAT(to_string(read_file(mov1)), HasSubstr("MKRIMKRI"));
+    movies({"--frames", "0", "--fragmented"});
+    EXPECT_THAT(probe(mov1, "stream=codec_name"), HasSubstr("h264"));
 }

@@ -31,14 +31,19 @@ cv::Mat wrap_sphere(const cv::Mat& scene, int right) {
 }
 
 Sphere::Sphere(const Scene& scene, int width, bool turns) : width_(width) {
-    cv::split(wrap_sphere(scene.draw(width, width / 2, 0), kSphereMargin + (turns ? width : 0)), planes_.data());
+    cv::Mat wrapped = wrap_sphere(scene.draw(width, width / 2, 0), kSphereMargin + (turns ? width : 0));
+    wrapped.rowRange(0, 2 * kSphereBlack + 1).setTo(cv::Scalar(kBlackY, kNeutralChroma, kNeutralChroma));
+    cv::split(wrapped, planes_.data());
 }
 
-void Sphere::limit_range() {
-    planes_[0].convertTo(planes_[0], CV_8U, 219.0 / 255, 16);
+Sphere Sphere::limited() const {
+    Sphere sphere = *this;
+    sphere.planes_ = {};  // or the copies would share, and overwrite, this one's pixels
+    planes_[0].convertTo(sphere.planes_[0], CV_8U, 219.0 / 255, 16);
     for (size_t i = 1; i < planes_.size(); ++i) {
-        planes_[i].convertTo(planes_[i], CV_8U, 224.0 / 255, 128 - 128 * 224.0 / 255);
+        planes_[i].convertTo(sphere.planes_[i], CV_8U, 224.0 / 255, 128 - 128 * 224.0 / 255);
     }
+    return sphere;
 }
 
 cv::Mat Sphere::plane(size_t index, int shift) const {

@@ -17,6 +17,10 @@ constexpr int kSphereMargin = 8;
 // margin on the other sides.
 cv::Mat wrap_sphere(const cv::Mat& scene, int right);
 
+// Where, in rows and columns, a plane of a sphere is black: for positions that see nothing. Nearer than the border that
+// interpolation of the scene itself reaches.
+constexpr int kSphereBlack = 2;
+
 // The planes of a scene, with a margin on all sides.
 class Sphere {
   public:
@@ -25,8 +29,8 @@ class Sphere {
 
     int width() const { return width_; }
 
-    // Squeezes the planes from full range into the limited range of movies.
-    void limit_range();
+    // The same with its planes squeezed from full range into the limited range of movies.
+    Sphere limited() const;
 
     // A plane whose pixel (kSphereMargin, kSphereMargin) is the direction of longitude -180 degrees at the north
     // pole, once the scene is turned left by `shift` columns, 0 <= shift < width.

@@ -1,7 +1,6 @@
 #include "sample/still.h"
 
-#include <opencv2/imgproc.hpp>
-
+#include "sample/frame_code.h"
 #include "sample/lens_picture.h"
 #include "sample/scene.h"
 #include "sample/sphere.h"
@@ -25,10 +24,15 @@ Bytes metadata_segments(const StillOptions& options) {
 
 Picture paint_lens(const StillOptions& options, const Sphere& sphere, int number) {
     const LensPainter painter(lens_of(options, number), options.angle * kDegree, chroma_named(options.chroma),
-                              sphere.width(), cv::INTER_CUBIC);
-    Picture picture = painter.paint(sphere, 0, kBlackY, number == 2 ? options.difference : std::array<int, 3>{});
+                              sphere.width(), Lookup::fine);
+    Picture picture = painter.paint(sphere, 0, number == 2 ? options.difference : std::array<int, 3>{});
     Grain(options.grain, options.seed + static_cast<uint64_t>(number), picture.planes[0].size())
         .add_to(picture.planes[0]);
+    if (options.code >= 0) {
+        FrameCodePainter(options.size)
+            .paint(picture.planes[0].data, static_cast<std::ptrdiff_t>(picture.planes[0].step), {options.code, number},
+                   255, 0);
+    }
     return picture;
 }
 
