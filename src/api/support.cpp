@@ -29,6 +29,20 @@ bool stat_of(const char* path, struct stat* status) {
     return path && stat(path, status) == 0;
 }
 
+// The last part of a path.
+std::string name_of(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+// Whether two files that are not there yet would be one: the same name in the same directory.
+bool is_same_place(const char* path1, const char* path2) {
+    const std::string directory1 = nq360_dirname(path1);
+    const std::string directory2 = nq360_dirname(path2);
+    return name_of(path1) == name_of(path2) && fileExists(directory1.c_str()) &&
+           isSameFile(directory1.c_str(), directory2.c_str());
+}
+
 void replace_all(std::string& s, const char* from, const char* to) {
     const size_t from_length = std::strlen(from);
     const size_t to_length = std::strlen(to);
@@ -78,8 +92,12 @@ bool isRegularFile(const char* path) {
 bool isSameFile(const char* path1, const char* path2) {
     struct stat status1;
     struct stat status2;
-    return stat_of(path1, &status1) && stat_of(path2, &status2) && status1.st_dev == status2.st_dev &&
-           status1.st_ino == status2.st_ino;
+    const bool there1 = stat_of(path1, &status1);
+    const bool there2 = stat_of(path2, &status2);
+    if (there1 && there2) {
+        return status1.st_dev == status2.st_dev && status1.st_ino == status2.st_ino;
+    }
+    return path1 && path2 && !there1 && !there2 && is_same_place(path1, path2);
 }
 
 bool isWritable(const char* path) {

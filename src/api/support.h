@@ -25,7 +25,8 @@ bool fileExists(const char* path);
 // Whether the path is, or a link leads to, a regular file. False for null.
 bool isRegularFile(const char* path);
 
-// Whether two paths name one existing file, by device and inode. False when either is null or missing.
+// Whether two paths name one file, by device and inode, or one place where no file is yet. False when either is
+// null.
 bool isSameFile(const char* path1, const char* path2);
 
 // Whether the file may be written; a file that is not there yet is judged by its directory. Null asks for

@@ -134,9 +134,27 @@ TEST_F(SupportFiles, SameFileIsToldByDeviceAndInode) {
     EXPECT_TRUE(isSameFile(file.c_str(), dir.file("symbolic").c_str()));
     EXPECT_TRUE(isSameFile(dir.file("hard").c_str(), file.c_str()));
     EXPECT_FALSE(isSameFile(file.c_str(), other.c_str()));
-    EXPECT_FALSE(isSameFile(missing.c_str(), missing.c_str()));
+    EXPECT_FALSE(isSameFile(file.c_str(), missing.c_str()));
     EXPECT_FALSE(isSameFile(nullptr, file.c_str()));
     EXPECT_FALSE(isSameFile(file.c_str(), nullptr));
+    EXPECT_FALSE(isSameFile(nullptr, nullptr));
+}
+
+// Two paths to which nothing has been written yet.
+TEST_F(SupportFiles, SamePlaceIsToldByDirectoryAndName) {
+    const std::string same = dir.path() + "/./missing";
+    const std::string other = dir.file("other");
+    fs::create_directory(dir.file("folder"));
+    const std::string below = dir.file("folder") + "/missing";
+    const std::string nowhere = dir.file("no folder") + "/missing";
+    EXPECT_TRUE(isSameFile(missing.c_str(), missing.c_str()));
+    EXPECT_TRUE(isSameFile(missing.c_str(), same.c_str()));
+    EXPECT_FALSE(isSameFile(missing.c_str(), other.c_str()));
+    EXPECT_FALSE(isSameFile(missing.c_str(), below.c_str()));
+    EXPECT_FALSE(isSameFile(nowhere.c_str(), nowhere.c_str()));
+    EXPECT_FALSE(isSameFile(missing.c_str(), nullptr));
+    EXPECT_TRUE(
+        true_in_child([&] { return chdir(dir.path().c_str()) == 0 && isSameFile("missing", missing.c_str()); }));
 }
 
 TEST_F(SupportFiles, NewFileIsJudgedByItsDirectory) {
