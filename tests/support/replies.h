@@ -1,6 +1,7 @@
 // Calls of the exported functions with a callback that remembers what it is told.
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -31,11 +32,15 @@ inline std::ostream& operator<<(std::ostream& out, const Reply& reply) {
 
 namespace replies_detail {
 
-// The callback has no argument to carry this; calls of several threads do not share it.
+// The callback has no argument to carry these; calls of several threads do not share them.
 inline thread_local std::vector<Reply> received;
+inline thread_local std::function<void(const Reply&)> on_reply;
 
 inline void receive(NQ360_STATE state, const char* json) {
     received.push_back({state, json});
+    if (on_reply) {
+        on_reply(received.back());
+    }
 }
 
 }  // namespace replies_detail
@@ -59,23 +64,22 @@ struct Outcome {
         return replies.back();
     }
     NQ360_STATE state() const { return end().state; }
-    const std::string text() const { return end().text; }
+    std::string text() const { return end().text; }
     nlohmann::json json() const { return end().json(); }
 };
 
-// `call` gets the callback to hand on and returns the function's result.
+// `call` gets the callback to hand on and returns the function's result. `on_reply` is told of each reply while
+// the call waits.
 template <typename Call>
-Outcome recorded(Call&& call) {
+Outcome recorded(Call&& call, std::function<void(const Reply&)> on_reply = nullptr) {
     replies_detail::received.clear();
+    replies_detail::on_reply = std::move(on_reply);
     Outcome outcome;
     outcome.result = call(&replies_detail::receive);
     outcome.replies = std::move(replies_detail::received);
     replies_detail::received.clear();
+    replies_detail::on_reply = nullptr;
     return outcome;
-}
-
-inline const char* c_str_or_null(const std::string* text) {
-    return text ? text->c_str() : nullptr;
 }
 
 inline Outcome analyze(const char* input, const char* thumbnail, int thumbnail_width = 0, int write_flag = 1) {
@@ -114,18 +118,20 @@ struct ExportCall {
     float end1 = 1000;
     float end2 = 1000;
 
-    int run(NQ360_CALLBACK callback) const {
+    int run_with(NQ360_CALLBACK callback) const {
         return NQ360_export(movie1, movie2, output, band, width, height, angle, correction1[0], correction1[1],
                             correction1[2], correction2[0], correction2[1], correction2[2], audio_source, datetime,
                             cancel, callback, angle1, angle2, start1, start2, end1, end2);
     }
-    Outcome run() const {
-        return recorded([this](NQ360_CALLBACK callback) { return run(callback); });
+    Outcome run(std::function<void(const Reply&)> on_reply = nullptr) const {
+        return recorded([this](NQ360_CALLBACK callback) { return run_with(callback); }, std::move(on_reply));
     }
 };
 
-inline Outcome get_audio(const char* movie, const char* audio, int bit_rate = 0, const char* cancel = nullptr) {
-    return recorded([&](NQ360_CALLBACK callback) { return NQ360_get_audio(movie, audio, bit_rate, cancel, callback); });
+inline Outcome get_audio(const char* movie, const char* audio, const char* cancel = nullptr,
+                         std::function<void(const Reply&)> on_reply = nullptr) {
+    return recorded([&](NQ360_CALLBACK callback) { return NQ360_get_audio(movie, audio, 0, cancel, callback); },
+                    std::move(on_reply));
 }
 
 // The texts of the error replies, as they stand for a caller to compare.
