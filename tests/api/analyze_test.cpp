@@ -37,10 +37,10 @@ namespace {
 class Analyze : public testing::Test {
   protected:
     // A picture of no camera, without metadata.
-    std::string plain_picture() { return make_picture(dir.file("plain.jpg"), "320x240"); }
+    std::string plain_picture() { return make_plain_picture(dir.file("plain.jpg"), "320x240"); }
     std::string camera_picture() { return stills_in(dir, {"--size", "64"}).one; }
     std::string camera_movie(const std::string& sound = "pcm_s16le") {
-        const std::string path = make_movie(dir.file("camera.mov"), sound);
+        const std::string path = make_plain_movie(dir.file("camera.mov"), sound);
         add_maker_block(path);
         return path;
     }
@@ -251,7 +251,7 @@ TEST_F(Analyze, NegativeThumbnailWidthFails) {
 
 TEST_F(Analyze, ThrownTextOfAWorkflowIsReplied) {
     const std::string picture = plain_picture();
-    const std::string movie = make_movie(dir.file("plain.mov"), "");
+    const std::string movie = make_plain_movie(dir.file("plain.mov"), "");
     fs::permissions(dir.path(), fs::perms(0777));
     for (const std::string& input : {picture, movie}) {
         fs::permissions(input, fs::perms(0));
@@ -323,7 +323,7 @@ TEST_F(Analyze, PictureWithoutMetadataIsNoTarget) {
 
 // Bytes of another kind come through a reader that does not count frames.
 TEST_F(Analyze, OtherPictureNamedJpgHasNoDuration) {
-    const std::string png = make_picture(dir.file("a.png"), "320x240");
+    const std::string png = make_plain_picture(dir.file("a.png"), "320x240");
     const std::string input = dir.file("png.jpg");
     fs::rename(png, input);
     const auto json = analyze(input, thumbnail).json();
@@ -408,7 +408,7 @@ TEST_F(Analyze, LogOfAPictureThatFails) {
 // ---- Movies ----
 
 TEST_F(Analyze, PlainMovieIsNoTarget) {
-    const std::string input = make_movie(dir.file("plain.mov"), "");
+    const std::string input = make_plain_movie(dir.file("plain.mov"), "");
     const auto json = analyze(input, thumbnail, 0, 0).json();
     EXPECT_EQ(json.at("width"), 320);
     EXPECT_EQ(json.at("height"), 180);
@@ -446,7 +446,7 @@ TEST_F(Analyze, MovieWithAacIsNeverATarget) {
 }
 
 TEST_F(Analyze, OwnMovieIsATargetAndNamesTheSoftware) {
-    const std::string input = make_movie(dir.file("stitched.mp4"), "");
+    const std::string input = make_plain_movie(dir.file("stitched.mp4"), "");
     _mov writer(input.c_str(), true);
     writer.wtire_xml_data(own_metadata(false).c_str());
     writer.close_stream();

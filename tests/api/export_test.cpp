@@ -211,7 +211,7 @@ TEST_F(Export, InputThatCannotBeAnalysed) {
 }
 
 TEST_F(Export, DifferentSizes) {
-    use({make_picture(dir.file("1.jpg"), "1440x1400"), make_picture(dir.file("2.jpg"), "1936x1440")});
+    use({make_plain_picture(dir.file("1.jpg"), "1440x1400"), make_plain_picture(dir.file("2.jpg"), "1936x1440")});
     const std::string sizes = "size error width1:1440 width2:1936 height11400 height2:1440";
     Outcome outcome;
     const std::string log = logged([&] { outcome = call.run(); });
@@ -219,12 +219,12 @@ TEST_F(Export, DifferentSizes) {
                                                      "[_NQ360_export_analyze]:" + sizes)));
     EXPECT_THAT(log, HasSubstr("[_NQ360_export_analyze] " + sizes + "\n"));
 
-    use({make_picture(dir.file("1.jpg"), "1440x1440"), make_picture(dir.file("2.jpg"), "1440x1400")});
+    use({make_plain_picture(dir.file("1.jpg"), "1440x1440"), make_plain_picture(dir.file("2.jpg"), "1440x1400")});
     EXPECT_EQ(call.run().json().at("errstr"), "Movie/Image different width or height");
 }
 
 TEST_F(Export, WidthThatTheCameraDoesNotRecord) {
-    use({make_picture(dir.file("1.jpg"), "1920x1920"), make_picture(dir.file("2.jpg"), "1920x1920")});
+    use({make_plain_picture(dir.file("1.jpg"), "1920x1920"), make_plain_picture(dir.file("2.jpg"), "1920x1920")});
     Outcome outcome;
     const std::string log = logged([&] { outcome = call.run(); });
     EXPECT_THAT(outcome.replies, ElementsAre(failure(30001, "Movie/Image width not in 3888 , 1936 , 1440", -1,
@@ -263,16 +263,16 @@ TEST_F(Export, SizeThatIsNotPositive) {
 }
 
 TEST_F(Export, PictureTooSmallForItsRadius) {
-    use({make_picture(dir.file("1.jpg"), "1936x800"), make_picture(dir.file("2.jpg"), "1936x800")});
+    use({make_plain_picture(dir.file("1.jpg"), "1936x800"), make_plain_picture(dir.file("2.jpg"), "1936x800")});
     const Outcome outcome = call.run();
     EXPECT_EQ(outcome.result, -1);
     EXPECT_THAT(outcome.replies,
                 ElementsAre(failure(39999, "an unknown error occurred", -1,
                                     "the lens pictures are too small for the lens circle: 1936 x 800")));
     // The circle's diameter is 1814; it must be smaller than the picture.
-    use({make_picture(dir.file("1.jpg"), "1936x1814"), make_picture(dir.file("2.jpg"), "1936x1814")});
+    use({make_plain_picture(dir.file("1.jpg"), "1936x1814"), make_plain_picture(dir.file("2.jpg"), "1936x1814")});
     EXPECT_EQ(call.run().state(), NQ360_FAILED);
-    use({make_picture(dir.file("1.jpg"), "1936x1816"), make_picture(dir.file("2.jpg"), "1936x1816")});
+    use({make_plain_picture(dir.file("1.jpg"), "1936x1816"), make_plain_picture(dir.file("2.jpg"), "1936x1816")});
     EXPECT_EQ(call.run().state(), NQ360_FINISHED);
 }
 
@@ -356,7 +356,8 @@ class ExportMovies : public Export {
   protected:
     // Two movies of the camera's size; they differ in length.
     void SetUp() override {
-        use({make_movie(dir.file("1.mov"), "", "1440x1440"), make_movie(dir.file("2.mov"), "", "1440x1440")});
+        use({make_plain_movie(dir.file("1.mov"), "", "1440x1440"),
+             make_plain_movie(dir.file("2.mov"), "", "1440x1440")});
         use_output(dir.file("out.mov"));
     }
     std::string cut(const std::string& movie, int frames) {

@@ -14,8 +14,8 @@
 namespace test_support {
 
 // Encodes a test pattern of this size ("320x180"); `more` are the encoder's options, before the output.
-inline std::string make_picture(const std::string& path, const std::string& size,
-                                const std::vector<std::string>& more = {}) {
+inline std::string make_plain_picture(const std::string& path, const std::string& size,
+                                      const std::vector<std::string>& more = {}) {
     std::vector<std::string> arguments = {
         "ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc2=size=" + size, "-frames:v", "1", "-strict", "-1"};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -25,8 +25,8 @@ inline std::string make_picture(const std::string& path, const std::string& size
 }
 
 // A movie of 15 frames, half a second, with a tone in the given codec ("" for none).
-inline std::string make_movie(const std::string& path, const std::string& sound_codec,
-                              const std::string& size = "320x180", const std::string& video_codec = "mjpeg") {
+inline std::string make_plain_movie(const std::string& path, const std::string& sound_codec,
+                                    const std::string& size = "320x180", const std::string& video_codec = "mjpeg") {
     std::vector<std::string> arguments = {"ffmpeg", "-v",    "error", "-y",
                                           "-f",     "lavfi", "-i",    "testsrc2=rate=30000/1001:size=" + size};
     if (!sound_codec.empty()) {
