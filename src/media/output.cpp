@@ -92,7 +92,8 @@ int libavIF::open_output_io() {
     if (output_format->oformat->flags & AVFMT_NOFILE) {
         return 0;
     }
-    return avio_open(&output_format->pb, output_path.c_str(), AVIO_FLAG_WRITE);
+    const int result = avio_open(&output_format->pb, output_path.c_str(), AVIO_FLAG_WRITE);
+    return result < 0 ? fail(result) : 0;
 }
 
 int libavIF::source_of_longer_duration() const {
