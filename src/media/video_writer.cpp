@@ -324,11 +324,13 @@ int libavIF::write_pairs(const OutputOption& option, const std::string& export_n
         }
         lockstep.pair_done();
         result = lockstep.read_packets();
-        const int decoded = result < 0 ? result : encode_beside_decoding(&writer, &lockstep, load_ready);
+        if (result < 0) {
+            break;
+        }
+        result = encode_beside_decoding(&writer, &lockstep, load_ready);
         if (writer.write() < 0) {
             return report_unwritten(error_code);
         }
-        result = decoded;
     }
     if (result == 0) {
         result = lockstep.finish_sound();
