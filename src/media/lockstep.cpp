@@ -8,13 +8,6 @@ extern "C" {
 #include <libavutil/error.h>
 }
 
-namespace {
-
-// Widens a range so that a frame exactly on a bound counts as inside.
-constexpr float kBoundMargin = 1e-8f;
-
-}  // namespace
-
 int LockstepInput::read_packet() {
     while (wants_frame() && needs_packet && !packet_read) {
         const int packet = source->read();

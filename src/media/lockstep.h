@@ -12,6 +12,9 @@
 
 #include <cstdint>
 
+// Seconds by which a range is widened, so that what lies exactly on a bound counts as inside.
+constexpr float kBoundMargin = 1e-8f;
+
 // What the lockstep needs of an input's demuxer and decoder. Results below 0 are FFmpeg's error codes.
 class LockstepSource {
   public:

@@ -73,9 +73,10 @@ int encode_beside_decoding(PairWriter* writer, Lockstep* lockstep, LoadReady loa
 // One input of the lockstep, as FFmpeg reads and decodes it.
 class MediaSource : public LockstepSource {
   public:
-    // The sound between `start` and `end` (seconds) goes to `writer`.
+    // The sound between `start` and `end` (seconds) goes to `writer`. An end of 0 is one: widened as for the
+    // pictures, it is not taken for an open end.
     MediaSource(libavIF* media, int input, float start, float end, PairWriter* writer)
-        : media_(media), input_(input), start_(start), end_(end), writer_(writer) {}
+        : media_(media), input_(input), start_(start - kBoundMargin), end_(end + kBoundMargin), writer_(writer) {}
 
     int read() override;
     int write_sound(bool* past_end) override;
