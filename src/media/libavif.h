@@ -185,7 +185,7 @@ class libavIF {
     bool report_progress(int64_t count, int interval, const std::string& export_name, const char* cancel_path,
                          NQ360_CALLBACK callback) const;
     int report_unwritten(int result);
-    int report_failed_step(int result, const char* step1, const char* step2);
+    int report_failed_step(int result, const char* step);
     int finish_video();
 
     int open_audio_output(const char* audio_path, int bit_rate);

@@ -91,6 +91,7 @@ class MediaSource : public LockstepSource {
         failed_step_ = step;
         return code;
     }
+    int failed_to_decode(int code) { return failed(code, input_ == 0 ? "decode_packet1" : "decode_packet2"); }
 
     libavIF* media_;
     int input_;
@@ -111,7 +112,7 @@ int MediaSource::read() {
         return kEndOfFile;
     }
     if (result < 0) {
-        return failed(result, "read_frame");
+        return failed(result, input_ == 0 ? "read_frame1" : "read_frame2");
     }
     if (packet_->stream_index == media_->video_stream_index[input_]) {
         return kVideo;
@@ -130,7 +131,7 @@ int MediaSource::send() {
     }
     const int result = avcodec_send_packet(media_->video_decoder[input_], at_end_ ? nullptr : packet_.get());
     av_packet_unref(packet_.get());
-    return result < 0 && result != AVERROR_EOF ? failed(result, "decode_packet") : 0;
+    return result < 0 && result != AVERROR_EOF ? failed_to_decode(result) : 0;
 }
 
 int MediaSource::receive(double* seconds) {
@@ -142,7 +143,7 @@ int MediaSource::receive(double* seconds) {
         return kNoMore;
     }
     if (result < 0) {
-        return failed(result, "decode_packet");
+        return failed_to_decode(result);
     }
     const AVStream* stream = media_->input_format[input_]->streams[media_->video_stream_index[input_]];
     *seconds = static_cast<double>(frame_->pts) * av_q2d(stream->time_base);
@@ -337,7 +338,7 @@ int libavIF::write_pairs(const OutputOption& option, const std::string& export_n
         result = lockstep.finish_sound();
     }
     if (result < 0) {
-        return report_failed_step(result, source1.failed_step(), source2.failed_step());
+        return report_failed_step(result, source1.failed_step() ? source1.failed_step() : source2.failed_step());
     }
     nq360_log(1, "[libavIF::write_video] loop finished %d %d", input1.ended, input2.ended);
     return next_video_pts == 0 ? fail(AVERROR_EXIT, "no pair of pictures lies in the range") : 0;
@@ -351,12 +352,12 @@ int libavIF::report_unwritten(int result) {
     return error_code;
 }
 
-int libavIF::report_failed_step(int result, const char* step1, const char* step2) {
-    fail(result);
-    if (step1) {
-        nq360_log(3, "[libavIF::write_video] %s1 error %d:%s", step1, error_code, error_text);
-    } else if (step2) {
-        nq360_log(3, "[libavIF::write_video] %s2 error %d:%s", step2, error_code, error_text);
+int libavIF::report_failed_step(int result, const char* step) {
+    if (error_code != result) {
+        fail(result);
+    }
+    if (step) {
+        nq360_log(3, "[libavIF::write_video] %s error %d:%s", step, error_code, error_text);
     }
     return error_code;
 }
