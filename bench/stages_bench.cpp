@@ -1,0 +1,319 @@
+// The stages of whole jobs, one by one, on files that the sample tool makes: what a still export, a frame of a
+// movie, a thumbnail and an analysis spend their time on.
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "api/output_option.h"
+#include "media/ffmpeg_ptr.h"
+#include "media/libavif.h"
+#include "media/stitcher.h"
+#include "metadata/exif.h"
+#include "metadata/jpeg.h"
+#include "metadata/mov.h"
+#include "metadata/spherical.h"
+#include "soavfunc.h"
+
+namespace {
+
+std::string environment(const char* name) {
+    const char* value = std::getenv(name);
+    if (!value) {
+        throw std::runtime_error(std::string(name) + " is not set; run scripts/bench pieces");
+    }
+    return value;
+}
+
+// A file of the sample tool's, made by the first run that needs it.
+std::string sample_file(const std::string& kind, int width, const std::string& extension) {
+    const std::string base = environment("NQ360_BENCH_DATA") + "/" + kind + std::to_string(width) + "-";
+    struct stat status;
+    if (stat((base + "2" + extension).c_str(), &status) != 0) {
+        const std::string command = environment("NQ360_SAMPLE") + " " + kind + " " + base + "1" + extension + " " +
+                                    base + "2" + extension + " --size " + std::to_string(width) +
+                                    (kind == "movie" ? " --frames 60" : "");
+        if (std::system(command.c_str()) != 0) {
+            throw std::runtime_error("this command failed: " + command);
+        }
+    }
+    return base + "1" + extension;
+}
+
+struct Job {
+    int lens;
+    int radius;
+    ImageSize output;
+};
+
+Job job_of(int lens) {
+    switch (lens) {
+        case 1440:
+            return {lens, 675, {2880, 1440}};
+        case 1936:
+            return {lens, 907, {3840, 1920}};
+        default:
+            return {lens, 1821, {7680, 3840}};
+    }
+}
+
+OutputOption option_of(const Job& job) {
+    OutputOption option;
+    option.output_size = job.output;
+    option.correct1 = option.correct2 = create_linnercorrectmap(CORRECT_NONE, CORRECT_NONE, CORRECT_NONE);
+    option.transmap = create_equidistantmap(job.output, {job.lens, job.lens}, job.radius, 0, {});
+    return option;
+}
+
+FramePtr decoded_still(int lens) {
+    const std::string path = sample_file("still", lens, ".jpg");
+    libavIF media(path.c_str());
+    AVFrame* frame = nullptr;
+    if (media.open_input_file(0) != 0 || media.get_frame(&frame) != 0) {
+        throw std::runtime_error("cannot decode " + path);
+    }
+    return FramePtr(frame);
+}
+
+FramePtr empty_panorama(ImageSize size) {
+    FramePtr frame(av_frame_alloc());
+    frame->width = size.width;
+    frame->height = size.height;
+    frame->format = AV_PIX_FMT_YUV420P;
+    av_frame_get_buffer(frame.get(), 0);
+    return frame;
+}
+
+// Opening is what an analysis does with FFmpeg: the header, the stream's parameters and the decoder.
+void open_still(benchmark::State& state) {
+    const std::string path = sample_file("still", static_cast<int>(state.range(0)), ".jpg");
+    for (auto _ : state) {
+        libavIF media(path.c_str());
+        benchmark::DoNotOptimize(media.open_input_file(0));
+    }
+}
+
+void open_movie(benchmark::State& state) {
+    const std::string path = sample_file("movie", static_cast<int>(state.range(0)), ".mov");
+    for (auto _ : state) {
+        libavIF media(path.c_str());
+        benchmark::DoNotOptimize(media.open_input_file(0));
+    }
+}
+
+void decode_still(benchmark::State& state) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(decoded_still(static_cast<int>(state.range(0))));
+    }
+}
+
+void build_tables(benchmark::State& state) {
+    const Job job = job_of(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(create_equidistantmap(job.output, {job.lens, job.lens}, job.radius, 0, {}));
+    }
+}
+
+// Loading the two lenses and filling the panorama, for one pair or in a row of pairs.
+void stitch(benchmark::State& state, bool many_pairs) {
+    const Job job = job_of(static_cast<int>(state.range(0)));
+    const OutputOption option = option_of(job);
+    const FramePtr frame = decoded_still(job.lens);
+    Stitcher kept(option, many_pairs);
+    const FramePtr panorama = empty_panorama(job.output);
+    for (auto _ : state) {
+        if (many_pairs) {
+            kept.load(0, frame.get());
+            kept.load(1, frame.get());
+            kept.stitch_luma(panorama.get());
+            kept.stitch_chroma(panorama.get());
+        } else {
+            Stitcher once(option, false);
+            const FramePtr fresh = empty_panorama(job.output);
+            once.load(0, frame.get());
+            once.load(1, frame.get());
+            once.stitch_luma(fresh.get());
+            once.stitch_chroma(fresh.get());
+        }
+    }
+}
+
+// What the stitcher is measured against: the plain function, with the copies and matrices that it makes.
+void stitch_plain(benchmark::State& state) {
+    const Job job = job_of(static_cast<int>(state.range(0)));
+    OutputOption option = option_of(job);
+    const FramePtr frame = decoded_still(job.lens);
+    for (auto _ : state) {
+        ImageFrame lens1 = imageframe_from_avframe(frame.get());
+        ImageFrame lens2 = imageframe_from_avframe(frame.get());
+        ImageFrame panorama;
+        convert_equirectangular_with_map(&panorama, &lens1, &lens2, &option.band, &option.transmap, 1);
+        benchmark::DoNotOptimize(panorama.YUVMats[0].data);
+    }
+}
+
+void correct(benchmark::State& state) {
+    const FramePtr frame = decoded_still(static_cast<int>(state.range(0)));
+    ImageFrame picture = imageframe_from_avframe(frame.get());
+    YuvCorrectMap map = create_linnercorrectmap(3, -2, 1);
+    for (auto _ : state) {
+        avcorrect_with_map(&picture, &map);
+    }
+}
+
+void copy_in(benchmark::State& state) {
+    const FramePtr frame = decoded_still(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(imageframe_from_avframe(frame.get()));
+    }
+}
+
+// The encoder of a panorama, as the writer sets it up; the packets go nowhere.
+void encode(benchmark::State& state, AVCodecID codec, const char* kind, const char* extension, const char* format) {
+    const Job job = job_of(static_cast<int>(state.range(0)));
+    const std::string path = sample_file(kind, job.lens, extension);
+    libavIF media(path.c_str(), path.c_str());
+    if (media.open_input_file(0) != 0 || media.open_input_file(1) != 0 ||
+        avformat_alloc_output_context2(&media.output_format, nullptr, format, nullptr) < 0 ||
+        media.add_video_stream(codec, job.output.width, job.output.height, -1) < 0) {
+        state.SkipWithError(media.error_text);
+        return;
+    }
+    const OutputOption option = option_of(job);
+    Stitcher stitcher(option, true);
+    const FramePtr frame = decoded_still(job.lens);
+    const FramePtr panorama = empty_panorama(job.output);
+    stitcher.load(0, frame.get());
+    stitcher.load(1, frame.get());
+    stitcher.stitch_luma(panorama.get());
+    stitcher.stitch_chroma(panorama.get());
+    panorama->format = media.video_encoder_context->pix_fmt;
+    const PacketPtr packet(av_packet_alloc());
+    panorama->pts = 0;
+    for (auto _ : state) {
+        encode_video_frame(media.video_encoder_context, panorama.get(), packet.get());
+        av_packet_unref(packet.get());
+        ++panorama->pts;
+    }
+}
+
+// Every frame of one lens movie; the figure is of one frame.
+void decode_movie(benchmark::State& state) {
+    const std::string path = sample_file("movie", static_cast<int>(state.range(0)), ".mov");
+    int64_t frames = 0;
+    for (auto _ : state) {
+        libavIF media(path.c_str());
+        media.open_input_file(0);
+        const PacketPtr packet(av_packet_alloc());
+        const FramePtr frame(av_frame_alloc());
+        while (av_read_frame(media.input_format[0], packet.get()) >= 0) {
+            int got_frame = 0;
+            media.decode_packet(0, *packet, frame.get(), &got_frame);
+            av_packet_unref(packet.get());
+            frames += got_frame;
+        }
+    }
+    state.counters["s_per_frame"] =
+        benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void thumbnail(benchmark::State& state, const char* kind, const char* extension) {
+    const std::string path = sample_file(kind, static_cast<int>(state.range(0)), extension);
+    const std::string target = environment("NQ360_BENCH_DATA") + "/thumbnail.jpg";
+    for (auto _ : state) {
+        libavIF media(path.c_str());
+        if (media.open_input_file(0) != 0 || media.write_tuhmbnail(target.c_str(), 320, 1) != 0) {
+            state.SkipWithError(media.error_text);
+        }
+    }
+}
+
+// The library's log is not what is measured here.
+class Silence {
+  public:
+    Silence() : kept_(dup(2)) {
+        const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(nothing, 2);
+        close(nothing);
+    }
+    ~Silence() {
+        dup2(kept_, 2);
+        close(kept_);
+    }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+
+  private:
+    int kept_;
+};
+
+template <typename Reader>
+void read_metadata(benchmark::State& state, const char* kind, const char* extension) {
+    const std::string path = sample_file(kind, 1936, extension);
+    const Silence silence;
+    for (auto _ : state) {
+        Reader reader(path.c_str(), false);
+        uint8_t* block = nullptr;
+        char* xmp = nullptr;
+        benchmark::DoNotOptimize(reader.exif_data(&block));
+        benchmark::DoNotOptimize(reader.xml_data(&xmp));
+        const _exif exif(block, reader.exif_length);
+        benchmark::DoNotOptimize(exif.orientation);
+    }
+}
+
+void read_jpeg_metadata(benchmark::State& state, const char* kind, const char* extension) {
+    read_metadata<_jpeg>(state, kind, extension);
+}
+
+void read_movie_metadata(benchmark::State& state, const char* kind, const char* extension) {
+    read_metadata<_mov>(state, kind, extension);
+}
+
+void recognise_software(benchmark::State& state) {
+    char* const text = TALUMO360ViewerMetadata(true, 7680, 3840, "2026:01:02 03:04:05");
+    const std::string original = text;
+    std::free(text);
+    for (auto _ : state) {
+        std::string copy = original;
+        char* software = nullptr;
+        char* date = nullptr;
+        benchmark::DoNotOptimize(isTALUMO360Viewer(copy.data(), &software, &date));
+        std::free(software);
+        std::free(date);
+    }
+}
+
+BENCHMARK(open_still)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(open_movie)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(decode_still)->Arg(1440)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(build_tables)->Arg(1440)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(stitch, one_pair, false)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(stitch, many_pairs, true)->Arg(1440)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(stitch_plain)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(encode, still, AV_CODEC_ID_MJPEG, "still", ".jpg", "image2")
+    ->Arg(1936)
+    ->Arg(3888)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(encode, movie_frame, AV_CODEC_ID_H264, "movie", ".mov", "mov")
+    ->Arg(1440)
+    ->Arg(1936)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(decode_movie)->Arg(1440)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(correct)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(copy_in)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(thumbnail, of_still, "still", ".jpg")->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(thumbnail, of_movie, "movie", ".mov")->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(read_jpeg_metadata, still, "still", ".jpg")->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(read_movie_metadata, of_movie, "movie", ".mov")->Unit(benchmark::kMicrosecond);
+BENCHMARK(recognise_software)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
