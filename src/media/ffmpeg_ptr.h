@@ -1,4 +1,4 @@
-// Owners for FFmpeg's objects inside functions, and the names files go by.
+// Owners for FFmpeg's objects inside functions, the names files go by, and how loud codecs are.
 #pragma once
 
 extern "C" {
@@ -24,6 +24,9 @@ using PacketPtr = std::unique_ptr<AVPacket, FFmpegDeleter>;
 using InputPtr = std::unique_ptr<AVFormatContext, FFmpegDeleter>;
 using CodecPtr = std::unique_ptr<AVCodecContext, FFmpegDeleter>;
 using ScalerPtr = std::unique_ptr<SwsContext, FFmpegDeleter>;
+
+// Added to the level of a codec's messages: its warnings on ordinary files stay silent, its errors do not.
+constexpr int kErrorsOnly = AV_LOG_INFO - AV_LOG_ERROR;
 
 // A path as a name that FFmpeg takes for nothing but a file: without the protocol, "a:b.mov" is an address.
 inline std::string file_url(const char* path) {

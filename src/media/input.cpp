@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <limits>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -50,6 +51,19 @@ int open_demuxer(const char* path, InputPtr* input) {
     return result;
 }
 
+// FFmpeg looks into the streams with decoders of its own, which are to be as quiet as ours.
+int find_streams(AVFormatContext* input) {
+    std::vector<AVDictionary*> options(input->nb_streams, nullptr);
+    for (AVDictionary*& of_stream : options) {
+        av_dict_set_int(&of_stream, "log_level_offset", kErrorsOnly, 0);
+    }
+    const int result = avformat_find_stream_info(input, options.data());
+    for (AVDictionary*& of_stream : options) {
+        av_dict_free(&of_stream);
+    }
+    return result;
+}
+
 int open_decoder(const AVStream* stream, const AVCodec* codec, CodecPtr* decoder) {
     decoder->reset(avcodec_alloc_context3(codec));
     if (!*decoder) {
@@ -60,6 +74,7 @@ int open_decoder(const AVStream* stream, const AVCodec* codec, CodecPtr* decoder
         return result;
     }
     (*decoder)->pkt_timebase = stream->time_base;
+    (*decoder)->log_level_offset = kErrorsOnly;
     return avcodec_open2(decoder->get(), codec, nullptr);
 }
 
@@ -161,7 +176,7 @@ int libavIF::open_input_file(int which) {
     if (error_code < 0) {
         return fail(error_code);
     }
-    error_code = avformat_find_stream_info(input.get(), nullptr);
+    error_code = find_streams(input.get());
     if (error_code < 0) {
         close_input_file();
         return fail(error_code);

@@ -12,9 +12,6 @@ extern "C" {
 
 namespace {
 
-// Added to the level of an encoder's messages: its warnings on ordinary files stay silent, its errors do not.
-constexpr int kErrorsOnly = AV_LOG_INFO - AV_LOG_ERROR;
-
 // openh264 refuses more bits a second than its highest level has.
 constexpr double kMostOpenh264BitRate = 288e6;
 

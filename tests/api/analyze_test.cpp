@@ -392,6 +392,14 @@ TEST_F(Analyze, LogOfAPicture) {
                 ElementsAre("start:" + camera + ":", "xmp not found", "end:" + camera + ":"));
 }
 
+// FFmpeg has a warning for such a picture, whole as it is; only the library's own lines are wanted.
+TEST_F(Analyze, FlatPictureRaisesNoWarning) {
+    const std::string input =
+        make_plain_picture(dir.file("flat.jpg"), "640x480", {"-vf", "format=yuvj420p,geq=lum=0:cb=128:cr=128"});
+    const std::string log = logged([&] { analyze(input, thumbnail); });
+    EXPECT_EQ(log.find("EOI"), std::string::npos) << log;
+}
+
 TEST_F(Analyze, LogOfAPictureThatFails) {
     const std::string folder = dir.file("folder.jpg");
     fs::create_directory(folder);

@@ -13,11 +13,15 @@
 
 namespace test_support {
 
-// Encodes a test pattern of this size ("320x180"); `more` are the encoder's options, before the output.
+// Encodes a test pattern of this size ("320x180"), as JPEG in full range; `more` are the encoder's options, before
+// the output.
 inline std::string make_plain_picture(const std::string& path, const std::string& size,
                                       const std::vector<std::string>& more = {}) {
     std::vector<std::string> arguments = {
-        "ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc2=size=" + size, "-frames:v", "1", "-strict", "-1"};
+        "ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc2=size=" + size, "-frames:v", "1"};
+    if (path.size() > 4 && path.substr(path.size() - 4) == ".jpg") {
+        arguments.insert(arguments.end(), {"-pix_fmt", "yuvj420p"});
+    }
     arguments.insert(arguments.end(), more.begin(), more.end());
     arguments.push_back("file:" + path);
     output_of(arguments);
