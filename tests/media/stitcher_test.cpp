@@ -1,0 +1,208 @@
+#include "media/stitcher.h"
+
+#include <random>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "soavfunc.h"
+
+namespace {
+
+FramePtr random_frame(int width, int height, AVPixelFormat format, unsigned seed) {
+    FramePtr frame(av_frame_alloc());
+    frame->width = width;
+    frame->height = height;
+    frame->format = format;
+    EXPECT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+    std::mt19937 random(seed);
+    for (int plane = 0; plane < 3; ++plane) {
+        const bool half_rows = plane > 0 && (format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P);
+        const int rows = half_rows ? (height + 1) / 2 : height;
+        for (int i = 0; i < rows * frame->linesize[plane]; ++i) {
+            frame->data[plane][i] = static_cast<uint8_t>(random());
+        }
+    }
+    return frame;
+}
+
+FramePtr empty_panorama(ImageSize size) {
+    FramePtr frame(av_frame_alloc());
+    frame->width = size.width;
+    frame->height = size.height;
+    frame->format = AV_PIX_FMT_YUV420P;
+    EXPECT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+    return frame;
+}
+
+// Plane `plane` of FFmpeg's frame, with as many rows and columns as ours have.
+cv::Mat plane_of(const FramePtr& frame, int plane) {
+    const int divisor = plane == 0 ? 1 : 2;
+    return cv::Mat(frame->height / divisor, frame->width / divisor, CV_8UC1, frame->data[plane],
+                   static_cast<size_t>(frame->linesize[plane]));
+}
+
+OutputOption option_of(ImageSize panorama, ImageSize lens) {
+    OutputOption option;
+    option.output_size = panorama;
+    option.transmap = create_equidistantmap(panorama, lens, lens.width / 2.0 - 3, 0, {0.3, -0.2, 0.1, 0.05, 0.7});
+    return option;
+}
+
+FramePtr stitched(const OutputOption& option, bool many_pairs, const FramePtr& lens1, const FramePtr& lens2) {
+    Stitcher stitcher(option, many_pairs);
+    stitcher.load(0, lens1.get());
+    stitcher.load(1, lens2.get());
+    FramePtr panorama = empty_panorama(option.output_size);
+    stitcher.stitch_luma(panorama.get());
+    stitcher.stitch_chroma(panorama.get());
+    return panorama;
+}
+
+ImageFrame stitched_plainly(OutputOption option, const FramePtr& lens1, const FramePtr& lens2) {
+    ImageFrame picture1 = imageframe_from_avframe(lens1.get());
+    ImageFrame picture2 = imageframe_from_avframe(lens2.get());
+    avcorrect_with_map(&picture1, &option.correct1);
+    avcorrect_with_map(&picture2, &option.correct2);
+    ImageFrame panorama;
+    convert_equirectangular_with_map(&panorama, &picture1, &picture2, &option.band, &option.transmap, 1);
+    return panorama;
+}
+
+void expect_same_planes(const FramePtr& panorama, const ImageFrame& expected) {
+    for (int plane = 0; plane < 3; ++plane) {
+        EXPECT_EQ(cv::norm(plane_of(panorama, plane), expected.YUVMats[static_cast<size_t>(plane)], cv::NORM_INF), 0)
+            << "plane " << plane;
+    }
+}
+
+ImageFrame random_band(int width, int rows) {
+    ImageFrame band;
+    band.frameType = FRAME_TYPE_YUV420;
+    for (int plane = 0; plane < 3; ++plane) {
+        const int divisor = plane == 0 ? 1 : 2;
+        // The planes of a rearranged strip: twice its rows and six more.
+        cv::Mat pixels(2 * (rows / divisor) + 6, width / divisor, CV_8UC1);
+        cv::randu(pixels, 0, 256);
+        band.YUVMats.push_back(pixels);
+    }
+    return band;
+}
+
+class StitcherTest : public testing::TestWithParam<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(OneAndManyPairs, StitcherTest, testing::Bool());
+
+TEST_P(StitcherTest, AgreesWithThePlainFunctionInEveryByte) {
+    for (const ImageSize panorama : {ImageSize{256, 128}, ImageSize{131, 77}, ImageSize{2, 2}}) {
+        const OutputOption option = option_of(panorama, {96, 96});
+        const FramePtr lens1 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 1);
+        const FramePtr lens2 = random_frame(96, 96, AV_PIX_FMT_YUVJ420P, 2);
+        expect_same_planes(stitched(option, GetParam(), lens1, lens2), stitched_plainly(option, lens1, lens2));
+    }
+}
+
+TEST_P(StitcherTest, CorrectsTheEnabledPlanesOfEachLens) {
+    OutputOption option = option_of({128, 64}, {96, 96});
+    option.correct1 = create_linnercorrectmap(20, CORRECT_NONE, -7);
+    option.correct2 = create_linnercorrectmap(CORRECT_NONE, 300, 5);
+    const FramePtr lens1 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 3);
+    const FramePtr lens2 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 4);
+    const FramePtr panorama = stitched(option, GetParam(), lens1, lens2);
+    expect_same_planes(panorama, stitched_plainly(option, lens1, lens2));
+
+    OutputOption uncorrected = option_of({128, 64}, {96, 96});
+    const FramePtr plain = stitched(uncorrected, GetParam(), lens1, lens2);
+    EXPECT_GT(cv::norm(plane_of(panorama, 0), plane_of(plain, 0), cv::NORM_INF), 0);
+}
+
+TEST_P(StitcherTest, LaysTheBandOverTheSeam) {
+    OutputOption option = option_of({256, 128}, {96, 96});
+    const int strip_rows = 21;  // odd: its chroma has fewer rows than half of the rearranged luma
+    option.band = random_band(96, strip_rows);
+    option.bandheight = 2 * strip_rows + 6;
+    option.transmap = create_equidistantmap({256, 128}, {96, 96}, 45, option.bandheight, {});
+    const FramePtr lens1 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 5);
+    const FramePtr lens2 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 6);
+    expect_same_planes(stitched(option, GetParam(), lens1, lens2), stitched_plainly(option, lens1, lens2));
+}
+
+TEST_P(StitcherTest, KeepsNothingOfTheLastPair) {
+    const OutputOption option = option_of({128, 64}, {96, 96});
+    const FramePtr lens1 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 7);
+    const FramePtr lens2 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 8);
+    Stitcher stitcher(option, GetParam());
+    stitcher.load(0, lens2.get());
+    stitcher.load(1, lens1.get());
+    stitcher.load(0, lens1.get());
+    stitcher.load(1, lens2.get());
+    const FramePtr panorama = empty_panorama(option.output_size);
+    stitcher.stitch_luma(panorama.get());
+    stitcher.stitch_chroma(panorama.get());
+    expect_same_planes(panorama, stitched_plainly(option, lens1, lens2));
+}
+
+TEST_P(StitcherTest, IsTheSameAtAnyNumberOfThreads) {
+    const OutputOption option = option_of({512, 256}, {192, 192});
+    const FramePtr lens1 = random_frame(192, 192, AV_PIX_FMT_YUV420P, 9);
+    const FramePtr lens2 = random_frame(192, 192, AV_PIX_FMT_YUV420P, 10);
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    const FramePtr alone = stitched(option, GetParam(), lens1, lens2);
+    cv::setNumThreads(2);
+    const FramePtr together = stitched(option, GetParam(), lens1, lens2);
+    cv::setNumThreads(threads);
+    for (int plane = 0; plane < 3; ++plane) {
+        EXPECT_EQ(cv::norm(plane_of(alone, plane), plane_of(together, plane), cv::NORM_INF), 0);
+    }
+}
+
+// FFmpeg's chroma of an odd panorama has a column and a row more than the tables.
+TEST_P(StitcherTest, RepeatsTheLastChromaOfAnOddSize) {
+    const OutputOption option = option_of({131, 77}, {96, 96});
+    const FramePtr panorama = stitched(option, GetParam(), random_frame(96, 96, AV_PIX_FMT_YUV420P, 11),
+                                       random_frame(96, 96, AV_PIX_FMT_YUV420P, 12));
+    for (int plane = 1; plane < 3; ++plane) {
+        const cv::Mat whole(39, 66, CV_8UC1, panorama->data[plane], static_cast<size_t>(panorama->linesize[plane]));
+        EXPECT_EQ(cv::norm(whole.col(65), whole.col(64), cv::NORM_INF), 0);
+        EXPECT_EQ(cv::norm(whole.row(38), whole.row(37), cv::NORM_INF), 0);
+    }
+}
+
+TEST(StitcherFormats, TakesTheSecondLensIn422OfAnotherSizeScaledToTheFirst) {
+    const OutputOption option = option_of({128, 64}, {96, 96});
+    Stitcher stitcher(option, false);
+    stitcher.load(0, random_frame(96, 96, AV_PIX_FMT_YUV420P, 13).get());
+    EXPECT_NO_THROW(stitcher.load(1, random_frame(48, 80, AV_PIX_FMT_YUVJ422P, 14).get()));
+}
+
+// Full range is not squeezed: both names of 4:2:2 are read alike.
+TEST(StitcherFormats, ReadsBothKindsOf422Alike) {
+    const OutputOption option = option_of({128, 64}, {96, 96});
+    const FramePtr lens1 = random_frame(96, 96, AV_PIX_FMT_YUV422P, 15);
+    FramePtr full_range(av_frame_clone(lens1.get()));
+    full_range->format = AV_PIX_FMT_YUVJ422P;
+    const FramePtr lens2 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 16);
+    const FramePtr limited = stitched(option, false, lens1, lens2);
+    const FramePtr full = stitched(option, false, full_range, lens2);
+    for (int plane = 0; plane < 3; ++plane) {
+        EXPECT_EQ(cv::norm(plane_of(limited, plane), plane_of(full, plane), cv::NORM_INF), 0);
+    }
+}
+
+TEST(StitcherFormats, RefusesAnotherSizeOrFormatWithAText) {
+    const OutputOption option = option_of({128, 64}, {96, 96});
+    Stitcher stitcher(option, false);
+    try {
+        stitcher.load(0, random_frame(96, 94, AV_PIX_FMT_YUV420P, 17).get());
+        FAIL() << "a frame of another size was taken";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "input 1 has a frame of 96x94 where 96x96 was expected");
+    }
+    EXPECT_THROW(stitcher.load(0, random_frame(96, 94, AV_PIX_FMT_YUV422P, 18).get()), std::runtime_error);
+    EXPECT_THROW(stitcher.load(1, random_frame(98, 96, AV_PIX_FMT_YUV420P, 19).get()), std::runtime_error);
+    EXPECT_THROW(stitcher.load(1, random_frame(96, 96, AV_PIX_FMT_YUV444P, 20).get()), std::runtime_error);
+}
+
+}  // namespace
