@@ -1,6 +1,8 @@
 // Movies, sound and pictures made by, and looked at with, programs and code that are not the library's own.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -11,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/command.h"
+#include "support/picture.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -57,6 +60,24 @@ inline nlohmann::json stream_of(const nlohmann::json& probed, const std::string&
         }
     }
     return nullptr;
+}
+
+using Planes = std::array<cv::Mat, 3>;  // Y, U and V of 4:2:0, CV_8UC1
+
+// All frames of a 4:2:0 movie of even size, in the order in which they are shown.
+inline std::vector<Planes> frames_of(const std::string& path) {
+    const cv::Size size = size_of(path);
+    const std::string bytes = output_of(
+        {"ffmpeg", "-v", "error", "-nostdin", "-i", "file:" + path, "-fps_mode", "passthrough", "-f", "rawvideo", "-"});
+    std::vector<Planes> frames;
+    const auto area = static_cast<size_t>(size.area());
+    for (size_t at = 0; at + area * 3 / 2 <= bytes.size(); at += area * 3 / 2) {
+        char* luma = const_cast<char*>(bytes.data()) + at;
+        const cv::Size half(size.width / 2, size.height / 2);
+        frames.push_back({cv::Mat(size, CV_8UC1, luma).clone(), cv::Mat(half, CV_8UC1, luma + area).clone(),
+                          cv::Mat(half, CV_8UC1, luma + area * 5 / 4).clone()});
+    }
+    return frames;
 }
 
 // A packet as the file holds it.
