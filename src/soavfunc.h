@@ -10,28 +10,41 @@
 
 struct AVFrame;
 
-// The picture as R, G, B bytes of the Y plane's size; chroma is scaled up bilinearly.
+// The picture as R, G, B bytes of the Y plane's size; chroma is scaled up bilinearly. Asserts that the frame is
+// loaded and has three planes.
 cv::Mat rgbmat_from_imageframe(ImageFrame imageframe);
 
-// Source column *u and row *v of panorama pixel (x, y); the plain form of what create_equidistantmap tabulates.
+// Source column *u and row *v of panorama pixel (x, y), in the stack that EquidistantTransMap describes: the plain
+// form of what create_equidistantmap tabulates.
+//
+// The panorama's columns run over 360 degrees of longitude, its rows from the top over 180 degrees. The viewing
+// sphere is turned about y, then x, then z; lens 1 then looks along z, lens 2 against it, and each picture's
+// distance from `center` grows with the angle from its axis, to `radius` at 90 degrees. At 90 degrees exactly,
+// lens 2 is sampled. About that seam a ring as high as the band's (`bandheight` - 6) / 2 rows is sampled from the
+// band; under 6 rows there is no ring. Sizes and radius are those of the plane, angles in radians.
 void uvpoint_from_equidistantxypoint(double* u, double* v, int x, int y, ImageSize equsize, ImageSize projsize,
                                      ImagePoint center, int radius, int bandheight, double frame1angle,
                                      double frame2angle, double xangle, double zangle, double yangle);
 
 // Builds the tables for a panorama of `equsize` out of two lens pictures of `projsize` whose circle of
 // `projradius` pixels is 90 degrees from the lens axis. `bandheight`: rows of the rearranged band, or 0.
+// Works on all of OpenCV's threads; the tables are the same at any number of them.
+// Asserts that the sizes are positive and that the radius is, and is less than half of the picture's sides.
 EquidistantTransMap create_equidistantmap(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
                                           RotationCorrect rc);
 
 // Stitches one pair into `out`, an empty frame. `bandImage` may be FRAME_TYPE_NOTLOAD; `interpolation` is an
-// OpenCV code.
+// OpenCV code. Samples outside the sources are 0. Frames of another type than FRAME_TYPE_YUV420 have chroma of the
+// luma's size, and so has their panorama.
+// Asserts that the pictures are loaded, of one type and of the sizes that the tables were built for.
 void convert_equirectangular_with_map(ImageFrame* out, ImageFrame* frame, ImageFrame* frame2, ImageFrame* bandImage,
                                       EquidistantTransMap* transmap, int interpolation);
 
-// Replaces each byte of the planes whose flag is set by its entry in the table, in place.
+// Replaces each byte of the planes whose flag is set by its entry in the table, in place; the planes are
+// continuous. Asserts that the frame is loaded, with three planes and a Y plane that is not empty.
 void avcorrect_with_map(ImageFrame* frame, YuvCorrectMap* map);
 
 // Copies a planar 8-bit 4:2:0 or 4:2:2 picture; of 4:2:2 the upper half of the chroma rows (deliberately: the
 // writer converts such frames first). Chroma has floor(W/2) columns and floor(H/2) rows. A picture with an
-// empty plane gives FRAME_TYPE_NOTLOAD.
+// empty plane gives FRAME_TYPE_NOTLOAD. Asserts the format.
 ImageFrame imageframe_from_avframe(AVFrame* frame);
