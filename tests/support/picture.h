@@ -1,6 +1,7 @@
 // Pictures as another program reads them, and how much two differ.
 #pragma once
 
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -24,20 +25,31 @@ inline cv::Size size_of(const std::string& path) {
     return size;
 }
 
-// One plane ('y', 'u' or 'v') of the first picture as it is stored: neither turned nor brought to another range.
-// CV_8UC1.
+using Planes = std::array<cv::Mat, 3>;
+
+// Y, U and V of the first picture as they are stored: neither turned nor brought to another range. Each is
+// CV_8UC1; a grey picture has Y alone.
+inline Planes planes_of(const std::string& path) {
+    const cv::Size size = size_of(path);
+    const cv::Size half((size.width + 1) / 2, (size.height + 1) / 2);
+    const std::string pixels = output_of(
+        {"ffmpeg", "-v", "error", "-noautorotate", "-i", "file:" + path, "-frames:v", "1", "-f", "rawvideo", "-"});
+    const bool gray = pixels.size() == static_cast<size_t>(size.area());
+    if (!gray && pixels.size() != static_cast<size_t>(size.area() + 2 * half.area())) {
+        throw std::runtime_error(path + " is neither a 4:2:0 nor a grey picture");
+    }
+    Planes planes;
+    auto* at = const_cast<char*>(pixels.data());
+    for (size_t i = 0; i < (gray ? 1 : 3); ++i) {
+        planes[i] = cv::Mat(i == 0 ? size : half, CV_8UC1, at).clone();
+        at += planes[i].total();
+    }
+    return planes;
+}
+
+// One of them: 'y', 'u' or 'v'.
 inline cv::Mat plane_of(const std::string& path, char plane) {
-    cv::Size size = size_of(path);
-    const std::string pixels =
-        output_of({"ffmpeg", "-v", "error", "-noautorotate", "-i", "file:" + path, "-vf",
-                   std::string("extractplanes=") + plane, "-frames:v", "1", "-f", "rawvideo", "-"});
-    if (plane != 'y') {
-        size = cv::Size((size.width + 1) / 2, (size.height + 1) / 2);
-    }
-    if (pixels.size() != static_cast<size_t>(size.area())) {
-        throw std::runtime_error(path + " is no 4:2:0 picture");
-    }
-    return cv::Mat(size, CV_8UC1, const_cast<char*>(pixels.data())).clone();
+    return planes_of(path)[plane == 'y' ? 0 : plane == 'u' ? 1 : 2];
 }
 
 // Of two pictures of one size and 8 bits, in dB; infinite when they are the same.
