@@ -16,6 +16,7 @@
 #include "support/picture.h"
 
 extern "C" {
+#include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/frame.h>
 }
@@ -64,18 +65,70 @@ inline nlohmann::json stream_of(const nlohmann::json& probed, const std::string&
 
 using Planes = std::array<cv::Mat, 3>;  // Y, U and V of 4:2:0, CV_8UC1
 
-// All frames of a 4:2:0 movie of even size, in the order in which they are shown.
+namespace media_detail {
+
+struct Closer {
+    void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
+    void operator()(AVCodecContext* decoder) const { avcodec_free_context(&decoder); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+using Input = std::unique_ptr<AVFormatContext, Closer>;
+using Decoder = std::unique_ptr<AVCodecContext, Closer>;
+using Packet = std::unique_ptr<AVPacket, Closer>;
+using Frame = std::unique_ptr<AVFrame, Closer>;
+
+inline Input open(const std::string& path) {
+    AVFormatContext* input = nullptr;
+    if (avformat_open_input(&input, ("file:" + path).c_str(), nullptr, nullptr) < 0) {
+        throw std::runtime_error("cannot open " + path);
+    }
+    return Input(input);
+}
+
+inline cv::Mat plane(const AVFrame* frame, int index) {
+    const int divisor = index == 0 ? 1 : 2;
+    return cv::Mat(frame->height / divisor, frame->width / divisor, CV_8UC1, frame->data[index],
+                   static_cast<size_t>(frame->linesize[index]))
+        .clone();
+}
+
+}  // namespace media_detail
+
+using Planes = std::array<cv::Mat, 3>;  // Y, U and V of 4:2:0, CV_8UC1
+
+// All frames of a 4:2:0 movie of even size, in the order in which they are shown. Decoded by FFmpeg's own decoder,
+// not by the one that the library uses. Throws when a frame is damaged.
 inline std::vector<Planes> frames_of(const std::string& path) {
-    const cv::Size size = size_of(path);
-    const std::string bytes = output_of(
-        {"ffmpeg", "-v", "error", "-nostdin", "-i", "file:" + path, "-fps_mode", "passthrough", "-f", "rawvideo", "-"});
+    using namespace media_detail;
+    const Input input = open(path);
+    const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (index < 0) {
+        return {};
+    }
+    const AVCodecParameters* parameters = input->streams[index]->codecpar;
+    const Decoder decoder(avcodec_alloc_context3(avcodec_find_decoder(parameters->codec_id)));
+    avcodec_parameters_to_context(decoder.get(), parameters);
+    decoder->err_recognition = AV_EF_EXPLODE;
+    if (avcodec_open2(decoder.get(), nullptr, nullptr) < 0) {
+        throw std::runtime_error("cannot decode " + path);
+    }
+    const Packet packet(av_packet_alloc());
+    const Frame frame(av_frame_alloc());
     std::vector<Planes> frames;
-    const auto area = static_cast<size_t>(size.area());
-    for (size_t at = 0; at + area * 3 / 2 <= bytes.size(); at += area * 3 / 2) {
-        char* luma = const_cast<char*>(bytes.data()) + at;
-        const cv::Size half(size.width / 2, size.height / 2);
-        frames.push_back({cv::Mat(size, CV_8UC1, luma).clone(), cv::Mat(half, CV_8UC1, luma + area).clone(),
-                          cv::Mat(half, CV_8UC1, luma + area * 5 / 4).clone()});
+    for (bool more = true; more;) {
+        more = av_read_frame(input.get(), packet.get()) >= 0;
+        if (more && packet->stream_index != index) {
+            av_packet_unref(packet.get());
+            continue;
+        }
+        if (avcodec_send_packet(decoder.get(), more ? packet.get() : nullptr) < 0) {
+            throw std::runtime_error("damaged frame " + std::to_string(frames.size()) + " in " + path);
+        }
+        av_packet_unref(packet.get());
+        while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0) {
+            frames.push_back({plane(frame.get(), 0), plane(frame.get(), 1), plane(frame.get(), 2)});
+        }
     }
     return frames;
 }
@@ -93,16 +146,10 @@ struct StoredPacket {
 // All packets in the order of the file, read with the FFmpeg that the library uses: the distribution's older one
 // does not know PCM sound in MP4.
 inline std::vector<StoredPacket> packets_of(const std::string& path) {
-    AVFormatContext* input = nullptr;
-    if (avformat_open_input(&input, ("file:" + path).c_str(), nullptr, nullptr) < 0) {
-        throw std::runtime_error("cannot open " + path);
-    }
-    const std::unique_ptr<AVFormatContext, void (*)(AVFormatContext*)> closer(
-        input, [](AVFormatContext* context) { avformat_close_input(&context); });
-    const std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet(av_packet_alloc(),
-                                                                [](AVPacket* p) { av_packet_free(&p); });
+    const media_detail::Input input = media_detail::open(path);
+    const media_detail::Packet packet(av_packet_alloc());
     std::vector<StoredPacket> packets;
-    while (av_read_frame(input, packet.get()) >= 0) {
+    while (av_read_frame(input.get(), packet.get()) >= 0) {
         const AVStream* stream = input->streams[packet->stream_index];
         StoredPacket stored;
         stored.video = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;

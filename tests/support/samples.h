@@ -84,4 +84,15 @@ inline Shot stills_in(const TempDir& dir, const std::vector<std::string>& argume
     return shot;
 }
 
+// The movies that `nq360-sample movie` makes of these arguments, as "lens1.mov" and "lens2.mov" (or ".mp4").
+inline Shot movies_in(const TempDir& dir, const std::vector<std::string>& arguments,
+                      const std::string& extension = ".mov") {
+    namespace fs = std::filesystem;
+    const fs::path folder = samples_detail::made("movie", extension, arguments);
+    const Shot shot = {dir.file("lens1" + extension), dir.file("lens2" + extension)};
+    fs::copy_file(folder / ("1" + extension), shot.one, fs::copy_options::overwrite_existing);
+    fs::copy_file(folder / ("2" + extension), shot.two, fs::copy_options::overwrite_existing);
+    return shot;
+}
+
 }  // namespace test_support

@@ -1,0 +1,34 @@
+// The frame numbers that the sample movies carry, as they are found in an export.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "sample/frame_code.h"
+#include "support/media.h"
+
+namespace test_support {
+
+using CodePair = std::pair<int, int>;  // the frame of lens 1 and that of lens 2; -1: no code can be read
+
+inline CodePair codes_in(const cv::Mat& panorama_luma) {
+    const sample::LumaView view{panorama_luma.data, panorama_luma.cols, panorama_luma.rows,
+                                static_cast<std::ptrdiff_t>(panorama_luma.step)};
+    const auto number = [&](int lens) {
+        const auto code = sample::read_panorama_code(view, lens);
+        return code && code->lens == lens ? code->number : -1;
+    };
+    return {number(1), number(2)};
+}
+
+// Of each frame of a movie that was exported with all angles 0.
+inline std::vector<CodePair> codes_of(const std::string& path) {
+    std::vector<CodePair> codes;
+    for (const Planes& frame : frames_of(path)) {
+        codes.push_back(codes_in(frame[0]));
+    }
+    return codes;
+}
+
+}  // namespace test_support
