@@ -63,8 +63,6 @@ inline nlohmann::json stream_of(const nlohmann::json& probed, const std::string&
     return nullptr;
 }
 
-using Planes = std::array<cv::Mat, 3>;  // Y, U and V of 4:2:0, CV_8UC1
-
 namespace media_detail {
 
 struct Closer {
@@ -94,8 +92,6 @@ inline cv::Mat plane(const AVFrame* frame, int index) {
 }
 
 }  // namespace media_detail
-
-using Planes = std::array<cv::Mat, 3>;  // Y, U and V of 4:2:0, CV_8UC1
 
 // All frames of a 4:2:0 movie of even size, in the order in which they are shown. Decoded by FFmpeg's own decoder,
 // not by the one that the library uses. Throws when a frame is damaged.
