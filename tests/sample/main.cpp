@@ -1,9 +1,11 @@
 // nq360-sample: makes the files that a dual-lens camera would make, without the camera.
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <map>
 #include <string>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 #include <opencv2/imgproc.hpp>
@@ -55,8 +57,8 @@ void add_tag_options(CLI::App& command, CameraTags& tags) {
     command.add_option("--datetime", tags.datetime, "Date and time of the shot")->capture_default_str()->group(group);
     command
         .add_option("--orientation", tags.orientation,
-                    "Orientation; the pictures are turned so that an export undoes it")
-        ->check(CLI::IsMember({1, 3, 6, 8}))
+                    "Orientation; for 3, 6 and 8 the pictures are turned so that an export undoes it")
+        ->check(CLI::Range(1, 8))
         ->capture_default_str()
         ->group(group);
     command.add_option("--capture-mode", tags.capture_mode, "Maker note: capture mode (128, 129, 134: 360 degrees)")
@@ -195,9 +197,15 @@ void add_container_options(CLI::App& command, MovieOptions& options) {
 // "30000/1001" or "25". Returns a message when it is neither, as CLI's checks do.
 std::string parse_rate(const std::string& text, std::array<int, 2>& rate) {
     const std::string fraction = text.find('/') == std::string::npos ? text + "/1" : text;
-    char rest = 0;
-    const int found = std::sscanf(fraction.c_str(), "%d/%d%c", &rate[0], &rate[1], &rest);
-    return found == 2 && rate[0] > 0 && rate[1] > 0 ? "" : text + " is no frame rate, as 25 and 30000/1001 are";
+    const char* end = fraction.data() + fraction.size();
+    const auto [slash, error] = std::from_chars(fraction.data(), end, rate[0]);
+    if (error == std::errc() && slash != end && *slash == '/') {
+        const auto [rest, second_error] = std::from_chars(slash + 1, end, rate[1]);
+        if (second_error == std::errc() && rest == end && rate[0] > 0 && rate[1] > 0) {
+            return "";
+        }
+    }
+    return text + " is no frame rate, as 25 and 30000/1001 are";
 }
 
 CLI::App* add_movie(CLI::App& app, MovieOptions& options) {
@@ -220,6 +228,8 @@ CLI::App* add_movie(CLI::App& app, MovieOptions& options) {
             std::array<int, 2> ignored{};
             return parse_rate(text, ignored);
         });
+    command->add_flag_callback(
+        "--no-labels", [&options] { options.labels = false; }, "Burn in neither the lens nor the frame's number");
     add_codec_options(*command, options);
     add_sound_options(*command, options);
     add_container_options(*command, options);
@@ -234,7 +244,7 @@ CLI::App* add_movie(CLI::App& app, MovieOptions& options) {
     return command;
 }
 
-CLI::App* add_dump(CLI::App& app, DumpOptions& options) {
+void add_dump(CLI::App& app, DumpOptions& options) {
     CLI::App* command = app.add_subcommand("dump", "The scene as a panorama (PNG), to compare an export with");
     command->add_option("output", options.output, "PNG file")->required();
     command->add_option("--width", options.width, "Columns")->check(CLI::Range(2, 32766))->capture_default_str();
@@ -244,13 +254,9 @@ CLI::App* add_dump(CLI::App& app, DumpOptions& options) {
         ->capture_default_str();
     command->add_flag("--gray", options.gray, "Y alone");
     add_scene_option(*command, options.scene);
-    return command;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    av_log_set_level(AV_LOG_ERROR);
+int run(int argc, char** argv) {
     CLI::App app(
         "Makes the files that a dual-lens 360-degree camera would make. The same arguments give the same\n"
         "bytes. Exit status: 0 when all was written, 1 when something failed, 2 for wrong arguments.",
@@ -261,23 +267,30 @@ int main(int argc, char** argv) {
     DumpOptions dump;
     const CLI::App* still_command = add_still(app, still);
     const CLI::App* movie_command = add_movie(app, movie);
-    const CLI::App* dump_command = add_dump(app, dump);
+    add_dump(app, dump);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    if (still_command->parsed()) {
+        write_stills(still);
+    } else if (movie_command->parsed()) {
+        write_movies(movie);
+    } else {
+        write_scene(dump);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        if (still_command->parsed()) {
-            write_stills(still);
-        } else if (movie_command->parsed()) {
-            write_movies(movie);
-        } else if (dump_command->parsed()) {
-            write_scene(dump);
-        }
+        av_log_set_level(AV_LOG_ERROR);
+        return run(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "nq360-sample: %s\n", error.what());
         return 1;
     }
-    return 0;
 }

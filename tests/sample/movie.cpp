@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <future>
+#include <stdexcept>
+#include <string>
 
 #include <opencv2/imgproc.hpp>
 
@@ -42,6 +44,7 @@ class LensFilm {
   public:
     LensFilm(const MovieOptions& options, const Sphere& sphere, int number, Levels levels)
         : number_(number),
+          labels_(options.labels),
           sphere_(sphere),
           levels_(levels),
           offset_(number == 2 ? options.difference : std::array<int, 3>{}),
@@ -54,15 +57,18 @@ class LensFilm {
         const int shift = static_cast<int>(std::lround(index * kTurnOfFrame / (2 * kPi) * sphere_.width()));
         Picture picture = painter_.paint(sphere_, shift % sphere_.width(), offset_);
         cv::Mat& luma = picture.planes[0];
-        const FrameCode code{index, number_};
-        draw_digits(luma, code, levels_);
-        code_painter_.paint(luma.data, static_cast<std::ptrdiff_t>(luma.step), code, levels_.white, levels_.black);
+        if (labels_) {
+            const FrameCode code{index, number_};
+            draw_digits(luma, code, levels_);
+            code_painter_.paint(luma.data, static_cast<std::ptrdiff_t>(luma.step), code, levels_.white, levels_.black);
+        }
         grain_.add_to(luma);
         return picture;
     }
 
   private:
     int number_;
+    bool labels_;
     const Sphere& sphere_;
     Levels levels_;
     std::array<int, 3> offset_;
@@ -84,9 +90,28 @@ void write_movie(const MovieOptions& options, const Sphere& sphere, size_t index
                  options.moov_first);
 }
 
+constexpr int64_t kMostH264Pixels = 9437184;  // that libopenh264 encodes
+
+// What the encoder cannot do, or would take without a word and make something else of.
+void check_h264(const MovieOptions& options) {
+    if (options.chroma != "420") {
+        throw std::runtime_error("--chroma " + options.chroma + " goes with --codec mjpeg only; H.264 has 420");
+    }
+    const int64_t size = options.size;
+    if (size % 2 != 0 || size * size > kMostH264Pixels) {
+        throw std::runtime_error("--size " + std::to_string(size) +
+                                 " goes with --codec mjpeg only; H.264 takes even sizes up to 3072");
+    }
+}
+
 }  // namespace
 
 void write_movies(const MovieOptions& options) {
+    for (const std::string& codec : options.codecs) {
+        if (codec != "mjpeg") {
+            check_h264(options);
+        }
+    }
     const std::unique_ptr<Scene> scene = scene_named(options.scene);
     const Sphere full(*scene, sphere_width(options.size), true);
     const Sphere limited = full.limited();

@@ -24,6 +24,7 @@ struct MovieOptions : ShotOptions {
     int sound_rate = 48000;
     int sound_channels = 2;
     double sound_seconds = -1;  // negative: as long as the pictures
+    bool labels = true;         // the lens and the frame's number burnt in
     bool fragmented = false;
     bool moov_first = false;
     bool maker_atom = true;

@@ -285,6 +285,10 @@ TEST_F(Sample, ExitStatusTellsWrongArgumentsFromFailures) {
         run_command({sample_tool(), "still", one, dir.file("no/such.jpg"), "--size", "64"});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_THAT(unwritable.err, HasSubstr("no/such.jpg"));
+    EXPECT_EQ(run_command({sample_tool(), "movie", mov1, mov2, "--chroma", "422"}).status, 1);
+    const CommandResult large = run_command({sample_tool(), "movie", mov1, mov2, "--size", "3888"});
+    EXPECT_EQ(large.status, 1);
+    EXPECT_THAT(large.err, HasSubstr("--codec mjpeg"));
     const CommandResult shape = run_command({sample_tool(), "dump", dir.file("x.png"), "--scene", one});
     EXPECT_EQ(shape.status, 1);
 }
@@ -361,6 +365,8 @@ TEST_F(Sample, EveryFrameTellsItsNumberAndLens) {
         EXPECT_EQ(sample::read_lens_code(view(luma_of(mov2, i))), (FrameCode{i, 2}));
     }
     EXPECT_THROW(luma_of(mov2, 4), std::runtime_error);
+    movies({"--frames", "1", "--no-labels"});
+    EXPECT_EQ(sample::read_lens_code(view(luma_of(mov1))), std::nullopt);
 }
 
 TEST_F(Sample, SceneTurnsAsTheDumpOfTheFrameShows) {
