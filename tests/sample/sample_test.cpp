@@ -347,6 +347,11 @@ TEST_F(Sample, PacketsHaveTheCameraTimes) {
     }
 }
 
+TEST_F(Sample, OnlyFrameLastsAsLongAsAnyOther) {
+    movies({"--frames", "1"});
+    EXPECT_THAT(probe(mov1, "stream=duration_ts,nb_frames"), HasSubstr("duration_ts=1001\nnb_frames=1"));
+}
+
 TEST_F(Sample, RateAndTimeScaleCanBeOthers) {
     movies({"--frames", "3", "--rate", "25", "--time-scale", "12800"});
     EXPECT_EQ(lines_of(output_of({"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries",
