@@ -8,7 +8,6 @@
 #include <opencv2/imgproc.hpp>
 
 #include "media/scaler.h"
-#include "projection/large_pages.h"
 
 namespace {
 
@@ -98,31 +97,21 @@ void repeat_last(cv::Mat plane, int columns, int rows) {
 
 }  // namespace
 
-Stitcher::Stitcher(const OutputOption& option, bool many_pairs)
-    : option_(option),
-      luma_(tables_for(option.transmap.ymapx, option.transmap.ymapy, many_pairs)),
-      chroma_(tables_for(option.transmap.uvmapx, option.transmap.uvmapy, many_pairs)) {
-    const ImageSize lens = option.transmap.projsize;
+Stitcher::Stitcher(const OutputOption& option, bool many_pairs) : option_(option), many_pairs_(many_pairs) {
+    const EquidistantTransMap& map = option.transmap;
     const bool has_band = option.band.frameType != FRAME_TYPE_NOTLOAD;
     for (int plane = 0; plane < 3; ++plane) {
         const cv::Mat band = has_band ? option.band.YUVMats[static_cast<size_t>(plane)] : cv::Mat();
-        const int lens_rows = 2 * halved(lens.height, plane);
-        create_large(&stacks_[plane], lens_rows + band.rows, halved(lens.width, plane), CV_8UC1);
+        const int lens_rows = 2 * halved(map.projsize.height, plane);
+        stacks_.emplace_back(lens_rows + band.rows, halved(map.projsize.width, plane));
         if (has_band) {
-            band.copyTo(stacks_[plane].rowRange(lens_rows, lens_rows + band.rows));
+            band.copyTo(stacks_.back().pixels().rowRange(lens_rows, lens_rows + band.rows));
         }
     }
-}
-
-Stitcher::Tables Stitcher::tables_for(const cv::Mat& x, const cv::Mat& y, bool many_pairs) {
-    if (!many_pairs || x.empty()) {
-        return {x, y};
+    if (many_pairs) {
+        luma_ = SampleTable(map.ymapx, map.ymapy, stacks_[0]);
+        chroma_ = SampleTable(map.uvmapx, map.uvmapy, stacks_[1]);
     }
-    Tables tables;
-    create_large(&tables.first, x.rows, x.cols, CV_16SC2);
-    create_large(&tables.second, x.rows, x.cols, CV_16UC1);
-    cv::convertMaps(x, y, tables.first, tables.second, CV_16SC2);
-    return tables;
 }
 
 // Full-range 4:2:2 is read as limited range too, deliberately: so both lenses are treated alike whatever their
@@ -150,7 +139,7 @@ const AVFrame* Stitcher::as_420(Lens* lens, const AVFrame* frame) const {
 
 cv::Mat Stitcher::place_of(int lens, int plane) const {
     const int rows = halved(option_.transmap.projsize.height, plane);
-    return stacks_[plane].rowRange(lens * rows, (lens + 1) * rows);
+    return stacks_[static_cast<size_t>(plane)].pixels().rowRange(lens * rows, (lens + 1) * rows);
 }
 
 void Stitcher::load(int lens, const AVFrame* frame) {
@@ -167,21 +156,28 @@ void Stitcher::load(int lens, const AVFrame* frame) {
     }
 }
 
-void Stitcher::stitch_plane(int plane, const Tables& tables, AVFrame* panorama) const {
+void Stitcher::stitch_plane(int plane, AVFrame* panorama) const {
     cv::Mat whole(halved_up(panorama->height, plane), halved_up(panorama->width, plane), CV_8UC1, panorama->data[plane],
                   static_cast<size_t>(panorama->linesize[plane]));
     const int columns = halved(panorama->width, plane);
     const int rows = halved(panorama->height, plane);
     cv::Mat target = whole(cv::Rect(0, 0, columns, rows));
-    cv::remap(stacks_[plane], target, tables.first, tables.second, cv::INTER_LINEAR, cv::BORDER_CONSTANT, 0);
+    const FramedPlane& stack = stacks_[static_cast<size_t>(plane)];
+    const EquidistantTransMap& map = option_.transmap;
+    if (many_pairs_) {
+        (plane == 0 ? luma_ : chroma_).sample(stack, &target);
+    } else {
+        cv::remap(stack.pixels(), target, plane == 0 ? map.ymapx : map.uvmapx, plane == 0 ? map.ymapy : map.uvmapy,
+                  cv::INTER_LINEAR, cv::BORDER_CONSTANT, 0);
+    }
     repeat_last(whole, columns, rows);
 }
 
 void Stitcher::stitch_luma(AVFrame* panorama) const {
-    stitch_plane(0, luma_, panorama);
+    stitch_plane(0, panorama);
 }
 
 void Stitcher::stitch_chroma(AVFrame* panorama) const {
-    stitch_plane(1, chroma_, panorama);
-    stitch_plane(2, chroma_, panorama);
+    stitch_plane(1, panorama);
+    stitch_plane(2, panorama);
 }

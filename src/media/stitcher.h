@@ -2,13 +2,16 @@
 // kept from pair to pair that can be, and no copy beyond the one into the source that the tables address.
 #pragma once
 
+#include <vector>
+
 #include "api/output_option.h"
 #include "media/ffmpeg_ptr.h"
+#include "projection/sample_table.h"
 
 class Stitcher {
   public:
-    // `option` is borrowed. For many pairs the tables are brought into the form that cv::remap works on, which
-    // takes about as long as one pair saves; the panoramas are the same.
+    // `option` is borrowed. For many pairs the tables are brought into a quicker form, which takes longer than
+    // one pair saves; the panoramas are the same.
     Stitcher(const OutputOption& option, bool many_pairs);
 
     // Takes over the decoded frame of a lens (0 or 1), converted to 4:2:0 and corrected. The two lenses may be
@@ -21,11 +24,6 @@ class Stitcher {
     void stitch_chroma(AVFrame* panorama) const;
 
   private:
-    struct Tables {
-        cv::Mat first;
-        cv::Mat second;
-    };
-
     struct Lens {
         FramePtr converted;  // kept for frames that are not 4:2:0
         ScalerPtr scaler;
@@ -33,14 +31,14 @@ class Stitcher {
         int height = 0;
     };
 
-    static Tables tables_for(const cv::Mat& x, const cv::Mat& y, bool many_pairs);
     const AVFrame* as_420(Lens* lens, const AVFrame* frame) const;
     cv::Mat place_of(int lens, int plane) const;
-    void stitch_plane(int plane, const Tables& tables, AVFrame* panorama) const;
+    void stitch_plane(int plane, AVFrame* panorama) const;
 
     const OutputOption& option_;
-    Tables luma_;
-    Tables chroma_;
+    const bool many_pairs_;
+    std::vector<FramedPlane> stacks_;  // per plane: lens 1 above lens 2 above the band
+    SampleTable luma_;                 // for many pairs
+    SampleTable chroma_;
     Lens lenses_[2];
-    cv::Mat stacks_[3];  // per plane: lens 1 above lens 2 above the band
 };

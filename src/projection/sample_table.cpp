@@ -1,0 +1,156 @@
+#include "projection/sample_table.h"
+
+#include <cmath>
+#include <cstring>
+
+#include <opencv2/core/utility.hpp>
+
+#include "projection/large_pages.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace {
+
+// Fractions of a pixel that positions are rounded to; a weight is a product of two.
+constexpr int kUnits = 32;
+constexpr int kWeightBits = 10;
+constexpr unsigned kRounding = 1U << (kWeightBits - 1);
+
+uint8_t sampled(const uint8_t* upper_left, ptrdiff_t stride, unsigned fraction) {
+    const unsigned right = fraction & 0xff;
+    const unsigned below = fraction >> 8;
+    const uint8_t* lower_left = upper_left + stride;
+    const unsigned upper = upper_left[0] * (kUnits - right) + upper_left[1] * right;
+    const unsigned lower = lower_left[0] * (kUnits - right) + lower_left[1] * right;
+    return static_cast<uint8_t>((upper * (kUnits - below) + lower * below + kRounding) >> kWeightBits);
+}
+
+// A position in 32nds. What is outside, infinite or not a number goes to -2 pixels, where everything is zero.
+int units_of(float position, int size) {
+    const bool inside = position > -2.0f && position < static_cast<float>(size) + 1.0f;
+    return inside ? static_cast<int>(std::lrint(position * kUnits)) : -2 * kUnits;
+}
+
+#if defined(__x86_64__)
+
+// Two neighbours, the left one in the low byte.
+int neighbours(const uint8_t* left) {
+    uint16_t pair;
+    std::memcpy(&pair, left, sizeof(pair));
+    return pair;
+}
+
+// The neighbours of eight pixels; single loads, since gathers are slower on many processors.
+__attribute__((target("avx2"))) inline __m256i load_neighbours(const uint8_t* row, const int32_t* offsets) {
+    __m128i pairs = _mm_setzero_si128();
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[0]), 0);
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[1]), 1);
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[2]), 2);
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[3]), 3);
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[4]), 4);
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[5]), 5);
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[6]), 6);
+    pairs = _mm_insert_epi16(pairs, neighbours(row + offsets[7]), 7);
+    return _mm256_cvtepu8_epi16(pairs);
+}
+
+// 32 - f in the low half of each number and f in the high half, to be multiplied with a pair of neighbours.
+__attribute__((target("avx2"))) inline __m256i weights_of(__m256i fractions) {
+    return _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(kUnits), fractions), _mm256_slli_epi32(fractions, 16));
+}
+
+// Eight pixels as 32-bit numbers.
+__attribute__((target("avx2"))) inline __m256i sample_eight(const uint8_t* framed, ptrdiff_t stride,
+                                                            const int32_t* offsets, const uint16_t* fractions) {
+    const __m256i fraction = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fractions)));
+    const __m256i across = weights_of(_mm256_and_si256(fraction, _mm256_set1_epi32(0xff)));
+    const __m256i down = weights_of(_mm256_srli_epi32(fraction, 8));
+    const __m256i upper = _mm256_madd_epi16(load_neighbours(framed, offsets), across);
+    const __m256i lower = _mm256_madd_epi16(load_neighbours(framed + stride, offsets), across);
+    const __m256i both = _mm256_or_si256(upper, _mm256_slli_epi32(lower, 16));
+    const __m256i sum = _mm256_add_epi32(_mm256_madd_epi16(both, down), _mm256_set1_epi32(kRounding));
+    return _mm256_srli_epi32(sum, kWeightBits);
+}
+
+__attribute__((target("avx2"))) void sample_row_avx2(const uint8_t* framed, ptrdiff_t stride, const int32_t* offsets,
+                                                     const uint16_t* fractions, uint8_t* target, int count) {
+    // Packing works on halves of the registers; this puts the groups of four bytes into order again.
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    int i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const __m256i a = sample_eight(framed, stride, offsets + i, fractions + i);
+        const __m256i b = sample_eight(framed, stride, offsets + i + 8, fractions + i + 8);
+        const __m256i c = sample_eight(framed, stride, offsets + i + 16, fractions + i + 16);
+        const __m256i d = sample_eight(framed, stride, offsets + i + 24, fractions + i + 24);
+        const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(target + i), _mm256_permutevar8x32_epi32(bytes, order));
+    }
+    sample_row_plain(framed, stride, offsets + i, fractions + i, target + i, count - i);
+}
+
+#endif
+
+}  // namespace
+
+FramedPlane::FramedPlane(int rows, int cols) {
+    create_large(&framed_, rows + 2, cols + 2, CV_8UC1);
+    framed_.setTo(0);
+    pixels_ = framed_(cv::Rect(1, 1, cols, rows));
+}
+
+SampleTable::SampleTable(const cv::Mat& mapx, const cv::Mat& mapy, const FramedPlane& source) : cols_(mapx.cols) {
+    create_large(&offsets_, mapx.rows, mapx.cols, CV_32SC1);
+    create_large(&fractions_, mapx.rows, mapx.cols, CV_16UC1);
+    cv::parallel_for_(cv::Range(0, mapx.rows), [&](const cv::Range& rows) {
+        for (int row = rows.start; row < rows.end; ++row) {
+            convert_row(mapx.ptr<float>(row), mapy.ptr<float>(row), source, row);
+        }
+    });
+}
+
+void SampleTable::convert_row(const float* x, const float* y, const FramedPlane& source, int row) {
+    const cv::Mat pixels = source.pixels();
+    const auto stride = static_cast<int>(source.stride());
+    auto* offsets = offsets_.ptr<int32_t>(row);
+    auto* fractions = fractions_.ptr<uint16_t>(row);
+    for (int column = 0; column < cols_; ++column) {
+        const int units_x = units_of(x[column], pixels.cols);
+        const int units_y = units_of(y[column], pixels.rows);
+        // Pixel -1 is the frame; the upper left neighbour may be it, and the lower right one its other side.
+        const int left = units_x >> 5;
+        const int top = units_y >> 5;
+        const bool touches = left >= -1 && left < pixels.cols && top >= -1 && top < pixels.rows;
+        offsets[column] = touches ? (top + 1) * stride + left + 1 : 0;
+        fractions[column] = touches ? static_cast<uint16_t>((units_x & 31) | (units_y & 31) << 8) : 0;
+    }
+}
+
+void SampleTable::sample(const FramedPlane& source, cv::Mat* target) const {
+    cv::parallel_for_(cv::Range(0, offsets_.rows), [&](const cv::Range& rows) {
+        for (int row = rows.start; row < rows.end; ++row) {
+            sample_row(source.framed(), source.stride(), offsets_.ptr<int32_t>(row), fractions_.ptr<uint16_t>(row),
+                       target->ptr(row), cols_);
+        }
+    });
+}
+
+void sample_row_plain(const uint8_t* framed, ptrdiff_t stride, const int32_t* offsets, const uint16_t* fractions,
+                      uint8_t* target, int count) {
+    for (int i = 0; i < count; ++i) {
+        target[i] = sampled(framed + offsets[i], stride, fractions[i]);
+    }
+}
+
+void sample_row(const uint8_t* framed, ptrdiff_t stride, const int32_t* offsets, const uint16_t* fractions,
+                uint8_t* target, int count) {
+#if defined(__x86_64__)
+    static const bool has_avx2 = __builtin_cpu_supports("avx2");
+    if (has_avx2) {
+        sample_row_avx2(framed, stride, offsets, fractions, target, count);
+        return;
+    }
+#endif
+    sample_row_plain(framed, stride, offsets, fractions, target, count);
+}
