@@ -54,11 +54,12 @@ int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int 
  * export_path      the panorama: .jpg for two pictures, .mov or .mp4 where a movie is among the inputs. An
  *                  existing file is replaced; the file is removed when the call fails. The same file as an
  *                  input, the band picture or the marker: errnum 30003, and nothing is touched.
- * band_path        a picture to lay over the seam, scaled to twice the lens width; null: none.
- * width, height    of the panorama, in pixels: at least 1 for pictures; for movies even, at least 16 x 16 and
- *                  at most 9437184 pixels. Otherwise errnum 39999.
- * angle            turn of the panorama about its y axis, degrees. 0: lens 1 looks up; 90: lens 1 looks
- *                  at the horizon in the middle of the panorama.
+ * band_path        a picture to lay over the seam, scaled to twice the lens width; null: none. A JPEG is squeezed
+ *                  to limited range on the way (white becomes 235), as movies have it.
+ * width, height    of the panorama, in pixels: 2 to 32766 each; for movies even, at least 16 x 16 and at most
+ *                  9437184 pixels in all. Otherwise errnum 39999.
+ * angle            turn of the panorama about its y axis, degrees. 0: lens 1 looks up and lens 2 down; 90: lens 2
+ *                  looks at the horizon in the middle of the panorama, lens 1 at its left and right edge.
  * y1 u1 v1         added to each byte of lens 1's planes, the sum held to 0..255; CORRECT_NONE: as it is.
  * y2 u2 v2         the same for lens 2.
  * audio_source     0: sound of movie_path1; 1: of movie_path2; any other value: none.
