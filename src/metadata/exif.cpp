@@ -22,7 +22,7 @@ constexpr size_t kDepthLimit = 64;
 // A well-formed block is read once. Directories that share their children could be read 10^15 times, so all
 // reading together is limited to a few times the block and some room for small ones.
 constexpr uint64_t kBudgetPerByte = 4;
-constexpr uint64_t kBudgetBase = 65536;
+constexpr uint64_t kBudgetBase = 16384;
 
 enum Type : uint16_t {
     kByte = 1,

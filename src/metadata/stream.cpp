@@ -56,7 +56,7 @@ std::string system_text(int code) {
 }
 
 void MetadataStream::Closer::operator()(FILE* file) const {
-    std::fclose(file);
+    std::fclose(file);  // NOLINT(cppcoreguidelines-owning-memory): this is the owner's end
 }
 
 void MetadataStream::open(const char* path, bool writable, const char* tag) {

@@ -410,6 +410,13 @@ TEST_F(Jpeg, FailureOfWritingIsThrown) {
     }
 }
 
+TEST_F(Jpeg, FailureOfTheLastWriteIsThrown) {
+    // Nothing follows that moves: all that is written waits in the stream's buffer.
+    const std::string path = file(jpeg_start());
+    FileSizeLimit limit(10);
+    EXPECT_EQ(write(path, "<xmp>"), "Can't write metadata: File too large");
+}
+
 TEST_F(Jpeg, WritingIntoAFileOpenedForReadingIsThrown) {
     const std::string path = file(jpeg_start() + jpeg_end());
     logged([&] {

@@ -718,6 +718,14 @@ TEST_F(Mov, FailureOfWritingIsThrown) {
     }
 }
 
+TEST_F(Mov, FailureOfTheLastWriteIsThrown) {
+    // Nothing follows that moves: the new atom waits in the stream's buffer until a size is looked at.
+    const Bytes movie = file_head() + atom("moov", track(0));
+    const std::string path = file(movie);
+    FileSizeLimit limit(movie.size() + 10);
+    EXPECT_EQ(write(path, "<rdf>"), "Can't write metadata: File too large");
+}
+
 TEST_F(Mov, WritingIntoAFileOpenedForReadingIsThrown) {
     const Bytes bytes = atom("moov", track(0));
     const std::string path = file(bytes);

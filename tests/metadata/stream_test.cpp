@@ -98,6 +98,11 @@ TYPED_TEST(MetadataStreamTest, RefusesWhatIsNoRegularFile) {
     }
 }
 
+TYPED_TEST(MetadataStreamTest, RefusesARegularFileThatCannotBeOpened) {
+    // A program that runs cannot be written, by the superuser either.
+    EXPECT_EQ(thrown([&] { TypeParam("/proc/self/exe", true); }), "Can't open file /proc/self/exe");
+}
+
 TYPED_TEST(MetadataStreamTest, LinkToARegularFileIsFollowed) {
     const std::string path = this->dir.file("file", text("content"));
     const std::string link = this->dir.file("link");
