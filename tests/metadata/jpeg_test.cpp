@@ -205,6 +205,19 @@ TEST_F(Jpeg, WalkRecordsPositions) {
     });
 }
 
+TEST_F(Jpeg, SecondWalkTakesTheOnlyApp1ForTheSecond) {
+    const std::string path = file(jpeg_start() + exif_segment(block) + jpeg_end());
+    logged([&] {
+        _jpeg jpeg(path.c_str(), false);
+        EXPECT_EQ(jpeg.get_app1_offset(), 0);
+        EXPECT_EQ(jpeg.app1_second_start, -1);
+        EXPECT_EQ(jpeg.app1_second_end, -1);
+        EXPECT_EQ(jpeg.get_app1_offset(), 0);
+        EXPECT_EQ(jpeg.app1_second_start, 6);
+        EXPECT_EQ(jpeg.app1_second_end, jpeg.app1_first_end);
+    });
+}
+
 TEST_F(Jpeg, HeaderWithAHighFourthByteStopsTheSearch) {
     const Read r = read(jpeg_start() + jpeg_segment(kApp1, Bytes{1, 2, 3, 0x80}) + exif_segment(block) + jpeg_end());
     EXPECT_EQ(r.exif_result, static_cast<int>(0x80030201));
@@ -325,6 +338,9 @@ TEST_F(Jpeg, ClosedReaderFailsAndKeepsItsBuffers) {
         char* xmp = nullptr;
         EXPECT_EQ(jpeg.xml_data(&xmp), -1);
         EXPECT_EQ(xmp, nullptr);
+        EXPECT_EQ(jpeg.exif_data(&out), -1);
+        EXPECT_EQ(out, nullptr);
+        EXPECT_EQ(jpeg.exif_length, 0u);
         EXPECT_EQ(thrown([&] { jpeg.wtire_xmp_data("x"); }), "Can't write metadata: the file is closed");
     });
 }
@@ -414,7 +430,10 @@ TEST_F(Jpeg, FailureOfTheLastWriteIsThrown) {
     // Nothing follows that moves: all that is written waits in the stream's buffer.
     const std::string path = file(jpeg_start());
     FileSizeLimit limit(10);
-    EXPECT_EQ(write(path, "<xmp>"), "Can't write metadata: File too large");
+    logged([&] {
+        _jpeg jpeg(path.c_str(), true);
+        EXPECT_EQ(thrown([&] { jpeg.wtire_xmp_data("<xmp>"); }), "Can't write metadata: File too large");
+    });
 }
 
 TEST_F(Jpeg, WritingIntoAFileOpenedForReadingIsThrown) {

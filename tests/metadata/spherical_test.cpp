@@ -29,9 +29,12 @@ std::optional<std::string> taken(char* text) {
     return text ? std::optional<std::string>(text) : std::nullopt;
 }
 
+// Whatever the two pointers held before.
+char before[] = "before";
+
 Recognised recognise(std::string xmp) {
-    char* software = nullptr;
-    char* date = nullptr;
+    char* software = before;
+    char* date = before;
     const int result = isTALUMO360Viewer(xmp.data(), &software, &date);
     return {result, taken(software), taken(date)};
 }
@@ -110,8 +113,8 @@ TEST(Recognition, LastDateDecides) {
 }
 
 TEST(Recognition, NothingToLookAt) {
-    char* software = nullptr;
-    char* date = nullptr;
+    char* software = before;
+    char* date = before;
     EXPECT_EQ(isTALUMO360Viewer(nullptr, &software, &date), -1);
     EXPECT_EQ(software, nullptr);
     EXPECT_EQ(date, nullptr);
