@@ -9,7 +9,7 @@ extern "C" {
 }
 
 int LockstepInput::read_packet() {
-    while (wants_frame() && needs_packet && !packet_read) {
+    while (wants_frame() && !packet_read && !at_end_of_file) {
         const int packet = source->read();
         if (packet < 0) {
             return packet;
@@ -36,21 +36,18 @@ int LockstepInput::decode() {
     if (!wants_frame()) {
         return 0;
     }
-    if (packet_read) {
+    double seconds = 0;
+    int result = source->receive(&seconds);
+    if (result == LockstepSource::kNeedsPacket && packet_read) {
         packet_read = false;
-        needs_packet = false;
-        const int result = source->send();
-        if (result < 0) {
-            return result;
+        result = source->send();
+        if (result >= 0) {
+            result = source->receive(&seconds);
         }
     }
-    double seconds = 0;
-    const int result = source->receive(&seconds);
     if (result == LockstepSource::kFrame) {
         judge(seconds);
-    } else if (result == LockstepSource::kNeedsPacket && !at_end_of_file) {
-        needs_packet = true;
-    } else if (result >= 0) {
+    } else if (result == LockstepSource::kNoMore || (result == LockstepSource::kNeedsPacket && at_end_of_file)) {
         ended = true;
     }
     // A movie without frames makes no pair; a still without its picture is a broken file.

@@ -5,8 +5,8 @@
 // one after its end ends it. When both inputs have a frame the pair is complete. A still's only frame stays and
 // goes with every frame of the movie.
 //
-// Decoders hold back none, one or two frames; only telling them the end brings these out. So an input is read
-// until its decoder says that it has no frame yet, and at the end of the file the decoder is told and asked on
+// Decoders hold back none, one or two frames; only telling them the end brings these out. So each is asked first,
+// gets its packet when it has no frame yet, and is asked again; at the end of the file it is told so and asked on
 // until it says that it has no more.
 #pragma once
 
@@ -39,7 +39,6 @@ struct LockstepInput {
     bool frame_ready = false;
     bool ended = false;        // no frame comes any more: end of file, or one past the range
     bool packet_read = false;  // a packet, or the end, waits to be sent
-    bool needs_packet = true;  // the decoder said so
     bool at_end_of_file = false;
     int64_t frames = 0;  // frames that became ready
 

@@ -246,8 +246,7 @@ std::string table_of(int frames, int held) {
         EXPECT_EQ(input.decode(), 0);
         const ScriptedEvent event = source.take_event();
         table << "| " << row << " | " << event.read << " | " << event.sent << " | " << event.received << " | "
-              << event.time << " | " << (input.frame_ready ? "frame_ready" : "")
-              << (input.needs_packet && !input.frame_ready ? "needs_packet" : "") << (input.ended ? "ended" : "")
+              << event.time << " | " << (input.frame_ready ? "frame_ready" : "") << (input.ended ? "ended" : "")
               << " |\n";
         input.take_frame();
     }
@@ -257,40 +256,31 @@ std::string table_of(int frames, int held) {
 TEST(LockstepTable, ADecoderThatHoldsNothingBack) {
     EXPECT_EQ(table_of(4, 0),
               "| 1 | P0 | P0 | F0 | 0 | frame_ready |\n"
-              "| 2 | - | - | needs a packet | - | needs_packet |\n"
-              "| 3 | P1 | P1 | F1 | t0 | frame_ready |\n"
-              "| 4 | - | - | needs a packet | - | needs_packet |\n"
-              "| 5 | P2 | P2 | F2 | t1 | frame_ready |\n"
-              "| 6 | - | - | needs a packet | - | needs_packet |\n"
-              "| 7 | P3 | P3 | F3 | t2 | frame_ready |\n"
-              "| 8 | - | - | needs a packet | - | needs_packet |\n"
-              "| 9 | end | end | no more | - | ended |\n");
+              "| 2 | P1 | P1 | F1 | t0 | frame_ready |\n"
+              "| 3 | P2 | P2 | F2 | t1 | frame_ready |\n"
+              "| 4 | P3 | P3 | F3 | t2 | frame_ready |\n"
+              "| 5 | end | end | no more | - | ended |\n");
 }
 
 TEST(LockstepTable, ADecoderThatHoldsOneFrameBack) {
     EXPECT_EQ(table_of(4, 1),
-              "| 1 | P0 | P0 | needs a packet | - | needs_packet |\n"
+              "| 1 | P0 | P0 | needs a packet | - |  |\n"
               "| 2 | P1 | P1 | F0 | 0 | frame_ready |\n"
-              "| 3 | - | - | needs a packet | - | needs_packet |\n"
-              "| 4 | P2 | P2 | F1 | t0 | frame_ready |\n"
-              "| 5 | - | - | needs a packet | - | needs_packet |\n"
-              "| 6 | P3 | P3 | F2 | t1 | frame_ready |\n"
-              "| 7 | - | - | needs a packet | - | needs_packet |\n"
-              "| 8 | end | end | F3 | t2 | frame_ready |\n"
-              "| 9 | - | - | no more | - | ended |\n");
+              "| 3 | P2 | P2 | F1 | t0 | frame_ready |\n"
+              "| 4 | P3 | P3 | F2 | t1 | frame_ready |\n"
+              "| 5 | end | end | F3 | t2 | frame_ready |\n"
+              "| 6 | - | - | no more | - | ended |\n");
 }
 
 TEST(LockstepTable, ADecoderThatHoldsTwoFramesBack) {
     EXPECT_EQ(table_of(4, 2),
-              "| 1 | P0 | P0 | needs a packet | - | needs_packet |\n"
-              "| 2 | P1 | P1 | needs a packet | - | needs_packet |\n"
+              "| 1 | P0 | P0 | needs a packet | - |  |\n"
+              "| 2 | P1 | P1 | needs a packet | - |  |\n"
               "| 3 | P2 | P2 | F0 | 0 | frame_ready |\n"
-              "| 4 | - | - | needs a packet | - | needs_packet |\n"
-              "| 5 | P3 | P3 | F1 | t0 | frame_ready |\n"
-              "| 6 | - | - | needs a packet | - | needs_packet |\n"
-              "| 7 | end | end | F2 | t1 | frame_ready |\n"
-              "| 8 | - | - | F3 | t2 | frame_ready |\n"
-              "| 9 | - | - | no more | - | ended |\n");
+              "| 4 | P3 | P3 | F1 | t0 | frame_ready |\n"
+              "| 5 | end | end | F2 | t1 | frame_ready |\n"
+              "| 6 | - | - | F3 | t2 | frame_ready |\n"
+              "| 7 | - | - | no more | - | ended |\n");
 }
 
 // ---- Ranges ----
