@@ -53,6 +53,19 @@ double seconds_of(const AVStream* stream) {
                                               : static_cast<double>(stream->duration) * av_q2d(stream->time_base);
 }
 
+// Whether the file ends before what its index tells of the stream: a movie that was cut off. FFmpeg reads such a
+// file to where it breaks off as if it were whole.
+bool is_cut_off(const AVFormatContext* input, int stream_index) {
+    if (stream_index < 0 || !input->pb) {
+        return false;
+    }
+    AVStream* stream = input->streams[stream_index];
+    const int count = avformat_index_get_entries_count(stream);
+    const AVIndexEntry* last = count > 0 ? avformat_index_get_entry(stream, count - 1) : nullptr;
+    const int64_t size = avio_size(input->pb);
+    return last && size >= 0 && last->pos + last->size > size;
+}
+
 // The panorama that waits is encoded while the next pair is decoded and loaded.
 template <typename LoadReady>
 int encode_beside_decoding(PairWriter* writer, Lockstep* lockstep, LoadReady load_ready) {
@@ -106,9 +119,15 @@ class MediaSource : public LockstepSource {
 
 int MediaSource::read() {
     av_packet_unref(packet_.get());
-    const int result = av_read_frame(media_->input_format[input_], packet_.get());
+    const AVFormatContext* input = media_->input_format[input_];
+    int result = av_read_frame(media_->input_format[input_], packet_.get());
     at_end_ = result == AVERROR_EOF;
-    if (at_end_) {
+    const bool cut_off = at_end_ && (is_cut_off(input, media_->video_stream_index[input_]) ||
+                                     is_cut_off(input, media_->audio_stream_index[input_]));
+    if (cut_off || (result >= 0 && (packet_->flags & AV_PKT_FLAG_CORRUPT))) {
+        result = AVERROR_INVALIDDATA;
+    }
+    if (result == AVERROR_EOF) {
         return kEndOfFile;
     }
     if (result < 0) {
