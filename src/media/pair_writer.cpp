@@ -96,8 +96,10 @@ int PairWriter::write() {
 }
 
 int PairWriter::write_sound(const Sound& sound) {
-    return media_->wtire_audio2(sound.input, sound.packet.get(), &sound_past_end_, media_->audio_block_size(),
-                                sound.start, sound.end);
+    const int result = media_->wtire_audio2(sound.input, sound.packet.get(), &sound_past_end_,
+                                            media_->audio_block_size(), sound.start, sound.end);
+    sound_failed_ = result < 0;
+    return result;
 }
 
 int PairWriter::take_sound(int input, AVPacket* packet, float start, float end, bool* past_end) {

@@ -30,8 +30,10 @@ class PairWriter {
     // Encodes the waiting panorama, if there is one; any thread. write() tells the result.
     void encode() noexcept;
 
-    // Writes what encode() made, then the sound that was held. The caller's thread.
+    // Writes what encode() made, then the sound that was held. The caller's thread. After a failure sound_failed()
+    // tells which of the two failed.
     int write();
+    bool sound_failed() const { return sound_failed_; }
 
     // Writes a packet of an input's sound, or holds it while a panorama waits. *past_end tells whether sound
     // behind the range was met among what was written.
@@ -63,4 +65,5 @@ class PairWriter {
     std::vector<Sound> held_;
     size_t held_bytes_ = 0;
     int sound_past_end_ = 0;
+    bool sound_failed_ = false;
 };

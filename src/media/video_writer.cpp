@@ -350,7 +350,7 @@ int libavIF::write_pairs(const OutputOption& option, const std::string& export_n
         }
         result = encode_beside_decoding(&writer, &lockstep, load_ready);
         if (writer.write() < 0) {
-            return report_unwritten(error_code);
+            return writer.sound_failed() ? report_failed_step(error_code, "wtire_audio") : report_unwritten(error_code);
         }
     }
     if (result == 0) {
