@@ -132,7 +132,9 @@ void load_band(const char* band_path, int width, OutputOption* option) {
         option->band = imageframe_from_bandfile(band_path, width, FRAME_TYPE_YUV420);
     }
     if (option->band.frameType == FRAME_TYPE_NOTLOAD || option->band.YUVMats.size() != 3) {
-        throw std::runtime_error(std::string("the band picture cannot be read: ") + band_path);
+        std::string name = band_path;
+        replace_string(name);  // replies take thrown texts as they are
+        throw std::runtime_error("the band picture cannot be read: " + name);
     }
     option->bandheight = option->band.YUVMats[0].rows;
 }
