@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <opencv2/core/utility.hpp>
 
 extern "C" {
 #include <libavutil/error.h>
@@ -18,6 +19,7 @@ extern "C" {
 #include "nq360.h"
 #include "projection/correct_map.h"
 #include "support/child.h"
+#include "support/failing_new.h"
 #include "support/failing_open.h"
 #include "support/fake_volume.h"
 #include "support/picture.h"
@@ -286,6 +288,37 @@ TEST_F(Export, UnexpectedFailureRemovesTheOutput) {
     EXPECT_EQ(outcome.result, -1);
     EXPECT_EQ(outcome.end(), failure(39999, "an unknown error occurred", -1, "a reason "));
     EXPECT_FALSE(fs::exists(output));
+}
+
+// Each run ends with one reply, and without a file when it failed. On one thread: OpenCV's own pool waits for ever
+// when memory runs out while it hands out work.
+TEST_F(Export, AllocationThatFailsIsReplied) {
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    use_stills();
+    call.width = 64;
+    call.height = 32;
+    const std::string reply = failure(39999, "an unknown error occurred", -1, "std::bad_alloc").text;
+    int failures = 0;
+    bool failed = true;
+    for (long number = 0; failed; ++number) {
+        fs::remove(output);
+        last_reply = {};
+        int result = 0;
+        {
+            const FailingNew fault(number);
+            result = call.run_with(keep_last);
+            failed = fault.failed();
+        }
+        ASSERT_EQ(last_reply.ends, 1) << number;
+        EXPECT_EQ(fs::exists(output), last_reply.state == NQ360_FINISHED) << number << " " << last_reply.text;
+        if (result == -1) {
+            ++failures;
+            EXPECT_EQ(last_reply.text, reply);
+        }
+    }
+    cv::setNumThreads(threads);
+    EXPECT_GT(failures, 0);
 }
 
 // ---- Success ----

@@ -1,6 +1,7 @@
 // Calls of the exported functions with a callback that remembers what it is told.
 #pragma once
 
+#include <cstring>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -44,6 +45,20 @@ inline void receive(NQ360_STATE state, const char* json) {
 }
 
 }  // namespace replies_detail
+
+// A callback that allocates nothing, for tests in which allocations fail: it keeps the reply that ended the call.
+struct LastReply {
+    int ends = 0;
+    NQ360_STATE state = NQ360_STARTED;
+    char text[10240] = "";
+};
+inline LastReply last_reply;
+
+inline void keep_last(NQ360_STATE state, const char* json) {
+    last_reply.ends += state >= NQ360_FINISHED ? 1 : 0;
+    last_reply.state = state;
+    std::strcpy(last_reply.text, json);
+}
 
 // What one call returned and replied.
 struct Outcome {
