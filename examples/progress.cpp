@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include <fcntl.h>
@@ -62,12 +63,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: %s LENS1 LENS2 PANORAMA\n", argv[0]);
         return 2;
     }
-    char folder[] = "/tmp/progress-XXXXXX";
-    if (!mkdtemp(folder)) {
-        std::perror(folder);
+    std::string folder = std::filesystem::temp_directory_path() / "progress-XXXXXX";
+    if (!mkdtemp(folder.data())) {
+        std::perror(folder.c_str());
         return 1;
     }
-    marker = std::string(folder) + "/stop";
+    marker = folder + "/stop";
     std::signal(SIGINT, stop_at_ctrl_c);
 
     const int no = CORRECT_NONE;
@@ -76,7 +77,7 @@ int main(int argc, char** argv) {
                  marker.c_str(), on_reply, 0, 0, 0, 0, whole, whole);
 
     unlink(marker.c_str());
-    rmdir(folder);
+    rmdir(folder.c_str());
     if (last_state == NQ360_CANCELLED) {
         return 130;
     }
