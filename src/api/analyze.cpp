@@ -8,6 +8,7 @@
 
 #include "api/reply.h"
 #include "api/support.h"
+#include "api/text_owner.h"
 #include "api/thrown_text.h"
 #include "media/libavif.h"
 #include "metadata/exif.h"
@@ -25,19 +26,21 @@ struct Request {
     int write_flag;
 };
 
-// The two texts of the stitching software's metadata, released together.
+// The stitching software's name and date out of a file's metadata.
 struct ViewerTexts {
-    ViewerTexts() = default;
-    ~ViewerTexts() {
-        std::free(software);
-        std::free(date);
-    }
-    ViewerTexts(const ViewerTexts&) = delete;
-    ViewerTexts& operator=(const ViewerTexts&) = delete;
+    TextPtr software;
+    TextPtr date;
+};
 
+// isTALUMO360Viewer, with owned texts.
+int recognise_viewer(char* xmp, ViewerTexts* texts) {
     char* software = nullptr;
     char* date = nullptr;
-};
+    const int viewer = isTALUMO360Viewer(xmp, &software, &date);
+    texts->software.reset(software);
+    texts->date.reset(date);
+    return viewer;
+}
 
 std::string extension_of(const char* path) {
     std::vector<char> extension(path ? std::strlen(path) + 1 : 1);
@@ -103,7 +106,7 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
     file.close_stream();
     _exif exif(block, file.exif_length);
     ViewerTexts texts;
-    const int viewer = isTALUMO360Viewer(xmp, &texts.software, &texts.date);
+    const int viewer = recognise_viewer(xmp, &texts);
     const bool target = exif.isTarget() || viewer == 0;
 
     if (media.open_input_file(0) != 0) {
@@ -114,8 +117,8 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
         media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
         return reply_no_thumbnail(kTag, request, &media, json_out);
     }
-    *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software, texts.date,
-                                  target, wants_thumbnail, "JPEG");
+    *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software.get(),
+                                  texts.date.get(), target, wants_thumbnail, "JPEG");
     fill_result(media, exif, target, true, result);
     return 0;
 }
@@ -136,7 +139,7 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     file.close_stream();
     _exif exif(block, file.exif_length);
     ViewerTexts texts;
-    const int viewer = isTALUMO360Viewer(xmp, &texts.software, &texts.date);
+    const int viewer = recognise_viewer(xmp, &texts);
     nq360_log(1, "[NQ360_analyze_movie] isTALUMO360 %d", viewer);
     bool target = exif.isTarget() || viewer == 0;
     nq360_log(1, "[NQ360_analyze_movie] isTarget %d", target);
@@ -156,8 +159,8 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
         media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
         return reply_no_thumbnail(kTag, request, &media, json_out);
     }
-    *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software, texts.date,
-                                  target, wants_thumbnail, "MOVIE");
+    *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software.get(),
+                                  texts.date.get(), target, wants_thumbnail, "MOVIE");
     fill_result(media, exif, target, false, result);
     return 0;
 }
@@ -243,7 +246,7 @@ int _NQ360_export_analyze(const char* input_path, AnalyzeResult* result) {
     } else if (isMovie(extension.c_str())) {
         outcome = _NQ360_analyze_movie(input_path, nullptr, 0, 0, &json, result);
     }
-    std::free(const_cast<char*>(json));
+    const TextPtr unread(const_cast<char*>(json));
     return outcome;
 }
 

@@ -10,6 +10,7 @@
 #include "api/analyze.h"
 #include "api/reply.h"
 #include "api/support.h"
+#include "api/text_owner.h"
 #include "api/thrown_text.h"
 #include "media/libavif.h"
 #include "metadata/jpeg.h"
@@ -29,10 +30,6 @@ struct Paths {
     const char* movie1;
     const char* movie2;
     const char* output;
-};
-
-struct Freer {
-    void operator()(char* text) const { std::free(text); }
 };
 
 double radians(double degrees) {
@@ -164,8 +161,8 @@ int64_t total_frames(libavIF* media, const OutputOption& option) {
 
 // The panorama's own metadata, so that viewers show it as one.
 void write_metadata(const char* export_path, bool picture, const OutputOption& option) {
-    const std::unique_ptr<char, Freer> text(TALUMO360ViewerMetadata(
-        picture, option.output_size.width, option.output_size.height, option.datetime ? option.datetime : ""));
+    const TextPtr text(TALUMO360ViewerMetadata(picture, option.output_size.width, option.output_size.height,
+                                               option.datetime ? option.datetime : ""));
     if (picture) {
         _jpeg file(export_path, true);
         file.wtire_xmp_data(text.get());

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "api/support.h"
+#include "api/text_owner.h"
 #include "media/libavif.h"
 #include "metadata/exif.h"
 
@@ -25,6 +26,7 @@ std::string escaped(const char* text) {
 }
 
 __attribute__((format(printf, 1, 2))) char* format_reply(const char* format, ...) {
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the callers own the text
     auto* reply = static_cast<char*>(std::malloc(kReplySize));
     if (!reply) {
         throw std::bad_alloc();
@@ -112,8 +114,8 @@ char* make_json_result3(const char* movie_path1, const char* movie_path2, const 
 }
 
 void send_reply(NQ360_CALLBACK callback, NQ360_STATE state, const char* reply) {
+    const TextPtr owner(const_cast<char*>(reply));
     if (callback) {
         callback(state, reply);
     }
-    std::free(const_cast<char*>(reply));
 }

@@ -16,9 +16,9 @@ void create_large(cv::Mat* matrix, int rows, int cols, int type) {
     if (bytes < kWorthwhile) {
         return;
     }
-    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t begin = (reinterpret_cast<uintptr_t>(matrix->data) + page - 1) / page * page;
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(matrix->data) + bytes) / page * page;
+    // Whole pages only.
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t before = (page - reinterpret_cast<uintptr_t>(matrix->data) % page) % page;
     // A failing hint changes nothing but the time.
-    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    madvise(matrix->data + before, (bytes - before) / page * page, MADV_HUGEPAGE);
 }
