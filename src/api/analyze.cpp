@@ -1,8 +1,6 @@
 #include "api/analyze.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
