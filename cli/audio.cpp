@@ -20,7 +20,7 @@ class Audio : public Command {
 
   private:
     int run() override {
-        check_output(output_, force_);
+        check_output(output_, force_, {movie_});
         double seconds = 0;
         const auto job = [this](const std::string& cancel_path, const FrameHandler& handler) {
             return extract_sound(movie_, output_, cancel_path, handler);

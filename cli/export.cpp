@@ -10,6 +10,7 @@
 #include "interrupt.h"
 #include "job.h"
 #include "pair_options.h"
+#include "preview.h"
 #include "progress.h"
 
 namespace {
@@ -22,10 +23,6 @@ bool ends_in(const std::string& path, std::initializer_list<const char*> extensi
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return std::any_of(extensions.begin(), extensions.end(), [&](const char* one) { return extension == one; });
-}
-
-bool is_picture_name(const std::string& path) {
-    return ends_in(path, {".jpg", ".jpeg"});
 }
 
 // Twice the lens width rounded down to a usual width (1440: 2880, 1936: 3840, 3888: 7680), and for movies no
@@ -48,8 +45,11 @@ class Export : public Command {
                   "movie. Ctrl-C stops it and leaves no file.") {
         add_lenses(parser(), pair_);
         parser().add_option("OUT", job_.output, "panorama: .jpg of two pictures, .mov or .mp4 of movies")->required();
+        parser().add_flag("--preview", preview_,
+                          "write the one panorama at the start as a small picture (.jpg), to try angles and "
+                          "corrections");
         add_parsed(parser(), "--size", size_, parse_size, "WxH",
-                   "pixels of the panorama (twice the lens width, in a movie at most 4096x2048)");
+                   "pixels of the panorama (twice the lens width, in a movie at most 4096x2048; preview 1024x512)");
         add_parsed(parser(), "--tilt", job_.tilt, parse_whole_degrees, "DEGREES",
                    "turn the panorama: with 0 lens 1 looks up, with 90 at the horizon in the middle (0)");
         add_turns(parser(), pair_);
@@ -68,28 +68,37 @@ class Export : public Command {
 
   private:
     int run() override {
-        check_output_name();
         check_range();
-        check_output(job_.output, force_);
         const Description lens1 = describe(pair_.lens[0]);
         const Description lens2 = describe(pair_.lens[1]);
+        makes_picture_ = preview_ || (lens1.is_picture && lens2.is_picture);
+        check_output_name();
+        check_output(job_.output, force_, {pair_.lens[0], pair_.lens[1], job_.band.value_or("")});
         check_starts(lens1, lens2);
+        if (preview_) {
+            return write_preview(pair_, job_, size_);
+        }
         complete_job(lens1);
         return write_panorama();
     }
 
-    bool makes_picture() const { return is_picture_name(pair_.lens[0]) && is_picture_name(pair_.lens[1]); }
-
     void check_output_name() const {
-        if (makes_picture() && !is_picture_name(job_.output)) {
-            throw UsageError(printable(job_.output) + ": two pictures make a picture; let its name end in .jpg");
+        if (makes_picture_ && !ends_in(job_.output, {".jpg", ".jpeg"})) {
+            throw UsageError(printable(job_.output) + (preview_ ? ": a preview is" : ": two pictures make") +
+                             " a picture; let its name end in .jpg");
         }
-        if (!makes_picture() && !ends_in(job_.output, {".mov", ".mp4"})) {
+        if (!makes_picture_ && !ends_in(job_.output, {".mov", ".mp4"})) {
             throw UsageError(printable(job_.output) + ": movies make a movie; let its name end in .mov or .mp4");
         }
     }
 
-    std::optional<double> end(int which) const { return which == 1 && ends_[1] ? ends_[1] : ends_[0]; }
+    // Unless told otherwise as much of lens 2 as of lens 1.
+    std::optional<double> end(int which) const {
+        if (which == 0 || ends_[1] || !ends_[0]) {
+            return ends_[which];
+        }
+        return pair_.start(1) + *ends_[0] - pair_.start(0);
+    }
 
     void check_range() const {
         for (int i = 0; i < 2; ++i) {
@@ -111,7 +120,7 @@ class Export : public Command {
     }
 
     void complete_job(const Description& lens1) {
-        const Size size = size_.value_or(default_size(lens1.width, !makes_picture()));
+        const Size size = size_.value_or(default_size(lens1.width, !makes_picture_));
         job_.width = size.width;
         job_.height = size.height;
         job_.date = date_.value_or(lens1.datetime);
@@ -156,6 +165,8 @@ class Export : public Command {
     std::optional<double> ends_[2];
     std::optional<std::string> date_;
     bool force_ = false;
+    bool preview_ = false;
+    bool makes_picture_ = false;
 };
 
 }  // namespace

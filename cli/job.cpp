@@ -7,11 +7,16 @@
 #include "interrupt.h"
 #include "progress.h"
 
-void check_output(const std::string& path, bool force) {
+void check_output(const std::string& path, bool force, std::initializer_list<std::string> inputs) {
     std::error_code unknown;
     const auto status = std::filesystem::status(path, unknown);
     if (std::filesystem::is_directory(status)) {
         throw CommandError(printable(path) + ": is a folder; name the file to write");
+    }
+    for (const std::string& input : inputs) {
+        if (std::filesystem::equivalent(path, input, unknown)) {
+            throw CommandError(printable(path) + ": is an input itself; choose another name");
+        }
     }
     if (std::filesystem::exists(status) && !force) {
         throw CommandError(printable(path) + ": exists already; --force replaces it");
@@ -19,6 +24,9 @@ void check_output(const std::string& path, bool force) {
 }
 
 Outcome run_job(const std::string& output, const std::string& unit, const JobFunction& function, double* seconds) {
+    if (interrupted()) {
+        return {NQ360_CANCELLED, ""};
+    }
     CancelMarker marker(output);
     Progress progress(unit);
     const FrameHandler handler = [&](NQ360_STATE state, int64_t frames) {
@@ -30,11 +38,11 @@ Outcome run_job(const std::string& output, const std::string& unit, const JobFun
         }
     };
     Outcome outcome = function(marker.path(), handler);
+    *seconds = progress.seconds();
     if (outcome.state == NQ360_FINISHED && interrupted()) {
         std::error_code ignored;
         std::filesystem::remove(output, ignored);
         outcome.state = NQ360_CANCELLED;
     }
-    *seconds = progress.seconds();
     return outcome;
 }

@@ -3,12 +3,14 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <string>
 
 #include "library.h"
 
-// Throws CommandError when something stands at the path and `force` does not allow its replacement.
-void check_output(const std::string& path, bool force);
+// Throws CommandError when a folder or an input stands at the path, or another file whose replacement `force` does
+// not allow.
+void check_output(const std::string& path, bool force, std::initializer_list<std::string> inputs);
 
 // Runs the library's function with a marker and progress in `unit`. The outcome's state is NQ360_CANCELLED
 // also when the job ended well after Ctrl-C (a picture ends before it looks for the marker): its output is

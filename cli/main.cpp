@@ -98,6 +98,7 @@ int main(int argc, char** argv) {
     Commands commands;
     commands.push_back(make_analyze(app));
     commands.push_back(make_export(app));
+    commands.push_back(make_match(app));
     commands.push_back(make_audio(app));
     commands.push_back(make_space(app));
     try {

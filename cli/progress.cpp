@@ -110,5 +110,5 @@ std::string clock_text(double seconds) {
 std::string decimal_text(double value) {
     char text[64];
     std::snprintf(text, sizeof(text), "%.1f", value);
-    return text;
+    return std::string(text) == "-0.0" ? "0.0" : text;
 }
