@@ -12,7 +12,7 @@ bool is_true(const Json& json, const char* key) {
 }
 
 std::string source_of(const Json& reply) {
-    const std::string software = text_of(reply, "youtube360_maker");
+    std::string software = text_of(reply, "youtube360_maker");
     if (!software.empty()) {
         return software;
     }

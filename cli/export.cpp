@@ -51,7 +51,8 @@ class Export : public Command {
         add_parsed(parser(), "--size", size_, parse_size, "WxH",
                    "pixels of the panorama (twice the lens width, in a movie at most 4096x2048; preview 1024x512)");
         add_parsed(parser(), "--tilt", job_.tilt, parse_whole_degrees, "DEGREES",
-                   "turn the panorama: with 0 lens 1 looks up, with 90 at the horizon in the middle (0)");
+                   "turn the panorama, whole degrees: with 0 lens 1 looks up, with 90 lens 2 looks at the middle, with "
+                   "-90 lens 1 does (0)");
         add_turns(parser(), pair_);
         add_parsed(parser(), "--correct1", job_.corrections[0], parse_correction, "Y,U,V",
                    "add to brightness and colour of lens 1, each -255 to 255; - leaves one alone");

@@ -1,9 +1,8 @@
 #include "failure.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <initializer_list>
+#include <regex>
 
 #include "console.h"
 #include "size_text.h"
@@ -55,16 +54,14 @@ std::string disk_is_full(const std::string& name, unsigned long long needed) {
 
 // The sizes that an export's reply complains of, in brackets.
 std::string sizes_in(const Json& error) {
+    static const std::regex kBoth("width1:([0-9]+) width2:([0-9]+) height1([0-9]+) height2:([0-9]+)");
+    static const std::regex kOne("width:([0-9]+)");
     const std::string text = text_of(error, "api_errstr");
-    const char* const sizes = text.c_str() + std::min(text.find("width"), text.size());
-    int width[2] = {};
-    int height[2] = {};
-    if (std::sscanf(sizes, "width1:%d width2:%d height1%d height2:%d", &width[0], &width[1], &height[0], &height[1]) ==
-        4) {
-        return " (" + std::to_string(width[1]) + "x" + std::to_string(height[1]) + ", not " + std::to_string(width[0]) +
-               "x" + std::to_string(height[0]) + ")";
+    std::smatch found;
+    if (std::regex_search(text, found, kBoth)) {
+        return " (" + found.str(2) + "x" + found.str(4) + ", not " + found.str(1) + "x" + found.str(3) + ")";
     }
-    return std::sscanf(sizes, "width:%d", &width[0]) == 1 ? ", not " + std::to_string(width[0]) : "";
+    return std::regex_search(text, found, kOne) ? ", not " + found.str(1) : "";
 }
 
 // The library's own words, for what has no better ones here.

@@ -36,7 +36,7 @@ std::string entry(const std::string& term, const std::string& meaning, size_t le
 
 std::string option_term(const CLI::Option* option) {
     const std::string short_name = option->get_snames().empty() ? "    " : "-" + option->get_snames().front() + ", ";
-    const std::string metavar = option->get_option_text();
+    const std::string& metavar = option->get_option_text();
     return short_name + "--" + option->get_lnames().front() + (metavar.empty() ? "" : " " + metavar);
 }
 

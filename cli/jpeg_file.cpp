@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 
 #include "console.h"
 #include "errors.h"
@@ -63,14 +64,13 @@ void write_jpeg(const std::string& path, const ImageFrame& picture, bool full_ra
     }
     frame = in_full_range(std::move(frame), full_range);
     const PacketPtr packet = encoded(frame.get());
-    std::FILE* file = std::fopen(path.c_str(), "wbe");
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file) {
         throw CommandError(printable(path) + ": cannot be written (" + std::strerror(errno) + ")");
     }
-    const auto size = static_cast<size_t>(packet->size);
-    const bool written = std::fwrite(packet->data, 1, size, file) == size;
-    const bool closed = std::fclose(file) == 0;
-    if (!written || !closed) {
+    file.write(reinterpret_cast<const char*>(packet->data), packet->size);
+    file.close();
+    if (!file) {
         std::remove(path.c_str());
         throw CommandError(printable(path) + ": cannot be written whole; is the volume full?");
     }

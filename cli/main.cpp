@@ -1,5 +1,6 @@
 // nq360: the library from a shell. Every rule of the work itself is in the library; here are arguments, messages
 // and progress.
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -21,14 +22,24 @@ constexpr const char* kDescription =
 constexpr const char* kFooter =
     "'nq360 COMMAND --help' explains a command. Exit status: 0 done, 1 failed,\n2 wrong use, 130 cancelled.";
 
-// As the parser takes them, last one first. It would take a name in brackets for a list of names.
+// As the parser takes them, last one first. It would take a name in brackets for a list of names where several are
+// allowed, and loses its way when "--" comes after a first name. What is not an option is a path here, so that
+// both can be written as it understands them.
 std::vector<std::string> arguments_of(int argc, char** argv) {
+    const bool takes_many = argc > 1 && std::string(argv[1]) == "analyze";
     std::vector<std::string> arguments;
-    for (int i = argc - 1; i > 0; --i) {
+    bool names_only = false;
+    for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
-        const bool is_list = !argument.empty() && argument.front() == '[' && argument.back() == ']';
-        arguments.push_back(is_list ? "./" + argument : argument);
+        const bool is_list = takes_many && !argument.empty() && argument.front() == '[' && argument.back() == ']';
+        const bool is_dashed = names_only && !argument.empty() && argument.front() == '-';
+        if (!names_only && argument == "--") {
+            names_only = true;
+        } else {
+            arguments.push_back(is_list || is_dashed ? "./" + argument : argument);
+        }
     }
+    std::reverse(arguments.begin(), arguments.end());
     return arguments;
 }
 
@@ -83,12 +94,7 @@ int run(const Commands& commands) {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    // Ignored, so that a reader that goes away cannot end a job between two writes.
-    std::signal(SIGPIPE, SIG_IGN);
-    watch_interrupts();
+int parse_and_run(int argc, char** argv) {
     CLI::App app(kDescription, "nq360");
     app.formatter(std::make_shared<HelpFormat>());
     app.require_subcommand(1);
@@ -107,4 +113,18 @@ int main(int argc, char** argv) {
         return end_parsing(app, error);
     }
     return run(commands);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Ignored, so that a reader that goes away cannot end a job between two writes.
+    std::signal(SIGPIPE, SIG_IGN);
+    watch_interrupts();
+    try {
+        return parse_and_run(argc, argv);
+    } catch (...) {
+        std::fputs("nq360: cannot start; is there enough memory?\n", stderr);
+        return kFailed;
+    }
 }

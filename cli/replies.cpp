@@ -126,7 +126,7 @@ class Reader {
     std::string raw(const Key& next) {
         const std::string end = "\"," + quoted_key(next);
         const size_t at = next.kind == Kind::kRaw ? rest_.find(end) : rest_.rfind(end);
-        const std::string text(until(at));
+        std::string text(until(at));
         take("\"");
         return text;
     }

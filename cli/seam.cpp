@@ -40,14 +40,15 @@ cv::Mat ring_of(const cv::Mat& plane, int lens, double turn, double radius, doub
     const cv::Size size(kDirections, 2 * kRowsPerSide + 1);
     cv::Mat columns(size, CV_32FC1);
     cv::Mat rows(size, CV_32FC1);
+    const cv::Point centre(plane.cols / 2, plane.rows / 2);  // whole pixels, as the stitcher has it
     const double pixels_per_radian = radius * scale / kHalfPi;
     const double side = lens == 0 ? 1 : -1;  // lens 2 looks the other way: its angles are the rest to 180 degrees
     for (int y = 0; y < size.height; ++y) {
         const double distance = (kHalfPi + side * (y - kRowsPerSide) * kRowAngle) * pixels_per_radian;
         for (int x = 0; x < size.width; ++x) {
             const double azimuth = 4 * kHalfPi * x / kDirections + turn;
-            columns.at<float>(y, x) = static_cast<float>(plane.cols / 2 + side * std::cos(azimuth) * distance);
-            rows.at<float>(y, x) = static_cast<float>(plane.rows / 2 + std::sin(azimuth) * distance);
+            columns.at<float>(y, x) = static_cast<float>(centre.x + side * std::cos(azimuth) * distance);
+            rows.at<float>(y, x) = static_cast<float>(centre.y + std::sin(azimuth) * distance);
         }
     }
     cv::Mat ring;

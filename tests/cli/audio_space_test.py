@@ -1,0 +1,49 @@
+"""nq360 audio and nq360 space"""
+import os
+import re
+import shutil
+import wave
+
+from command import CommandTest, main, run, sample
+
+
+class Audio(CommandTest):
+    def test_writes_the_sound(self):
+        result = run("audio", sample("movie1.mov"), "out.wav")
+        self.assert_done(result)
+        self.assertIn(b"out.wav: the sound of", result.stdout)
+        with wave.open("out.wav") as sound:
+            self.assertEqual((sound.getnchannels(), sound.getsampwidth()), (2, 2))
+            self.assertAlmostEqual(sound.getnframes() / sound.getframerate(), 1.0, delta=0.1)
+
+    def test_does_not_overwrite(self):
+        with open("out.wav", "w", encoding="ascii") as file:
+            file.write("precious")
+        self.assert_refused(run("audio", sample("movie1.mov"), "out.wav"), 1, "out.wav: exists already", "--force")
+        self.assertEqual(os.path.getsize("out.wav"), 8)
+        self.assert_done(run("audio", sample("movie1.mov"), "out.wav", "--force", "--quiet"))
+
+    def test_messages_name_the_file(self):
+        self.assert_refused(run("audio", sample("still1.jpg"), "out.wav"), 1, "still1.jpg: has no sound")
+        self.assert_refused(run("audio", "no.mov", "out.wav"), 1, "no.mov: there is no such file")
+        self.assert_refused(run("audio", sample("movie1.mov"), "no/out.wav"), 1, "no/out.wav: its folder does not")
+        self.assert_refused(run("audio", sample("movie1.mov"), sample("movie1.mov"), "-f"), 1, "is an input itself")
+        self.assert_refused(run("audio", sample("movie1.mov"), "out.txt"), 1, "out.txt: the sound cannot", ".wav")
+        self.assertEqual(os.listdir("."), [])
+
+
+class Space(CommandTest):
+    def test_tells_what_the_system_tells(self):
+        result = run("space", "--bytes", ".")
+        self.assert_done(result)
+        free = shutil.disk_usage(".").free
+        self.assertLess(abs(int(result.stdout) - free), 1 << 30)  # others write meanwhile
+        self.assertTrue(re.fullmatch(r"[0-9.]+ [KMGT]iB free \(\d+ bytes\)\n", run("space", ".").stdout.decode()))
+
+    def test_asks_the_folder_of_a_file_that_is_to_be(self):
+        self.assert_done(run("space", "file-to-be.mov"))
+        self.assert_refused(run("space", "no/folder/file.mov"), 1, "no/folder/file.mov", "does the folder exist?")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,155 @@
+"""The command in a terminal and in pipes: bar, Ctrl-C, colour, closed pipes."""
+import os
+import signal
+import subprocess
+
+from command import COMMAND, CommandTest, Terminal, main, run, sample
+
+MOVIES = [sample("movie1.mov"), sample("movie2.mov")]
+
+
+class Bar(CommandTest):
+    def test_shows_frames_speed_and_time_left(self):
+        terminal = Terminal("export", *MOVIES, "out.mp4", "--size", "128x64")
+        self.assertEqual(terminal.end(), 0, terminal.text)
+        self.assertRegex(terminal.text, rb"  0 % \[(\x1b\[32m\x1b\[0m)?\.+\] 0/30 frames")
+        self.assertRegex(terminal.text, rb"\[\x1b\[32m#+\x1b\[0m\.*\] [123]0/30 frames, [0-9.]+/s, 0:\d\d left")
+        # The bar is gone in the end, and what was made is told.
+        self.assertRegex(terminal.text, rb"\r\x1b\[Kout\.mp4: 128x64, 30 frames, in [0-9.]+ s\r\n$")
+
+    def test_has_no_colour_with_no_color(self):
+        terminal = Terminal("export", *MOVIES, "out.mp4", "--size", "128x64", NO_COLOR="1")
+        self.assertEqual(terminal.end(), 0, terminal.text)
+        self.assertIn(b"0/30 frames", terminal.text)
+        self.assertNotRegex(terminal.text, rb"\x1b\[[0-9;]*m")
+
+    def test_is_not_drawn_on_a_terminal_that_cannot(self):
+        terminal = Terminal("export", *MOVIES, "out.mp4", "--size", "128x64", TERM="dumb")
+        self.assertEqual(terminal.end(), 0, terminal.text)
+        self.assertNotIn(b"\x1b", terminal.text)
+
+    def test_quiet_shows_nothing(self):
+        terminal = Terminal("export", *MOVIES, "out.mp4", "--size", "128x64", "--quiet")
+        self.assertEqual(terminal.end(), 0)
+        self.assertEqual(terminal.text, b"")
+
+    def test_a_folder_shows_progress(self):
+        os.mkdir("folder")
+        for i in range(30):
+            os.link(sample("still1.jpg"), f"folder/{i:02}.jpg")
+        terminal = Terminal("analyze", "folder")
+        self.assertEqual(terminal.end(), 0, terminal.text)
+        self.assertIn(b"0/30 files", terminal.text)
+        # Rows stand whole on lines of their own, the bar below them.
+        self.assertRegex(terminal.text, rb"\x1b\[KJPEG   1440x1440 [^\r\n]*folder/29\.jpg\r\n")
+
+    def test_errors_are_coloured_on_a_terminal_alone(self):
+        terminal = Terminal("analyze", "nothing.jpg")
+        self.assertEqual(terminal.end(), 1)
+        self.assertIn(b"\x1b[1;31mnq360:\x1b[0m nothing.jpg: there is no such file", terminal.text)
+        self.assertEqual(run("analyze", "nothing.jpg").stderr, b"nq360: nothing.jpg: there is no such file\n")
+
+
+class Interrupt(CommandTest):
+    def setUp(self):
+        super().setUp()
+        os.mkdir("temporary")
+
+    def start(self):
+        terminal = Terminal("export", *MOVIES, "out.mp4", TMPDIR=self.folder + "/temporary")
+        terminal.read_until(b"0/30 frames")
+        return terminal
+
+    def assert_nothing_left(self):
+        self.assertEqual(os.listdir("."), ["temporary"])
+        self.assertEqual(os.listdir("temporary"), [])
+
+    def test_ctrl_c_cancels_and_leaves_nothing(self):
+        terminal = self.start()
+        terminal.type(b"\x03")
+        self.assertEqual(terminal.end(), 130, terminal.text)
+        self.assertIn(b"stopping at the next progress report", terminal.text)
+        self.assertIn(b"cancelled; no file is left", terminal.text)
+        self.assert_nothing_left()
+
+    def test_a_second_signal_ends_at_once(self):
+        terminal = self.start()
+        terminal.signal(signal.SIGINT)
+        terminal.signal(signal.SIGTERM)
+        self.assertIn(terminal.end(), (-signal.SIGTERM, -signal.SIGINT), terminal.text)
+        self.assert_nothing_left()
+
+    def test_a_picture_that_was_finished_first_goes_too(self):
+        # The marker is not looked for while a single picture is made.
+        process = subprocess.Popen([COMMAND, "export", sample("still1.jpg"), sample("still2.jpg"), "out.jpg",
+                                    "--size", "7680x3840"], stderr=subprocess.PIPE,
+                                   env={**os.environ, "TMPDIR": self.folder + "/temporary"})
+        while not os.listdir("temporary"):  # the job has begun once its marker's folder is there
+            self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGINT)
+        process.communicate()
+        self.assertEqual(process.returncode, 130)
+        self.assert_nothing_left()
+
+    def test_an_ignored_signal_stays_ignored(self):
+        # As under nohup.
+        result = run("export", *MOVIES, "out.mp4", "--size", "128x64",
+                     preexec_fn=lambda: (signal.signal(signal.SIGHUP, signal.SIG_IGN), os.kill(os.getpid(), 1)))
+        self.assert_done(result)
+
+
+class Pipes(CommandTest):
+    def test_lines_instead_of_a_bar(self):
+        result = run("export", *MOVIES, "out.mp4", "--size", "128x64")
+        self.assert_done(result)
+        self.assertNotIn(b"\r", result.stderr)
+        self.assertNotIn(b"\x1b", result.stderr)
+        lines = result.stderr.decode().splitlines()
+        self.assertEqual(len(lines), 3)
+        self.assertRegex(lines[-1], r"^30/30 frames, [0-9.]+/s, 0:00 left$")
+
+    def test_the_log_goes_nowhere_unless_asked_for(self):
+        quiet = run("export", *MOVIES, "a.mp4", "--size", "128x64", "--quiet")
+        self.assert_done(quiet)
+        self.assertEqual(quiet.stdout + quiet.stderr, b"")
+        loud = run("export", *MOVIES, "b.mp4", "--size", "128x64", "--verbose")
+        self.assert_done(loud)
+        self.assertIn(b"[_NQ360_export]", loud.stderr)
+
+    def test_feeds_another_program(self):
+        analyze = subprocess.Popen([COMMAND, "analyze", "--json", *MOVIES], stdout=subprocess.PIPE)
+        count = subprocess.run(["wc", "-l"], stdin=analyze.stdout, capture_output=True, check=True)
+        analyze.stdout.close()
+        self.assertEqual((analyze.wait(), int(count.stdout)), (0, 2))
+
+    def test_a_closed_pipe_makes_no_noise(self):
+        os.mkdir("folder")
+        for i in range(300):
+            os.link(sample("still1.jpg"), f"folder/{i:03}.jpg")
+        process = subprocess.Popen([COMMAND, "analyze", "--json", "folder"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE)
+        self.assertTrue(process.stdout.readline())
+        process.stdout.close()
+        self.assertEqual(process.stderr.read(), b"")
+        process.stderr.close()
+        # As every program in a pipe: the shell takes it for no error.
+        self.assertEqual(process.wait(), -signal.SIGPIPE)
+
+    def test_an_export_does_not_need_its_readers(self):
+        reader, writer = os.pipe()
+        process = subprocess.Popen([COMMAND, "export", *MOVIES, "out.mp4", "--size", "128x64"], stderr=writer,
+                                   stdout=subprocess.DEVNULL)
+        os.close(writer)
+        os.close(reader)
+        self.assertEqual(process.wait(), 0)
+        self.assertTrue(os.path.exists("out.mp4"))
+
+    def test_a_full_disk_behind_the_output_is_told(self):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([COMMAND, "analyze", *MOVIES], stdout=full, stderr=subprocess.PIPE, check=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"standard output cannot be written", result.stderr)
+
+
+if __name__ == "__main__":
+    main()
