@@ -235,10 +235,25 @@ def draw_band(folder):
     save(figure, folder, "band.png")
 
 
+def draw_overview(tools, folder):
+    """The README's picture: a pair of lens pictures beside the panorama made of them."""
+    pair = tools.pair("overview", "--scene", "tests/data/apollo17.png")
+    panorama = Image.fromarray(tools.stitch(pair, "overview.jpg"))
+    lenses = [Image.open(path).convert("RGB") for path in pair]
+    side, gap = 250, 10
+    width = 2 * side + gap
+    sheet = Image.new("RGB", (2 * width + gap, side), "white")
+    for column, lens in enumerate(lenses):
+        sheet.paste(lens.resize((side, side), Image.LANCZOS), (column * (side + gap), 0))
+    sheet.paste(panorama.resize((width, width // 2), Image.LANCZOS), (width + gap, 0))
+    sheet.convert("L").save(Path(folder) / "overview.png", optimize=True)
+
+
 def main():
     build, folder = sys.argv[1:]
     with tempfile.TemporaryDirectory() as work:
         tools = Tools(build, work)
+        draw_overview(tools, folder)
         draw_circles(tools, folder)
         draw_sources(tools, folder)
         draw_angles(tools, folder)
