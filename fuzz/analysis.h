@@ -1,0 +1,21 @@
+// The analysis of one file, for the targets of both kinds.
+#pragma once
+
+#include "replies.h"
+
+namespace fuzz {
+
+// Thumbnails of several widths, the input's own and unfit ones among them.
+inline void analyze(const std::string& path, const uint8_t* data, size_t size) {
+    static const std::string thumbnail = path_of("thumbnail.jpg");
+    constexpr int kWidths[] = {32, 0, 16, 1, -1};
+    const int width = kWidths[size % std::size(kWidths)];
+    const test_support::Bytes input = bytes_of(data, size);
+    write_input(path, data, size);
+    const bool finished = finishes([&] { NQ360_analyze_image(path.c_str(), thumbnail.c_str(), width, 1, on_reply); });
+    require(finished == exists(thumbnail), "there is a thumbnail just when the analysis finished");
+    require(content_of(path) == input, "the input is as it was");
+    std::filesystem::remove(thumbnail);
+}
+
+}  // namespace fuzz
