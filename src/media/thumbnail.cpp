@@ -171,9 +171,8 @@ int libavIF::write_thumbnail_stream(int thumbnail_width, int thumbnail_height, i
         return fail(AVERROR(EINVAL));  // a name of another kind of picture: the kernels turn 4:2:0 planes
     }
     init_sws_context();
-    error_code = open_output_io();
-    if (error_code < 0) {
-        return fail(error_code);
+    if (open_output_io() < 0) {
+        return error_code;
     }
     error_code = avformat_write_header(output_format, nullptr);
     if (error_code < 0) {
