@@ -52,9 +52,10 @@ class Analyze : public Command {
             .add_option("FILE", arguments_, "picture (.jpg, .jpeg), movie (.mov, .mp4) or folder of these")
             ->option_text("FILE|DIR...")
             ->required();
-        parser().add_flag("--json", json_,
-                          "one JSON object a line and file, with the keys of the library's replies; that of a file "
-                          "that failed has the key \"errnum\" or a width of 0");
+        parser().add_flag(
+            "--json", json_,
+            "print one JSON object a line and file, with the keys of the library's replies; that of a file "
+            "that failed has the key \"errnum\" or a width of 0");
         CLI::Option* thumbnails = parser()
                                       .add_option("--thumbnails", thumbnail_folder_,
                                                   "write a thumbnail of each file, NAME.jpg, into this folder")
@@ -83,6 +84,7 @@ class Analyze : public Command {
         }
         for (const std::string& file : files) {
             if (interrupted()) {
+                console().complain("cancelled");
                 return kCancelled;
             }
             analyze(file, names ? std::optional(names->path_for(file)) : std::nullopt);

@@ -41,6 +41,13 @@ std::vector<std::string> files_of(const std::string& folder) {
     return files;
 }
 
+// Whether nothing but an earlier thumbnail can be lost: what has another name besides could be anybody's picture.
+bool is_replaceable(const fs::path& path) {
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(path, error);
+    return !fs::exists(status) || (fs::is_regular_file(status) && fs::hard_link_count(path, error) == 1);
+}
+
 }  // namespace
 
 std::vector<std::string> input_files(const std::vector<std::string>& arguments) {
@@ -76,7 +83,7 @@ ThumbnailNames::ThumbnailNames(const std::string& folder, const std::vector<std:
 std::string ThumbnailNames::path_for(const std::string& file) {
     const std::string name = fs::path(file).filename().string().substr(0, kMostName);
     std::string chosen = name + ".jpg";
-    for (int number = 2; !given_.insert(chosen).second; ++number) {
+    for (int number = 2; !is_replaceable(folder_ / chosen) || !given_.insert(chosen).second; ++number) {
         chosen = name + "." + std::to_string(number) + ".jpg";
     }
     return (folder_ / chosen).string();

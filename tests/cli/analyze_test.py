@@ -2,6 +2,7 @@
 import json
 import os
 import resource
+import shutil
 import subprocess
 import sys
 
@@ -138,6 +139,18 @@ class Thumbnails(CommandTest):
         before = os.stat("x.jpg.jpg")
         self.assert_refused(run("analyze", ".", "--thumbnails", "../" + os.path.basename(self.folder)), 2, "another")
         self.assertEqual(os.stat("x.jpg.jpg"), before)
+
+    def test_never_replace_a_picture_through_a_link(self):
+        os.mkdir("small")
+        for folder in ["pictures", "others"]:
+            os.mkdir(folder)
+            shutil.copy(sample("still1.jpg"), folder + "/x.jpg")
+        os.symlink("../pictures/x.jpg", "small/x.jpg.jpg")
+        os.link("others/x.jpg", "small/x.jpg.2.jpg")
+        self.assert_done(run("analyze", "pictures", "--thumbnails", "small"))
+        self.assertIn("x.jpg.3.jpg", os.listdir("small"))
+        for folder in ["pictures", "others"]:
+            self.assertEqual(os.path.getsize(folder + "/x.jpg"), os.path.getsize(sample("still1.jpg")))
 
     def test_a_name_as_long_as_a_name_can_be(self):
         os.link(sample("still1.jpg"), "x" * 251 + ".jpg")

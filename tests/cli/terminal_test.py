@@ -91,6 +91,17 @@ class Interrupt(CommandTest):
         self.assertEqual(process.returncode, 130)
         self.assert_nothing_left()
 
+    def test_ctrl_c_ends_an_analysis_between_two_files(self):
+        os.mkdir("folder")
+        for i in range(2000):
+            os.link(sample("still1.jpg"), f"folder/{i:04}.jpg")
+        terminal = Terminal("analyze", "folder")
+        terminal.read_until(b"0000.jpg")
+        terminal.type(b"\x03")
+        self.assertEqual(terminal.end(), 130, terminal.text[-300:])
+        self.assertIn(b"cancelled", terminal.text)
+        self.assertNotIn(b"1999.jpg", terminal.text)
+
     def test_an_ignored_signal_stays_ignored(self):
         # As under nohup.
         result = run("export", *MOVIES, "out.mp4", "--size", "128x64",

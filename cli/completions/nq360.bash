@@ -1,0 +1,35 @@
+# Completion of nq360 for bash.
+_nq360() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} words
+    COMPREPLY=()
+    if ((COMP_CWORD == 1)); then
+        mapfile -t COMPREPLY < <(compgen -W "analyze export match audio space -h --help --version" -- "$current")
+        return
+    fi
+    case $previous in
+        --sound)
+            mapfile -t COMPREPLY < <(compgen -W "1 2 none" -- "$current")
+            return
+            ;;
+        --thumbnails)
+            compopt -o filenames 2>/dev/null
+            mapfile -t COMPREPLY < <(compgen -d -- "$current")
+            return
+            ;;
+    esac
+    # Everything else is a file: without words of ours the shell completes names.
+    [[ $current == -* ]] || return
+    case ${COMP_WORDS[1]} in
+        analyze) words="--json --thumbnails --width -q --quiet -v --verbose" ;;
+        export)
+            words="--preview --size --tilt --turn1 --turn2 --correct1 --correct2 --band --sound --start --start2
+                --end --end2 --date -f --force -q --quiet -v --verbose"
+            ;;
+        match) words="--turn1 --turn2 --start --start2 -q --quiet -v --verbose" ;;
+        audio) words="-f --force -q --quiet -v --verbose" ;;
+        space) words="--bytes" ;;
+        *) words= ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words -h --help" -- "$current")
+}
+complete -o default -F _nq360 nq360
