@@ -1,4 +1,4 @@
-"""Makes the camera-like files that the tests of the command share."""
+"""Makes the camera-like files that the tests of the command share, unless they are there already."""
 import os
 import subprocess
 
@@ -8,8 +8,16 @@ from command import SAMPLE, SAMPLES, sample
 def make(kind, name, *options):
     extension = "jpg" if kind == "still" else "mov"
     outputs = [sample(f"{name}{lens}.{extension}") for lens in (1, 2)]
-    if not all(os.path.exists(path) for path in outputs):
-        subprocess.run([SAMPLE, kind, *outputs, "--size", "1440", *options], check=True)
+    arguments = [SAMPLE, kind, *outputs, "--size", "1440", *options]
+    recipe = f"{os.path.getmtime(SAMPLE)} {arguments}"
+    note = sample(name + ".recipe")
+    if os.path.exists(note):
+        with open(note, encoding="utf-8") as file:
+            if file.read() == recipe:
+                return
+    subprocess.run(arguments, check=True)
+    with open(note, "w", encoding="utf-8") as file:
+        file.write(recipe)
 
 
 os.makedirs(SAMPLES, exist_ok=True)
