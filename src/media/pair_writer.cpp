@@ -40,6 +40,7 @@ void PairWriter::load(int lens, const AVFrame* frame) noexcept {
         loaded_[lens] = true;
         if (++lenses_loaded_ == 2 && prepare_panorama() >= 0) {
             stitcher_.stitch_chroma(panoramas_[stitching_].get());
+            stitcher_.stitch_luma(panoramas_[stitching_].get());
         }
     } catch (...) {
         thrown_[lens] = std::current_exception();
@@ -56,7 +57,6 @@ int PairWriter::stitch(bool keep1, bool keep2) {
     if (!panorama || !panorama->buf[0]) {
         return AVERROR(ENOMEM);
     }
-    stitcher_.stitch_luma(panorama);
     panorama->pts = media_->next_video_pts;
     media_->next_video_pts += kFrameTicks;
     waiting_ = true;

@@ -1,7 +1,7 @@
 // Turns the pairs of an export into written packets, so that the slow steps can overlap.
 //
 // A pair is loaded (both lenses, at the same time if need be), stitched, encoded and written. While one
-// panorama is encoded, the next pair may be decoded and loaded, and its chroma is stitched. Writing stays on
+// panorama is encoded, the next pair may be decoded and loaded, and stitched. Writing stays on
 // the caller's thread and in the order of a plain loop: sound that is read while a panorama is still to be
 // written is held until it is.
 #pragma once
@@ -18,12 +18,12 @@ class PairWriter {
     // `option` is borrowed.
     PairWriter(libavIF* media, const OutputOption& option, bool many_pairs);
 
-    // Takes over a lens's frame (0 or 1); the lens that comes second stitches the chroma too. Any thread. What
+    // Takes over a lens's frame (0 or 1); the lens that comes second stitches the pair. Any thread. What
     // is thrown is kept for stitch().
     void load(int lens, const AVFrame* frame) noexcept;
     bool is_loaded(int lens) const { return loaded_[lens]; }
 
-    // Completes the panorama of the loaded pair, which waits to be encoded from then on. A lens that is `kept`
+    // Takes the panorama of the loaded pair, which waits to be encoded from then on. A lens that is `kept`
     // stays loaded for the next pair. Throws what load() kept.
     int stitch(bool keep1, bool keep2);
 
