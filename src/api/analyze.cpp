@@ -8,6 +8,7 @@
 #include "api/support.h"
 #include "api/text_owner.h"
 #include "api/thrown_text.h"
+#include "api/unexpected.h"
 #include "media/libavif.h"
 #include "metadata/exif.h"
 #include "metadata/jpeg.h"
@@ -16,6 +17,11 @@
 #include "nq360.h"
 
 namespace {
+
+// The reply of a call that is out of memory.
+constexpr char kBareReply[] =
+    R"({"errnum":"19999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
+    R"("movie_path":""})";
 
 struct Request {
     const char* input_path;
@@ -256,15 +262,11 @@ int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int 
         send_reply(callback, outcome == 0 ? NQ360_FINISHED : NQ360_FAILED, reply);
         return 0;
     } catch (...) {
-        const std::string text = thrown_text();
         if (!isSameFile(input_path, thumbnail_path)) {
             remove_file(thumbnail_path);
         }
-        if (!callback) {
-            return 0;
-        }
-        send_reply(callback, NQ360_FAILED,
-                   make_json_errstr1(input_path, "an unknown error occurred", text.c_str(), 19999, -1));
-        return -1;
+        return answer_unexpected(callback, kBareReply, [&](const char* text) {
+            return make_json_errstr1(input_path, "an unknown error occurred", text, 19999, -1);
+        });
     }
 }

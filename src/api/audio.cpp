@@ -4,10 +4,16 @@
 #include "api/reply.h"
 #include "api/support.h"
 #include "api/thrown_text.h"
+#include "api/unexpected.h"
 #include "media/libavif.h"
 #include "nq360.h"
 
 namespace {
+
+// The reply of a call that is out of memory.
+constexpr char kBareReply[] =
+    R"({"errnum":"29999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
+    R"("movie_path":"","audio_path":""})";
 
 int fail(const char* movie_path, const char* audio_path, const char* errstr, const char* api_errstr, int errnum,
          int api_errnum, const char** reply) {
@@ -94,16 +100,11 @@ int NQ360_get_audio(const char* movie_path, const char* audio_path, int bit_rate
         send_reply(callback, outcome == 0 ? NQ360_FINISHED : failure, reply);
         return 0;
     } catch (...) {
-        const std::string text = thrown_text();
         if (output_is_ours) {
             remove_file(audio_path);
         }
-        if (!callback) {
-            return 0;
-        }
-        const char* reply = nullptr;
-        fail(movie_path, audio_path, "an unknown error occurred", text.c_str(), 29999, -1, &reply);
-        send_reply(callback, NQ360_FAILED, reply);
-        return -1;
+        return answer_unexpected(callback, kBareReply, [&](const char* text) {
+            return make_json_errstr2(movie_path, audio_path, "an unknown error occurred", text, 29999, -1);
+        });
     }
 }

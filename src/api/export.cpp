@@ -9,7 +9,7 @@
 #include "api/reply.h"
 #include "api/support.h"
 #include "api/text_owner.h"
-#include "api/thrown_text.h"
+#include "api/unexpected.h"
 #include "media/libavif.h"
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
@@ -18,6 +18,11 @@
 #include "soavfunc.h"
 
 namespace {
+
+// The reply of a call that is out of memory.
+constexpr char kBareReply[] =
+    R"({"errnum":"39999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
+    R"("movie_path1":"","movie_path2":"","export_path":""})";
 
 constexpr double kPi = 3.14159265358979323846;
 
@@ -282,16 +287,12 @@ int NQ360_export(const char* movie_path1, const char* movie_path2, const char* e
         send_reply(callback, outcome == 0 ? NQ360_FINISHED : failure, reply);
         return 0;
     } catch (...) {
-        const std::string text = thrown_text();
         if (output_is_ours) {
             remove_file(export_path);
         }
-        if (!callback) {
-            return 0;
-        }
-        const char* reply = nullptr;
-        fail(paths, "an unknown error occurred", text.c_str(), 39999, -1, &reply);
-        send_reply(callback, NQ360_FAILED, reply);
-        return -1;
+        return answer_unexpected(callback, kBareReply, [&](const char* text) {
+            return make_json_errstr3(movie_path1, movie_path2, export_path, "an unknown error occurred", text, 39999,
+                                     -1);
+        });
     }
 }

@@ -147,14 +147,18 @@ uint64_t nq360_freesize(const char* path) {
 }
 
 unsigned long long NQ360_freesize(const char* path) {
-    return nq360_freesize(path);
+    try {
+        return nq360_freesize(path);
+    } catch (...) {
+        return 0;  // no memory to take the path apart; a C caller must not meet the exception
+    }
 }
 
 int check_freesize(const char* input1, const char* input2, const char* output_path) {
     // Unsigned, so that an input that vanished (all ones) adds one byte of room; deliberate.
     const uint64_t size1 = input1 ? nq360_filesize(input1, nullptr) : 0;
     const uint64_t size2 = input2 ? nq360_filesize(input2, nullptr) : 0;
-    const uint64_t room = NQ360_freesize(output_path) - (size1 + size2);
+    const uint64_t room = nq360_freesize(output_path) - (size1 + size2);
     return static_cast<int64_t>(room) < kRequiredHeadroom ? -1 : 0;
 }
 

@@ -318,8 +318,7 @@ int libavIF::write_audio(const char* audio_path, const char* cancel_path, int bi
     if (copy_sound(audio_path, cancel_path, callback) < 0 || write_remaining_sound() < 0) {
         return error_code;
     }
-    const int result = av_write_trailer(output_format);
-    return result < 0 ? fail(result) : 0;
+    return finish_output();
 }
 
 int libavIF::copy_sound(const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback) {

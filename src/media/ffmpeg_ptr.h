@@ -9,7 +9,9 @@ extern "C" {
 }
 
 #include <memory>
+#include <new>
 #include <string>
+#include <utility>
 
 struct FFmpegDeleter {
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
@@ -24,6 +26,16 @@ using PacketPtr = std::unique_ptr<AVPacket, FFmpegDeleter>;
 using InputPtr = std::unique_ptr<AVFormatContext, FFmpegDeleter>;
 using CodecPtr = std::unique_ptr<AVCodecContext, FFmpegDeleter>;
 using ScalerPtr = std::unique_ptr<SwsContext, FFmpegDeleter>;
+
+// For members and helpers that have no other way to tell that there is no memory.
+inline PacketPtr new_packet() {
+    PacketPtr packet(av_packet_alloc());
+    return packet ? std::move(packet) : throw std::bad_alloc();
+}
+inline FramePtr new_frame() {
+    FramePtr frame(av_frame_alloc());
+    return frame ? std::move(frame) : throw std::bad_alloc();
+}
 
 // Added to the level of a codec's messages: its warnings on ordinary files stay silent, its errors do not.
 constexpr int kErrorsOnly = AV_LOG_INFO - AV_LOG_ERROR;

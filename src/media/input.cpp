@@ -44,8 +44,12 @@ int open_demuxer(const char* path, InputPtr* input) {
     context->io_open = open_input_only;
     // Pictures are single files: neither '%' nor '*' in a name is a pattern.
     AVDictionary* options = nullptr;
-    av_dict_set(&options, "pattern_type", "none", 0);
-    const int result = avformat_open_input(&context, file_url(path).c_str(), nullptr, &options);
+    int result = av_dict_set(&options, "pattern_type", "none", 0);
+    if (result < 0) {
+        avformat_free_context(context);
+        return result;
+    }
+    result = avformat_open_input(&context, file_url(path).c_str(), nullptr, &options);
     av_dict_free(&options);
     input->reset(result < 0 ? nullptr : context);  // freed by FFmpeg on failure
     return result;
@@ -144,6 +148,7 @@ libavIF::libavIF(const char* path1, const char* path2)
       audio_pts(0),
       video_encoder_context(nullptr),
       next_video_pts(0),
+      picture_error(0),
       sound_input(0) {
     replace_string(input_name[0]);
     replace_string(input_name[1]);

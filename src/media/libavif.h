@@ -80,6 +80,9 @@ class libavIF {
     // Writes what encode_video_frame gave: 1 when it was a packet, 0 when there was none.
     int write_video_packet(int encode_result, AVPacket* packet);
 
+    // Writes the end of the file and closes it; 0 says that all of it was written.
+    int finish_output();
+
     // Releases the output side; safe to call more than once.
     void close_output_file();
 
@@ -154,6 +157,7 @@ class libavIF {
     AVCodecContext* video_encoder_context;
     int64_t next_video_pts;   // ticks of 1/1001 of a frame
     std::string output_path;  // where the muxer's files go, whatever name it makes up
+    int picture_error;        // of a file that the muxer closed itself
     int sound_input;          // the input that the sound output is set up for
 
   private:

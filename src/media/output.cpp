@@ -55,11 +55,27 @@ int64_t scaled_bit_rate(const AVCodecContext* source, AVCodecID codec, int width
     return static_cast<int64_t>(std::floor(std::clamp(rate, 0.0, most)));
 }
 
-// Pictures are written by the muxer itself, under a name it may cut or take for a pattern.
-int open_output_only(AVFormatContext* output, AVIOContext** io, const char* /*url*/, int flags,
-                     AVDictionary** options) {
-    const auto* path = static_cast<const std::string*>(output->opaque);
-    return avio_open2(io, path->c_str(), flags, &output->interrupt_callback, options);
+// Closes the file and tells whether all of it was written: the last bytes leave here.
+int close_written(AVIOContext* io) {
+    avio_flush(io);
+    const int written = io->error;
+    const int closed = avio_close(io);
+    return written < 0 ? written : closed;
+}
+
+// Picture muxers open and close their files themselves, under a name they may cut or take for a pattern, and
+// without a look at how writing went.
+int open_picture(AVFormatContext* output, AVIOContext** io, const char* /*url*/, int flags, AVDictionary** options) {
+    const auto* media = static_cast<const libavIF*>(output->opaque);
+    return avio_open2(io, media->output_path.c_str(), flags, &output->interrupt_callback, options);
+}
+
+int close_picture(AVFormatContext* output, AVIOContext* io) {
+    const int closed = close_written(io);
+    if (closed < 0) {
+        static_cast<libavIF*>(output->opaque)->picture_error = closed;
+    }
+    return closed;
 }
 
 }  // namespace
@@ -78,9 +94,15 @@ int libavIF::open_output_named(const char* path, const char* format) {
         return fail(error_code);
     }
     if (output_format->oformat->flags & AVFMT_NOFILE) {
-        output_format->opaque = &output_path;
-        output_format->io_open = open_output_only;
-        av_opt_set(output_format->priv_data, "update", "1", 0);  // one file, not a numbered row of them
+        picture_error = 0;
+        output_format->opaque = this;
+        output_format->io_open = open_picture;
+        output_format->io_close2 = close_picture;
+        error_code = av_opt_set(output_format->priv_data, "update", "1", 0);  // one file, not a numbered row of them
+        if (error_code < 0) {
+            close_output_file();
+            return fail(error_code);
+        }
     }
     return 0;
 }
@@ -182,6 +204,19 @@ int libavIF::write_video_frame(AVFrame* frame) {
         return written;
     }
     return !frame && written == 0 ? 1 : 0;
+}
+
+int libavIF::finish_output() {
+    const int trailed = av_write_trailer(output_format);
+    int closed = picture_error;
+    if (!(output_format->oformat->flags & AVFMT_NOFILE)) {
+        closed = close_written(output_format->pb);
+        output_format->pb = nullptr;
+    }
+    if (trailed < 0 || closed < 0) {
+        return fail(trailed < 0 ? trailed : closed);
+    }
+    return 0;
 }
 
 void libavIF::close_output_file() {

@@ -54,7 +54,7 @@ class PairWriter {
     Stitcher stitcher_;
     FramePtr panoramas_[2];  // one is encoded while the other is stitched
     int stitching_ = 0;
-    PacketPtr encoded_{av_packet_alloc()};
+    PacketPtr encoded_{new_packet()};
     int encode_result_ = 0;
     bool waiting_ = false;
 

@@ -40,13 +40,11 @@ void check_size(const AVFrame* frame, ImageSize expected, int lens) {
 }
 
 FramePtr make_frame_420(ImageSize size) {
-    FramePtr frame(av_frame_alloc());
-    if (frame) {
-        frame->width = size.width;
-        frame->height = size.height;
-        frame->format = AV_PIX_FMT_YUV420P;
-    }
-    if (!frame || av_frame_get_buffer(frame.get(), 32) < 0) {
+    FramePtr frame = new_frame();
+    frame->width = size.width;
+    frame->height = size.height;
+    frame->format = AV_PIX_FMT_YUV420P;
+    if (av_frame_get_buffer(frame.get(), 32) < 0) {
         throw std::bad_alloc();
     }
     return frame;

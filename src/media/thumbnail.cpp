@@ -182,8 +182,7 @@ int libavIF::write_thumbnail_stream(int thumbnail_width, int thumbnail_height, i
     if (error_code < 0) {
         return error_code;
     }
-    error_code = av_write_trailer(output_format);
-    return error_code < 0 ? fail(error_code) : 0;
+    return finish_output();
 }
 
 int libavIF::write_first_picture(int orientation) {

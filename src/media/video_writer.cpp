@@ -111,8 +111,8 @@ class MediaSource : public LockstepSource {
     float start_;
     float end_;
     PairWriter* writer_;
-    PacketPtr packet_{av_packet_alloc()};
-    FramePtr frame_{av_frame_alloc()};
+    PacketPtr packet_{new_packet()};
+    FramePtr frame_{new_frame()};
     bool at_end_ = false;
     const char* failed_step_ = nullptr;
 };
@@ -408,6 +408,5 @@ int libavIF::finish_video() {
     }
     // Deliberately the time base as the real frame rate.
     video_stream->r_frame_rate = video_stream->time_base;
-    result = av_write_trailer(output_format);
-    return result < 0 ? fail(result) : 0;
+    return finish_output();
 }
