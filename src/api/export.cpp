@@ -139,7 +139,8 @@ void load_band(const char* band_path, int width, OutputOption* option) {
     option->bandheight = option->band.YUVMats[0].rows;
 }
 
-// Turns the lenses as the pictures lie, and builds the tables.
+// Turns the lenses as the pictures lie, and builds the tables that a movie's pairs share. A single pair has its
+// tables made row by row while it is stitched, which spares it several times the panorama's memory.
 void prepare_projection(const char* band_path, const AnalyzeResult& input1, const AnalyzeResult& input2,
                         OutputOption* option) {
     const ImageSize lens = {input1.width, input1.height};
@@ -149,8 +150,14 @@ void prepare_projection(const char* band_path, const AnalyzeResult& input1, cons
     check_geometry(*option, lens);
     load_band(band_path, lens.width, option);
     check_geometry(*option, lens);
-    option->transmap =
-        create_equidistantmap(option->output_size, lens, option->radius, option->bandheight, option->rotation);
+    if (input1.frame_count == 0 && input2.frame_count == 0) {
+        option->transmap.equsize = option->output_size;
+        option->transmap.projsize = lens;
+        option->transmap.bandheight = option->bandheight;
+    } else {
+        option->transmap =
+            create_equidistantmap(option->output_size, lens, option->radius, option->bandheight, option->rotation);
+    }
 }
 
 int64_t total_frames(libavIF* media, const OutputOption& option) {

@@ -5,8 +5,6 @@
 #include <stdexcept>
 #include <string>
 
-#include <opencv2/imgproc.hpp>
-
 #include "media/scaler.h"
 
 namespace {
@@ -93,9 +91,34 @@ void repeat_last(cv::Mat plane, int columns, int rows) {
     }
 }
 
+TableRows luma_rows_of(const OutputOption& option) {
+    const EquidistantTransMap& map = option.transmap;
+    if (!map.ymapx.empty()) {
+        return TableRows(map.ymapx, map.ymapy);
+    }
+    const PlaneSources sources = luma_sources(map.projsize, option.radius, option.bandheight, option.rotation);
+    return TableRows(PlaneMapper(map.equsize, sources, option.rotation));
+}
+
+TableRows chroma_rows_of(const OutputOption& option) {
+    const EquidistantTransMap& map = option.transmap;
+    if (!map.uvmapx.empty()) {
+        return TableRows(map.uvmapx, map.uvmapy);
+    }
+    const PlaneSources sources = chroma_sources(map.projsize, option.radius, option.bandheight, option.rotation);
+    return TableRows(PlaneMapper({map.equsize.width / 2, map.equsize.height / 2}, sources, option.rotation));
+}
+
+// A plane of FFmpeg's frame, with the last column and row that ours may not have.
+cv::Mat whole_plane(AVFrame* frame, int plane) {
+    return cv::Mat(halved_up(frame->height, plane), halved_up(frame->width, plane), CV_8UC1, frame->data[plane],
+                   static_cast<size_t>(frame->linesize[plane]));
+}
+
 }  // namespace
 
-Stitcher::Stitcher(const OutputOption& option, bool many_pairs) : option_(option), many_pairs_(many_pairs) {
+Stitcher::Stitcher(const OutputOption& option, bool many_pairs)
+    : option_(option), many_pairs_(many_pairs), luma_rows_(luma_rows_of(option)), chroma_rows_(chroma_rows_of(option)) {
     const EquidistantTransMap& map = option.transmap;
     const bool has_band = option.band.frameType != FRAME_TYPE_NOTLOAD;
     for (int plane = 0; plane < 3; ++plane) {
@@ -107,8 +130,8 @@ Stitcher::Stitcher(const OutputOption& option, bool many_pairs) : option_(option
         }
     }
     if (many_pairs) {
-        luma_ = SampleTable(map.ymapx, map.ymapy, stacks_[0]);
-        chroma_ = SampleTable(map.uvmapx, map.uvmapy, stacks_[1]);
+        luma_ = SampleTable(luma_rows_, stacks_[0]);
+        chroma_ = SampleTable(chroma_rows_, stacks_[1]);
     }
 }
 
@@ -154,28 +177,29 @@ void Stitcher::load(int lens, const AVFrame* frame) {
     }
 }
 
-void Stitcher::stitch_plane(int plane, AVFrame* panorama) const {
-    cv::Mat whole(halved_up(panorama->height, plane), halved_up(panorama->width, plane), CV_8UC1, panorama->data[plane],
-                  static_cast<size_t>(panorama->linesize[plane]));
-    const int columns = halved(panorama->width, plane);
-    const int rows = halved(panorama->height, plane);
-    cv::Mat target = whole(cv::Rect(0, 0, columns, rows));
-    const FramedPlane& stack = stacks_[static_cast<size_t>(plane)];
-    const EquidistantTransMap& map = option_.transmap;
-    if (many_pairs_) {
-        (plane == 0 ? luma_ : chroma_).sample(stack, &target);
-    } else {
-        cv::remap(stack.pixels(), target, plane == 0 ? map.ymapx : map.uvmapx, plane == 0 ? map.ymapy : map.uvmapy,
-                  cv::INTER_LINEAR, cv::BORDER_CONSTANT, 0);
+void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept,
+                             AVFrame* panorama) const {
+    std::vector<SampledPlane> planes;
+    for (int plane = first; plane <= last; ++plane) {
+        const cv::Rect ours(0, 0, rows.size().width, rows.size().height);
+        planes.push_back({&stacks_[static_cast<size_t>(plane)], whole_plane(panorama, plane)(ours)});
     }
-    repeat_last(whole, columns, rows);
+    if (many_pairs_) {
+        for (SampledPlane& plane : planes) {
+            kept.sample(*plane.source, &plane.target);
+        }
+    } else {
+        sample_once(rows, planes);
+    }
+    for (int plane = first; plane <= last; ++plane) {
+        repeat_last(whole_plane(panorama, plane), rows.size().width, rows.size().height);
+    }
 }
 
 void Stitcher::stitch_luma(AVFrame* panorama) const {
-    stitch_plane(0, panorama);
+    stitch_planes(0, 0, luma_rows_, luma_, panorama);
 }
 
 void Stitcher::stitch_chroma(AVFrame* panorama) const {
-    stitch_plane(1, panorama);
-    stitch_plane(2, panorama);
+    stitch_planes(1, 2, chroma_rows_, chroma_, panorama);
 }

@@ -10,8 +10,9 @@
 
 class Stitcher {
   public:
-    // `option` is borrowed. For many pairs the tables are brought into a quicker form, which takes longer than
-    // one pair saves; the panoramas are the same.
+    // `option` is borrowed; without whole tables in its transmap, they are made from its other settings. For many
+    // pairs they are kept in the form that sampling needs, otherwise made and used row by row; the panoramas are
+    // the same.
     Stitcher(const OutputOption& option, bool many_pairs);
 
     // Takes over the decoded frame of a lens (0 or 1), converted to 4:2:0 and corrected. The two lenses may be
@@ -33,12 +34,15 @@ class Stitcher {
 
     const AVFrame* as_420(Lens* lens, const AVFrame* frame) const;
     cv::Mat place_of(int lens, int plane) const;
-    void stitch_plane(int plane, AVFrame* panorama) const;
+    // The planes `first` to `last`, which share a table.
+    void stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept, AVFrame* panorama) const;
 
     const OutputOption& option_;
     const bool many_pairs_;
     std::vector<FramedPlane> stacks_;  // per plane: lens 1 above lens 2 above the band
-    SampleTable luma_;                 // for many pairs
+    TableRows luma_rows_;
+    TableRows chroma_rows_;
+    SampleTable luma_;  // for many pairs
     SampleTable chroma_;
     Lens lenses_[2];
 };

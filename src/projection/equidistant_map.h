@@ -13,7 +13,8 @@ struct RotationCorrect {
 };
 
 // For every pixel of the panorama, which source position to sample. The sources of a plane stand above each
-// other in one tall picture: lens 1, lens 2, then the band.
+// other in one tall picture: lens 1, lens 2, then the band. Without tables, sizes alone, it asks for tables that are
+// made row by row when they are used.
 struct EquidistantTransMap {
     cv::Mat ymapx, ymapy;    // CV_32FC1, equsize: source column and row of each Y pixel
     cv::Mat uvmapx, uvmapy;  // CV_32FC1, half of equsize (integer halving): the same for U and V

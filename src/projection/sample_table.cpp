@@ -6,6 +6,7 @@
 #include <opencv2/core/utility.hpp>
 
 #include "projection/large_pages.h"
+#include "projection/processor.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -90,6 +91,47 @@ __attribute__((target("avx2"))) void sample_row_avx2(const uint8_t* framed, ptrd
     sample_row_plain(framed, stride, offsets + i, fractions + i, target + i, count - i);
 }
 
+// What is outside, infinite or not a number goes to -2 pixels, as in units_of.
+__attribute__((target("avx2"))) inline __m256i units_of_eight(const float* positions, int size) {
+    const __m256 position = _mm256_loadu_ps(positions);
+    const __m256 inside =
+        _mm256_and_ps(_mm256_cmp_ps(position, _mm256_set1_ps(-2.0f), _CMP_GT_OQ),
+                      _mm256_cmp_ps(position, _mm256_set1_ps(static_cast<float>(size) + 1.0f), _CMP_LT_OQ));
+    const __m256i units = _mm256_cvtps_epi32(_mm256_mul_ps(position, _mm256_set1_ps(kUnits)));
+    return _mm256_blendv_epi8(_mm256_set1_epi32(-2 * kUnits), units, _mm256_castps_si256(inside));
+}
+
+// All ones where -1 <= pixel < size.
+__attribute__((target("avx2"))) inline __m256i touching(__m256i pixel, int size) {
+    return _mm256_and_si256(_mm256_cmpgt_epi32(pixel, _mm256_set1_epi32(-2)),
+                            _mm256_cmpgt_epi32(_mm256_set1_epi32(size), pixel));
+}
+
+__attribute__((target("avx2"))) void find_samples_avx2(TableRows::Row row, int count, const FramedPlane& source,
+                                                       int32_t* offsets, uint16_t* fractions) {
+    const cv::Mat pixels = source.pixels();
+    const __m256i stride = _mm256_set1_epi32(static_cast<int>(source.stride()));
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i below_one = _mm256_set1_epi32(kUnits - 1);
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m256i x = units_of_eight(row.x + i, pixels.cols);
+        const __m256i y = units_of_eight(row.y + i, pixels.rows);
+        const __m256i left = _mm256_srai_epi32(x, 5);
+        const __m256i top = _mm256_srai_epi32(y, 5);
+        const __m256i touches = _mm256_and_si256(touching(left, pixels.cols), touching(top, pixels.rows));
+        const __m256i offset =
+            _mm256_add_epi32(_mm256_mullo_epi32(_mm256_add_epi32(top, one), stride), _mm256_add_epi32(left, one));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(offsets + i), _mm256_and_si256(offset, touches));
+        const __m256i fraction = _mm256_and_si256(
+            _mm256_or_si256(_mm256_and_si256(x, below_one), _mm256_slli_epi32(_mm256_and_si256(y, below_one), 8)),
+            touches);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(fractions + i),
+                         _mm_packus_epi32(_mm256_castsi256_si128(fraction), _mm256_extracti128_si256(fraction, 1)));
+    }
+    find_samples_plain({row.x + i, row.y + i}, count - i, source, offsets + i, fractions + i);
+}
+
 #endif
 
 }  // namespace
@@ -100,40 +142,69 @@ FramedPlane::FramedPlane(int rows, int cols) {
     pixels_ = framed_(cv::Rect(1, 1, cols, rows));
 }
 
-SampleTable::SampleTable(const cv::Mat& mapx, const cv::Mat& mapy, const FramedPlane& source) : cols_(mapx.cols) {
-    create_large(&offsets_, mapx.rows, mapx.cols, CV_32SC1);
-    create_large(&fractions_, mapx.rows, mapx.cols, CV_16UC1);
-    cv::parallel_for_(cv::Range(0, mapx.rows), [&](const cv::Range& rows) {
+SampleTable::SampleTable(const TableRows& table, const FramedPlane& source) {
+    const ImageSize size = table.size();
+    create_large(&offsets_, size.height, size.width, CV_32SC1);
+    create_large(&fractions_, size.height, size.width, CV_16UC1);
+    cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& rows) {
+        std::vector<float> scratch;
         for (int row = rows.start; row < rows.end; ++row) {
-            convert_row(mapx.ptr<float>(row), mapy.ptr<float>(row), source, row);
+            find_samples(table.row(row, &scratch), size.width, source, offsets_.ptr<int32_t>(row),
+                         fractions_.ptr<uint16_t>(row));
         }
     });
-}
-
-void SampleTable::convert_row(const float* x, const float* y, const FramedPlane& source, int row) {
-    const cv::Mat pixels = source.pixels();
-    const auto stride = static_cast<int>(source.stride());
-    auto* offsets = offsets_.ptr<int32_t>(row);
-    auto* fractions = fractions_.ptr<uint16_t>(row);
-    for (int column = 0; column < cols_; ++column) {
-        const int units_x = units_of(x[column], pixels.cols);
-        const int units_y = units_of(y[column], pixels.rows);
-        // Pixel -1 is the frame; the upper left neighbour may be it, and the lower right one its other side.
-        const int left = units_x >> 5;
-        const int top = units_y >> 5;
-        const bool touches = left >= -1 && left < pixels.cols && top >= -1 && top < pixels.rows;
-        offsets[column] = touches ? (top + 1) * stride + left + 1 : 0;
-        fractions[column] = touches ? static_cast<uint16_t>((units_x & 31) | (units_y & 31) << 8) : 0;
-    }
 }
 
 void SampleTable::sample(const FramedPlane& source, cv::Mat* target) const {
     cv::parallel_for_(cv::Range(0, offsets_.rows), [&](const cv::Range& rows) {
         for (int row = rows.start; row < rows.end; ++row) {
             sample_row(source.framed(), source.stride(), offsets_.ptr<int32_t>(row), fractions_.ptr<uint16_t>(row),
-                       target->ptr(row), cols_);
+                       target->ptr(row), offsets_.cols);
         }
     });
+}
+
+void sample_once(const TableRows& table, const std::vector<SampledPlane>& planes) {
+    const ImageSize size = table.size();
+    cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& rows) {
+        std::vector<float> scratch;
+        std::vector<int32_t> offsets(static_cast<size_t>(size.width));
+        std::vector<uint16_t> fractions(static_cast<size_t>(size.width));
+        for (int row = rows.start; row < rows.end; ++row) {
+            find_samples(table.row(row, &scratch), size.width, *planes[0].source, offsets.data(), fractions.data());
+            for (const SampledPlane& plane : planes) {
+                cv::Mat target = plane.target;
+                sample_row(plane.source->framed(), plane.source->stride(), offsets.data(), fractions.data(),
+                           target.ptr(row), size.width);
+            }
+        }
+    });
+}
+
+void find_samples_plain(TableRows::Row row, int count, const FramedPlane& source, int32_t* offsets,
+                        uint16_t* fractions) {
+    const cv::Mat pixels = source.pixels();
+    const auto stride = static_cast<int>(source.stride());
+    for (int i = 0; i < count; ++i) {
+        const int units_x = units_of(row.x[i], pixels.cols);
+        const int units_y = units_of(row.y[i], pixels.rows);
+        // Pixel -1 is the frame; the upper left neighbour may be it, and the lower right one its other side.
+        const int left = units_x >> 5;
+        const int top = units_y >> 5;
+        const bool touches = left >= -1 && left < pixels.cols && top >= -1 && top < pixels.rows;
+        offsets[i] = touches ? (top + 1) * stride + left + 1 : 0;
+        fractions[i] = touches ? static_cast<uint16_t>((units_x & 31) | (units_y & 31) << 8) : 0;
+    }
+}
+
+void find_samples(TableRows::Row row, int count, const FramedPlane& source, int32_t* offsets, uint16_t* fractions) {
+#if defined(__x86_64__)
+    if (has_avx2()) {
+        find_samples_avx2(row, count, source, offsets, fractions);
+        return;
+    }
+#endif
+    find_samples_plain(row, count, source, offsets, fractions);
 }
 
 void sample_row_plain(const uint8_t* framed, ptrdiff_t stride, const int32_t* offsets, const uint16_t* fractions,
@@ -146,8 +217,7 @@ void sample_row_plain(const uint8_t* framed, ptrdiff_t stride, const int32_t* of
 void sample_row(const uint8_t* framed, ptrdiff_t stride, const int32_t* offsets, const uint16_t* fractions,
                 uint8_t* target, int count) {
 #if defined(__x86_64__)
-    static const bool has_avx2 = __builtin_cpu_supports("avx2");
-    if (has_avx2) {
+    if (has_avx2()) {
         sample_row_avx2(framed, stride, offsets, fractions, target, count);
         return;
     }

@@ -1,8 +1,9 @@
-// Bilinear sampling of 8-bit planes through a table that is used many times.
+// Bilinear sampling of 8-bit planes through tables.
 //
 // The results are those of cv::remap with INTER_LINEAR and BORDER_CONSTANT 0 in every byte: positions in 32nds
-// of a pixel, weights that are products of 32nds, and a sum rounded to nearest. What is saved is the conversion
-// of the tables on each use, the tests for the border, and, where the processor has AVX2, most of the time.
+// of a pixel, weights that are products of 32nds, and a sum rounded to nearest. What is saved are the tests for
+// the border, the conversion of the tables on each use where they are used many times, and, where the processor
+// has AVX2, most of the time.
 #pragma once
 
 #include <cstddef>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "projection/image_frame.h"
+#include "projection/table_rows.h"
 
 // A plane with a frame of zeros one pixel wide, so that sampling next to its border needs no test.
 class FramedPlane {
@@ -26,26 +28,37 @@ class FramedPlane {
     cv::Mat pixels_;
 };
 
+// A table kept in the form that sampling needs.
 class SampleTable {
   public:
     SampleTable() = default;
 
-    // Tables of source columns and rows (CV_32FC1), for sampling planes like `source`.
-    SampleTable(const cv::Mat& mapx, const cv::Mat& mapy, const FramedPlane& source);
+    // For sampling planes like `source`.
+    SampleTable(const TableRows& rows, const FramedPlane& source);
 
-    // Fills `target` (CV_8UC1, of the tables' size), its rows in parallel.
+    // Fills `target` (CV_8UC1, of the table's size), its rows in parallel.
     void sample(const FramedPlane& source, cv::Mat* target) const;
 
   private:
-    void convert_row(const float* x, const float* y, const FramedPlane& source, int row);
-
-    int cols_ = 0;
     cv::Mat offsets_;    // CV_32SC1: from the framed plane's first byte to a pixel's upper left neighbour
     cv::Mat fractions_;  // CV_16UC1: 32nds of a pixel to the right of it, and times 256 below it
 };
 
-// Samples `count` pixels of the plane that begins at `framed`. The plain loop, and the one to use: the same
-// bytes, in less time on processors that allow it.
+// Fills each target (CV_8UC1, of the table's size) from its source, its rows in parallel, through a table that is
+// not kept. The sources are of one size and stride.
+struct SampledPlane {
+    const FramedPlane* source;
+    cv::Mat target;
+};
+void sample_once(const TableRows& rows, const std::vector<SampledPlane>& planes);
+
+// For a row of the table, where in planes like `source` the pixels are sampled, as SampleTable keeps it. The plain
+// loop, and the one to use: the same numbers, in less time on processors that allow it.
+void find_samples_plain(TableRows::Row row, int count, const FramedPlane& source, int32_t* offsets,
+                        uint16_t* fractions);
+void find_samples(TableRows::Row row, int count, const FramedPlane& source, int32_t* offsets, uint16_t* fractions);
+
+// Samples `count` pixels of the plane that begins at `framed`. Plain and to use, as above.
 void sample_row_plain(const uint8_t* framed, ptrdiff_t stride, const int32_t* offsets, const uint16_t* fractions,
                       uint8_t* target, int count);
 void sample_row(const uint8_t* framed, ptrdiff_t stride, const int32_t* offsets, const uint16_t* fractions,

@@ -158,6 +158,27 @@ TEST_P(StitcherTest, IsTheSameAtAnyNumberOfThreads) {
     }
 }
 
+// Settings without tables have them made row by row, to the same panorama.
+TEST_P(StitcherTest, MakesTheTablesThatAreNotThere) {
+    const RotationCorrect rotation = {0.3, -0.2, 0.1, 0.05, 0.7};
+    for (const ImageSize panorama : {ImageSize{256, 128}, ImageSize{131, 77}}) {
+        OutputOption option;
+        option.output_size = panorama;
+        option.rotation = rotation;
+        option.radius = 45.0;
+        option.band = random_band(96, 21);
+        option.bandheight = 48;
+        OutputOption with_tables = option;
+        with_tables.transmap = create_equidistantmap(panorama, {96, 96}, 45.0, 48, rotation);
+        option.transmap.equsize = panorama;
+        option.transmap.projsize = {96, 96};
+        option.transmap.bandheight = 48;
+        const FramePtr lens1 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 21);
+        const FramePtr lens2 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 22);
+        expect_same_planes(stitched(option, GetParam(), lens1, lens2), stitched_plainly(with_tables, lens1, lens2));
+    }
+}
+
 // FFmpeg's chroma of an odd panorama has a column and a row more than the tables.
 TEST_P(StitcherTest, RepeatsTheLastChromaOfAnOddSize) {
     const OutputOption option = option_of({131, 77}, {96, 96});

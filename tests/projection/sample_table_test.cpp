@@ -41,7 +41,10 @@ FramedPlane random_plane(int rows, int cols) {
 
 cv::Mat sampled(const Tables& tables, const FramedPlane& plane) {
     cv::Mat target(tables.x.size(), CV_8UC1);
-    SampleTable(tables.x, tables.y, plane).sample(plane, &target);
+    SampleTable(TableRows(tables.x, tables.y), plane).sample(plane, &target);
+    cv::Mat at_once(tables.x.size(), CV_8UC1, cv::Scalar(77));
+    sample_once(TableRows(tables.x, tables.y), {{&plane, at_once}});
+    EXPECT_EQ(cv::norm(target, at_once, cv::NORM_INF), 0) << "kept and made on the way";
     return target;
 }
 
@@ -93,6 +96,22 @@ TEST(SampleTable, ReadsZeroWhereThereIsNoPosition) {
         const Tables tables = {cv::Mat(1, 40, CV_32FC1, cv::Scalar(position)), cv::Mat(1, 40, CV_32FC1, cv::Scalar(3))};
         EXPECT_EQ(cv::countNonZero(sampled(tables, plane)), 0) << position;
         EXPECT_EQ(cv::countNonZero(sampled({tables.y, tables.x}, plane)), 0) << position;
+    }
+}
+
+TEST(SampleTable, FindsSamplesQuicklyAsThePlainLoopDoes) {
+    const FramedPlane plane = random_plane(50, 70);
+    for (int count = 0; count < 100; ++count) {
+        const Tables tables = random_tables(1, count + 1, 50, 70, static_cast<unsigned>(count));
+        const TableRows::Row row = {tables.x.ptr<float>(0), tables.y.ptr<float>(0)};
+        std::vector<int32_t> plain_offsets(static_cast<size_t>(count));
+        std::vector<uint16_t> plain_fractions(static_cast<size_t>(count));
+        std::vector<int32_t> offsets = plain_offsets;
+        std::vector<uint16_t> fractions = plain_fractions;
+        find_samples_plain(row, count, plane, plain_offsets.data(), plain_fractions.data());
+        find_samples(row, count, plane, offsets.data(), fractions.data());
+        EXPECT_EQ(offsets, plain_offsets) << count << " pixels";
+        EXPECT_EQ(fractions, plain_fractions) << count << " pixels";
     }
 }
 
