@@ -106,7 +106,7 @@ void map_plane(cv::Mat* mapx, cv::Mat* mapy, ImageSize equsize, const PlaneSourc
 }  // namespace
 
 EquidistantTransMap create_equidistantmap(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                                          RotationCorrect rc) {
+                                          RotationCorrect rc) {  // cppcheck-suppress passedByValue ; as established
     SOAV_ASSERT(equsize.width > 0 && equsize.height > 0);
     SOAV_ASSERT(projsize.width > 0 && projsize.height > 0);
     SOAV_ASSERT(projradius > 0 && projradius < projsize.width / 2.0 && projradius < projsize.height / 2.0);
