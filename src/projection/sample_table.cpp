@@ -138,7 +138,10 @@ __attribute__((target("avx2"))) void find_samples_avx2(TableRows::Row row, int c
 
 FramedPlane::FramedPlane(int rows, int cols) {
     create_large(&framed_, rows + 2, cols + 2, CV_8UC1);
-    framed_.setTo(0);
+    // The rest is for the user to fill, and is not touched for nothing.
+    for (cv::Mat edge : {framed_.row(0), framed_.row(rows + 1), framed_.col(0), framed_.col(cols + 1)}) {
+        edge.setTo(0);
+    }
     pixels_ = framed_(cv::Rect(1, 1, cols, rows));
 }
 

@@ -13,7 +13,8 @@
 #include "projection/image_frame.h"
 #include "projection/table_rows.h"
 
-// A plane with a frame of zeros one pixel wide, so that sampling next to its border needs no test.
+// A plane with a frame of zeros one pixel wide, so that sampling next to its border needs no test. Its pixels are
+// not set.
 class FramedPlane {
   public:
     FramedPlane(int rows, int cols);

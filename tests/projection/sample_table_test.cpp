@@ -72,6 +72,7 @@ TEST(SampleTable, RoundsEveryFractionAsRemapDoes) {
     plane.pixels().at<uint8_t>(0, 0) = 255;
     plane.pixels().at<uint8_t>(1, 1) = 254;
     plane.pixels().at<uint8_t>(0, 1) = 3;
+    plane.pixels().at<uint8_t>(1, 0) = 0;
     Tables tables = {cv::Mat(97, 97, CV_32FC1), cv::Mat(97, 97, CV_32FC1)};
     for (int row = 0; row < 97; ++row) {
         for (int column = 0; column < 97; ++column) {
