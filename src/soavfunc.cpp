@@ -14,6 +14,7 @@ extern "C" {
 }
 
 #include "projection/large_pages.h"
+#include "projection/parallel.h"
 #include "projection/plane_mapper.h"
 
 namespace {
@@ -96,7 +97,7 @@ void map_plane(cv::Mat* mapx, cv::Mat* mapy, ImageSize equsize, const PlaneSourc
     create_large(mapx, equsize.height, equsize.width, CV_32FC1);
     create_large(mapy, equsize.height, equsize.width, CV_32FC1);
     const PlaneMapper mapper(equsize, sources, rc);
-    cv::parallel_for_(cv::Range(0, equsize.height), [&](const cv::Range& rows) {
+    in_parallel(equsize.height, [&](const cv::Range& rows) {
         for (int y = rows.start; y < rows.end; ++y) {
             mapper.map_row(y, mapx->ptr<float>(y), mapy->ptr<float>(y));
         }

@@ -20,6 +20,8 @@ extern "C" {
 #include <libavutil/pixfmt.h>
 }
 
+#include "projection/parallel.h"
+
 namespace {
 
 using testing::AllOf;
@@ -473,7 +475,7 @@ Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSettin
         }
         ++(std::nextafter(expected, actual) == actual ? one_ulp : more);
     };
-    cv::parallel_for_(cv::Range(0, s.rows), [&](const cv::Range& rows) {
+    in_parallel(s.rows, [&](const cv::Range& rows) {
         for (int y = rows.start; y < rows.end; ++y) {
             for (int x = 0; x < s.cols; ++x) {
                 const UV expected = plain_source(s, rc, x, y);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include <opencv2/core/utility.hpp>
+#include "projection/parallel.h"
 
 extern "C" {
 #include <libavutil/error.h>
@@ -107,7 +107,7 @@ int Lockstep::read_packets() {
 
 int Lockstep::decode_both() {
     int results[2] = {0, 0};
-    cv::parallel_for_(cv::Range(0, 2), [&](const cv::Range& range) {
+    in_parallel(2, [&](const cv::Range& range) {
         for (int i = range.start; i < range.end; ++i) {
             results[i] = inputs_[i]->decode();
         }

@@ -5,8 +5,6 @@
 #include <cstring>
 #include <limits>
 
-#include <opencv2/core/utility.hpp>
-
 #include "api/output_option.h"
 #include "api/reply.h"
 #include "api/support.h"
@@ -15,6 +13,7 @@
 #include "media/lockstep.h"
 #include "media/output_closer.h"
 #include "media/pair_writer.h"
+#include "projection/parallel.h"
 
 namespace {
 
@@ -70,7 +69,7 @@ bool is_cut_off(const AVFormatContext* input, int stream_index) {
 template <typename LoadReady>
 int encode_beside_decoding(PairWriter* writer, Lockstep* lockstep, LoadReady load_ready) {
     int results[2] = {0, 0};
-    cv::parallel_for_(cv::Range(0, 3), [&](const cv::Range& range) {
+    in_parallel(3, [&](const cv::Range& range) {
         for (int step = range.start; step < range.end; ++step) {
             if (step == 0) {
                 writer->encode();

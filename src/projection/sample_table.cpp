@@ -3,9 +3,8 @@
 #include <cmath>
 #include <cstring>
 
-#include <opencv2/core/utility.hpp>
-
 #include "projection/large_pages.h"
+#include "projection/parallel.h"
 #include "projection/processor.h"
 
 #if defined(__x86_64__)
@@ -149,7 +148,7 @@ SampleTable::SampleTable(const TableRows& table, const FramedPlane& source) {
     const ImageSize size = table.size();
     create_large(&offsets_, size.height, size.width, CV_32SC1);
     create_large(&fractions_, size.height, size.width, CV_16UC1);
-    cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& rows) {
+    in_parallel(size.height, [&](const cv::Range& rows) {
         std::vector<float> scratch;
         for (int row = rows.start; row < rows.end; ++row) {
             find_samples(table.row(row, &scratch), size.width, source, offsets_.ptr<int32_t>(row),
@@ -159,7 +158,7 @@ SampleTable::SampleTable(const TableRows& table, const FramedPlane& source) {
 }
 
 void SampleTable::sample(const FramedPlane& source, cv::Mat* target) const {
-    cv::parallel_for_(cv::Range(0, offsets_.rows), [&](const cv::Range& rows) {
+    in_parallel(offsets_.rows, [&](const cv::Range& rows) {
         for (int row = rows.start; row < rows.end; ++row) {
             sample_row(source.framed(), source.stride(), offsets_.ptr<int32_t>(row), fractions_.ptr<uint16_t>(row),
                        target->ptr(row), offsets_.cols);
@@ -169,7 +168,7 @@ void SampleTable::sample(const FramedPlane& source, cv::Mat* target) const {
 
 void sample_once(const TableRows& table, const std::vector<SampledPlane>& planes) {
     const ImageSize size = table.size();
-    cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& rows) {
+    in_parallel(size.height, [&](const cv::Range& rows) {
         std::vector<float> scratch;
         std::vector<int32_t> offsets(static_cast<size_t>(size.width));
         std::vector<uint16_t> fractions(static_cast<size_t>(size.width));
