@@ -7,6 +7,10 @@
 
 #include <sys/stat.h>
 
+extern "C" {
+#include <libavutil/avstring.h>
+}
+
 #include "api/support.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
@@ -26,16 +30,23 @@ int not_a_file(const char* path) {
     return S_ISDIR(status.st_mode) ? AVERROR(EISDIR) : AVERROR(EINVAL);
 }
 
-// Whatever name the demuxer makes up (it cuts long ones) or the file refers to: only the input is opened.
+// Whatever name the demuxer makes up (it cuts long ones) or the file refers to: only the input is opened. FFmpeg
+// calls this, and an exception on its way through C would leak all that FFmpeg holds.
 int open_input_only(AVFormatContext* input, AVIOContext** io, const char* /*url*/, int flags, AVDictionary** options) {
-    return avio_open2(io, file_url(static_cast<const char*>(input->opaque)).c_str(), flags, &input->interrupt_callback,
-                      options);
+    char* url = av_asprintf("file:%s", static_cast<const char*>(input->opaque));
+    if (!url) {
+        return AVERROR(ENOMEM);
+    }
+    const int result = avio_open2(io, url, flags, &input->interrupt_callback, options);
+    av_free(url);
+    return result;
 }
 
 int open_demuxer(const char* path, InputPtr* input) {
     if (!isRegularFile(path)) {
         return not_a_file(path);
     }
+    const std::string url = file_url(path);  // may throw, so before FFmpeg's objects
     AVFormatContext* context = avformat_alloc_context();
     if (!context) {
         return AVERROR(ENOMEM);
@@ -49,7 +60,7 @@ int open_demuxer(const char* path, InputPtr* input) {
         avformat_free_context(context);
         return result;
     }
-    result = avformat_open_input(&context, file_url(path).c_str(), nullptr, &options);
+    result = avformat_open_input(&context, url.c_str(), nullptr, &options);
     av_dict_free(&options);
     input->reset(result < 0 ? nullptr : context);  // freed by FFmpeg on failure
     return result;
