@@ -1,5 +1,5 @@
+#include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -261,7 +261,7 @@ Samples samples_in(const std::string& path, Range range, bool* whole) {
         }
     }
     Samples samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+    std::copy_n(bytes.data(), samples.size() * 2, reinterpret_cast<char*>(samples.data()));
     return samples;
 }
 

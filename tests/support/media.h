@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -172,24 +171,30 @@ inline std::vector<int64_t> video_times(const std::string& path) {
 
 using Samples = std::vector<int16_t>;  // left, right, left, right, ...
 
+namespace media_detail {
+
+inline Samples samples_in(const std::string& bytes) {
+    Samples samples(bytes.size() / 2);
+    std::copy_n(bytes.data(), samples.size() * 2, reinterpret_cast<char*>(samples.data()));
+    return samples;
+}
+
+}  // namespace media_detail
+
 // The samples of a file whose sound is 16-bit PCM, as they are stored.
 inline Samples stored_samples(const std::string& path) {
     std::string bytes;
     for (const StoredPacket& packet : packets_of(path)) {
         bytes += packet.video ? "" : packet.bytes;
     }
-    Samples samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-    return samples;
+    return media_detail::samples_in(bytes);
 }
 
 // The sound of a file as the distribution's ffmpeg decodes it, in two channels.
 inline Samples decoded_samples(const std::string& path) {
     const std::string bytes =
         output_of({"ffmpeg", "-v", "error", "-nostdin", "-i", "file:" + path, "-vn", "-f", "s16le", "-ac", "2", "-"});
-    Samples samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-    return samples;
+    return media_detail::samples_in(bytes);
 }
 
 // The first `frames` moments of stereo sound.
