@@ -270,6 +270,17 @@ void libavIF::close_input_file() {
     }
 }
 
+int libavIF::read_packet(int which, AVPacket* packet) {
+    AVFormatContext* input = input_format[index_of(which)];
+    const int result = av_read_frame(input, packet);
+    // The demuxer of pictures takes what it could read for the whole file.
+    if (result >= 0 && input->pb && input->pb->error < 0) {
+        av_packet_unref(packet);
+        return input->pb->error;
+    }
+    return result;
+}
+
 int libavIF::decode_packet(int which, AVPacket packet, AVFrame* frame, int* got_frame) {
     const int i = index_of(which);
     *got_frame = 0;
@@ -308,7 +319,7 @@ int libavIF::decode_first_picture(AVFrame* frame, bool* found) {
     }
     int got_frame = 0;
     int result = 0;
-    while (!got_frame && (result = av_read_frame(input_format[0], packet.get())) >= 0) {
+    while (!got_frame && (result = read_packet(0, packet.get())) >= 0) {
         result = decode_packet(0, *packet, frame, &got_frame);
         av_packet_unref(packet.get());
         if (result < 0) {

@@ -41,6 +41,9 @@ class libavIF {
     bool hasVideo(int which) const { return video_stream_index[which ? 1 : 0] != -1; }
     bool hasAudio(int which) const { return audio_stream_index[which ? 1 : 0] != -1; }
 
+    // Reads the next packet, of any stream. A file that cannot be read to its end gives none.
+    int read_packet(int which, AVPacket* packet);
+
     // Decodes one packet of the input, an empty one to drain. Always uses the packet up: returns its size, also
     // for packets of other streams. A frame that came out carries its best-effort time in pts.
     int decode_packet(int which, AVPacket packet, AVFrame* frame, int* got_frame);

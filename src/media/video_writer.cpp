@@ -119,7 +119,7 @@ class MediaSource : public LockstepSource {
 int MediaSource::read() {
     av_packet_unref(packet_.get());
     const AVFormatContext* input = media_->input_format[input_];
-    int result = av_read_frame(media_->input_format[input_], packet_.get());
+    int result = media_->read_packet(input_, packet_.get());
     at_end_ = result == AVERROR_EOF;
     const bool cut_off = at_end_ && (is_cut_off(input, media_->video_stream_index[input_]) ||
                                      is_cut_off(input, media_->audio_stream_index[input_]));
