@@ -63,6 +63,28 @@ int close_written(AVIOContext* io) {
     return written < 0 ? written : closed;
 }
 
+// A muxer goes back to fill in sizes and does not look whether it got there. A thread opens, writes and ends one file
+// before the next, and all files have FFmpeg's one function to seek.
+thread_local int seek_error = 0;
+thread_local int64_t (*seek_in_file)(void* file, int64_t offset, int whence) = nullptr;
+
+int64_t seek_noting_failure(void* file, int64_t offset, int whence) {
+    const int64_t position = seek_in_file(file, offset, whence);
+    if (position < 0 && whence != AVSEEK_SIZE) {
+        seek_error = static_cast<int>(position);
+    }
+    return position;
+}
+
+void note_failing_seeks(AVIOContext* io) {
+    seek_error = 0;
+    if (!(io->seekable & AVIO_SEEKABLE_NORMAL)) {
+        return;  // a pipe
+    }
+    seek_in_file = io->seek;
+    io->seek = seek_noting_failure;
+}
+
 // Picture muxers open and close their files themselves, under a name they may cut or take for a pattern, and
 // without a look at how writing went.
 int open_picture(AVFormatContext* output, AVIOContext** io, const char* /*url*/, int flags, AVDictionary** options) {
@@ -112,7 +134,11 @@ int libavIF::open_output_io() {
         return 0;
     }
     const int result = avio_open(&output_format->pb, output_path.c_str(), AVIO_FLAG_WRITE);
-    return result < 0 ? fail(result) : 0;
+    if (result < 0) {
+        return fail(result);
+    }
+    note_failing_seeks(output_format->pb);
+    return 0;
 }
 
 int libavIF::source_of_longer_duration() const {
@@ -211,6 +237,7 @@ int libavIF::finish_output() {
     int closed = picture_error;
     if (!(output_format->oformat->flags & AVFMT_NOFILE)) {
         closed = close_written(output_format->pb);
+        closed = closed < 0 ? closed : seek_error;
         output_format->pb = nullptr;
     }
     if (trailed < 0 || closed < 0) {
