@@ -1,0 +1,154 @@
+// The four kinds of job that a fault may meet, each small and with its own files, and what holds however one ends.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "support/replies.h"
+#include "support/samples.h"
+#include "support/temp_dir.h"
+
+namespace test_support {
+
+struct Job {
+    std::function<int(NQ360_CALLBACK)> run;
+    std::vector<std::string> inputs;
+    std::string output;
+};
+
+using MakeJob = Job (*)(const TempDir&);
+
+namespace jobs_detail {
+
+inline Job export_of(const Shot& shot, const std::string& output) {
+    const auto run = [shot, output](NQ360_CALLBACK callback) {
+        ExportCall call;
+        call.movie1 = shot.one.c_str();
+        call.movie2 = shot.two.c_str();
+        call.output = output.c_str();
+        call.width = 128;
+        call.height = 64;
+        call.audio_source = 0;
+        return call.run_with(callback);
+    };
+    return {run, {shot.one, shot.two}, output};
+}
+
+inline Shot short_movies(const TempDir& dir) {
+    return movies_in(dir, {"--size", "1440", "--frames", "2", "--sound", "1"});
+}
+
+}  // namespace jobs_detail
+
+inline Job movie_export(const TempDir& dir) {
+    return jobs_detail::export_of(jobs_detail::short_movies(dir), dir.file("out.mov"));
+}
+
+inline Job stills_export(const TempDir& dir) {
+    return jobs_detail::export_of(stills_in(dir, {"--size", "1440"}), dir.file("out.jpg"));
+}
+
+inline Job sound_extraction(const TempDir& dir) {
+    // Two seconds, more than the 256 KiB that FFmpeg holds back: only then it has to seek in the file.
+    const std::string movie = movies_in(dir, {"--size", "64", "--frames", "60", "--sound", "1"}).one;
+    const std::string output = dir.file("out.wav");
+    const auto run = [movie, output](NQ360_CALLBACK callback) {
+        return NQ360_get_audio(movie.c_str(), output.c_str(), 0, nullptr, callback);
+    };
+    return {run, {movie}, output};
+}
+
+inline Job analysis_of(const std::string& input, const std::string& thumbnail) {
+    const auto run = [input, thumbnail](NQ360_CALLBACK callback) {
+        return NQ360_analyze_image(input.c_str(), thumbnail.c_str(), 64, 1, callback);
+    };
+    return {run, {input}, thumbnail};
+}
+
+inline Job picture_analysis(const TempDir& dir) {
+    return analysis_of(stills_in(dir, {"--size", "320"}).one, dir.file("thumbnail.jpg"));
+}
+
+inline Job movie_analysis(const TempDir& dir) {
+    return analysis_of(movies_in(dir, {"--size", "320", "--frames", "3", "--sound", "1"}).one,
+                       dir.file("thumbnail.jpg"));
+}
+
+struct NamedJob {
+    const char* name;
+    MakeJob make;
+};
+inline std::ostream& operator<<(std::ostream& out, const NamedJob& job) {
+    return out << job.name;
+}
+
+inline const NamedJob kJobs[] = {{"MovieExport", movie_export},
+                                 {"StillsExport", stills_export},
+                                 {"SoundExtraction", sound_extraction},
+                                 {"PictureAnalysis", picture_analysis},
+                                 {"MovieAnalysis", movie_analysis}};
+
+inline std::string name_of_job(const testing::TestParamInfo<NamedJob>& job) {
+    return job.param.name;
+}
+
+// Runs one job again and again and compares with how it ended undisturbed.
+class JobRuns {
+  public:
+    explicit JobRuns(MakeJob make) : job_(make(dir_)) {
+        for (const std::string& input : job_.inputs) {
+            inputs_before_.push_back(read_file(input));
+        }
+        run();
+        EXPECT_EQ(last_reply.state, NQ360_FINISHED) << last_reply.text;
+        whole_ = read_file(job_.output);
+    }
+
+    const std::string& folder() const { return dir_.path(); }
+    const Job& job() const { return job_; }
+
+    // Without an earlier output; the reply is then `last_reply`.
+    void run() {
+        std::filesystem::remove(job_.output);
+        last_reply = {};
+        job_.run(keep_last);
+    }
+
+    // One reply ended the job. It tells the truth about the output, which is whole or gone, and the inputs are as they
+    // were. Returns whether the job succeeded.
+    bool ended_well() const {
+        namespace fs = std::filesystem;
+        EXPECT_EQ(last_reply.ends, 1) << "replies that end the job";
+        EXPECT_GE(last_reply.state, NQ360_FINISHED) << last_reply.text;
+        const auto reply = nlohmann::json::parse(last_reply.text, nullptr, false);
+        EXPECT_TRUE(reply.is_object()) << last_reply.text;
+        const bool failed = last_reply.state != NQ360_FINISHED;
+        // Established: an unexpected failure of an extraction is told with NQ360_FINISHED, and its file stays.
+        const bool unexpected = !failed && reply.contains("errnum");
+        if (failed) {
+            EXPECT_FALSE(fs::exists(job_.output)) << "a failed job leaves a file: " << last_reply.text;
+        } else if (!unexpected) {
+            EXPECT_TRUE(fs::exists(job_.output) && read_file(job_.output) == whole_)
+                << "success is told, but the file is not whole";
+        }
+        for (size_t i = 0; i < job_.inputs.size(); ++i) {
+            EXPECT_TRUE(read_file(job_.inputs[i]) == inputs_before_[i]) << job_.inputs[i] << " has changed";
+        }
+        return !failed && !unexpected;
+    }
+
+  private:
+    TempDir dir_;
+    Job job_;
+    std::vector<Bytes> inputs_before_;
+    Bytes whole_;
+};
+
+}  // namespace test_support
