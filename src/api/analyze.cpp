@@ -61,7 +61,8 @@ int reply_unknown(const char* tag, const char* input_path, const char** json_out
 
 int reply_failure(const char* tag, const char* step, const Request& request, libavIF* media, const char* errstr,
                   int errnum, const char** json_out) {
-    *json_out = make_json_errstr1(request.input_path, errstr, media->error_text, errnum, media->error_code);
+    *json_out = make_json_errstr1(request.input_path, errstr, on_one_line(media->error_text).c_str(), errnum,
+                                  media->error_code);
     media->close_input_file();
     nq360_log(3, "[%s] %s error errnum:%d error:%s:", tag, step, media->error_code, media->error_text);
     return -1;

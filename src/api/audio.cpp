@@ -17,7 +17,7 @@ constexpr char kBareReply[] =
 
 int fail(const char* movie_path, const char* audio_path, const char* errstr, const char* api_errstr, int errnum,
          int api_errnum, const char** reply) {
-    *reply = make_json_errstr2(movie_path, audio_path, errstr, api_errstr, errnum, api_errnum);
+    *reply = make_json_errstr2(movie_path, audio_path, errstr, on_one_line(api_errstr).c_str(), errnum, api_errnum);
     return -1;
 }
 

@@ -9,6 +9,7 @@
 #include "api/reply.h"
 #include "api/support.h"
 #include "api/text_owner.h"
+#include "api/thrown_text.h"
 #include "api/unexpected.h"
 #include "media/libavif.h"
 #include "metadata/jpeg.h"
@@ -41,7 +42,8 @@ double radians(double degrees) {
 
 int fail(const Paths& paths, const char* errstr, const char* api_errstr, int errnum, int api_errnum,
          const char** json_out) {
-    *json_out = make_json_errstr3(paths.movie1, paths.movie2, paths.output, errstr, api_errstr, errnum, api_errnum);
+    *json_out = make_json_errstr3(paths.movie1, paths.movie2, paths.output, errstr, on_one_line(api_errstr).c_str(),
+                                  errnum, api_errnum);
     return -1;
 }
 

@@ -18,12 +18,15 @@ std::string raw_text() {
 
 }  // namespace
 
-std::string thrown_text() {
-    std::string text = raw_text();
+std::string on_one_line(std::string text) {
     for (char& c : text) {
         if (static_cast<unsigned char>(c) < 0x20) {
             c = ' ';
         }
     }
     return text;
+}
+
+std::string thrown_text() {
+    return on_one_line(raw_text());
 }
