@@ -36,6 +36,7 @@ TEST_P(FaultyFiles, EndTheJobWithOneTrueReply) {
     for (; met; ++number) {
         SCOPED_TRACE(testing::Message() << step << " " << number);
         const Watchdog watchdog("a job whose files fail");
+        runs.prepare();
         {
             const FailingFiles fault(runs.folder(), step, number, lasting);
             runs.run();

@@ -106,6 +106,7 @@ class JobRuns {
         for (const std::string& input : job_.inputs) {
             inputs_before_.push_back(read_file(input));
         }
+        prepare();
         run();
         EXPECT_EQ(last_reply.state, NQ360_FINISHED) << last_reply.text;
         whole_ = read_file(job_.output);
@@ -114,12 +115,14 @@ class JobRuns {
     const std::string& folder() const { return dir_.path(); }
     const Job& job() const { return job_; }
 
-    // Without an earlier output; the reply is then `last_reply`.
-    void run() {
+    // To be called before each run.
+    void prepare() {
         std::filesystem::remove(job_.output);
         last_reply = {};
-        job_.run(keep_last);
     }
+
+    // The reply is then `last_reply`. Nothing is allocated but by the job.
+    void run() const { job_.run(keep_last); }
 
     // One reply ended the job. It tells the truth about the output, which is whole or gone, and the inputs are as they
     // were. Returns whether the job succeeded.
