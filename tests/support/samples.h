@@ -59,7 +59,7 @@ inline std::filesystem::path made(const std::string& command, const std::string&
     fs::create_directories(store);
     std::vector<std::string> all = arguments;
     all.insert(all.begin(), command);
-    const fs::path folder = store / name_of(all);
+    const fs::path folder = store / (name_of(all) + extension);
     const FolderLock lock(folder.string() + ".lock");
     if (!fs::exists(folder)) {
         const fs::path unfinished = folder.string() + ".unfinished";
