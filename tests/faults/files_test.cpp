@@ -1,9 +1,9 @@
 // Every step that a job takes on its files fails once, or from then on: the job ends with one reply that tells the
 // truth, leaves no file when it failed, and its inputs as they were.
+#include <string>
 #include <tuple>
 
 #include <gtest/gtest.h>
-#include <opencv2/core/utility.hpp>
 
 #include "support/failing_files.h"
 #include "support/jobs.h"
@@ -19,9 +19,8 @@ using Case = std::tuple<NamedJob, FileStep, Lasting>;
 class FaultyFiles : public testing::TestWithParam<Case> {};
 
 std::string name_of_case(const testing::TestParamInfo<Case>& info) {
-    const auto& [job, step, lasting] = info.param;
-    (void)lasting;
-    return std::string(job.name) + "_" + testing::PrintToString(step);
+    return std::string(std::get<NamedJob>(info.param).name) + "_" +
+           testing::PrintToString(std::get<FileStep>(info.param));
 }
 
 }  // namespace

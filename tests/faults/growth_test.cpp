@@ -1,7 +1,8 @@
 // A program that does one job after another for days needs no more memory and open files than at the beginning.
+#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>

@@ -1,5 +1,6 @@
 // Every allocation of a job fails once, or from then on: the job ends with one reply that tells the truth, leaves no
 // file when it failed, keeps no memory and no file open, and spares its inputs.
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
@@ -8,9 +9,9 @@
 
 #include "support/jobs.h"
 #include "support/open_files.h"
-#include "support/sanitized.h"
 #include "support/watchdog.h"
 
+// Sanitizers bring an allocation of their own.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #include "support/failing_memory.h"
 

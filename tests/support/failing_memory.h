@@ -37,7 +37,8 @@ void __libc_free(void* memory);
 namespace test_support {
 
 // While it lives, the allocation with this number (from 0) fails, or it and all later ones. Counted is what the
-// libraries named below ask for, on any thread; not what openh264 does, which looks at few of its own allocations.
+// libraries named below ask for, on any thread; not what openh264 2.3 asks for, which forgets memory and reads from
+// null when it gets none.
 class FailingMemory {
   public:
     enum class Lasting { kOnce, kFromThenOn };
