@@ -159,7 +159,7 @@ libavIF::libavIF(const char* path1, const char* path2)
       audio_pts(0),
       video_encoder_context(nullptr),
       next_video_pts(0),
-      picture_error(0),
+      output_path(nullptr),
       sound_input(0) {
     replace_string(input_name[0]);
     replace_string(input_name[1]);

@@ -17,6 +17,7 @@ extern "C" {
 #include <cstdint>
 #include <string>
 
+#include "media/output_file.h"
 #include "nq360.h"
 #include "projection/image_frame.h"
 
@@ -159,9 +160,9 @@ class libavIF {
 
     AVCodecContext* video_encoder_context;
     int64_t next_video_pts;   // ticks of 1/1001 of a frame
-    std::string output_path;  // where the muxer's files go, whatever name it makes up
-    int picture_error;        // of a file that the muxer closed itself
-    int sound_input;          // the input that the sound output is set up for
+    const char* output_path;  // where the muxer's file goes, whatever name it makes up; borrowed
+    OutputFile output_file;
+    int sound_input;  // the input that the sound output is set up for
 
   private:
     // Leaves FFmpeg's text for `code`, and the code, and returns it.

@@ -55,49 +55,17 @@ int64_t scaled_bit_rate(const AVCodecContext* source, AVCodecID codec, int width
     return static_cast<int64_t>(std::floor(std::clamp(rate, 0.0, most)));
 }
 
-// Closes the file and tells whether all of it was written: the last bytes leave here.
-int close_written(AVIOContext* io) {
-    avio_flush(io);
-    const int written = io->error;
-    const int closed = avio_close(io);
-    return written < 0 ? written : closed;
+// Picture muxers open and close their files themselves, under a name they may cut or take for a pattern.
+int open_picture(AVFormatContext* output, AVIOContext** io, const char* /*url*/, int /*flags*/,
+                 AVDictionary** /*options*/) {
+    auto* media = static_cast<libavIF*>(output->opaque);
+    const int result = media->output_file.open(media->output_path);
+    *io = media->output_file.io();
+    return result;
 }
 
-// A muxer goes back to fill in sizes and does not look whether it got there. A thread opens, writes and ends one file
-// before the next, and all files have FFmpeg's one function to seek.
-thread_local int seek_error = 0;
-thread_local int64_t (*seek_in_file)(void* file, int64_t offset, int whence) = nullptr;
-
-int64_t seek_noting_failure(void* file, int64_t offset, int whence) {
-    const int64_t position = seek_in_file(file, offset, whence);
-    if (position < 0 && whence != AVSEEK_SIZE) {
-        seek_error = static_cast<int>(position);
-    }
-    return position;
-}
-
-void note_failing_seeks(AVIOContext* io) {
-    seek_error = 0;
-    if (!(io->seekable & AVIO_SEEKABLE_NORMAL)) {
-        return;  // a pipe
-    }
-    seek_in_file = io->seek;
-    io->seek = seek_noting_failure;
-}
-
-// Picture muxers open and close their files themselves, under a name they may cut or take for a pattern, and
-// without a look at how writing went.
-int open_picture(AVFormatContext* output, AVIOContext** io, const char* /*url*/, int flags, AVDictionary** options) {
-    const auto* media = static_cast<const libavIF*>(output->opaque);
-    return avio_open2(io, media->output_path.c_str(), flags, &output->interrupt_callback, options);
-}
-
-int close_picture(AVFormatContext* output, AVIOContext* io) {
-    const int closed = close_written(io);
-    if (closed < 0) {
-        static_cast<libavIF*>(output->opaque)->picture_error = closed;
-    }
-    return closed;
+int close_picture(AVFormatContext* output, AVIOContext* /*io*/) {
+    return static_cast<libavIF*>(output->opaque)->output_file.close();
 }
 
 }  // namespace
@@ -110,13 +78,12 @@ int libavIF::open_output_named(const char* path, const char* format) {
     if (!path) {
         return fail(AVERROR(EINVAL));
     }
-    output_path = file_url(path);
-    error_code = avformat_alloc_output_context2(&output_format, nullptr, format, output_path.c_str());
+    output_path = path;
+    error_code = avformat_alloc_output_context2(&output_format, nullptr, format, file_url(path).c_str());
     if (error_code < 0) {
         return fail(error_code);
     }
     if (output_format->oformat->flags & AVFMT_NOFILE) {
-        picture_error = 0;
         output_format->opaque = this;
         output_format->io_open = open_picture;
         output_format->io_close2 = close_picture;
@@ -133,12 +100,9 @@ int libavIF::open_output_io() {
     if (output_format->oformat->flags & AVFMT_NOFILE) {
         return 0;
     }
-    const int result = avio_open(&output_format->pb, output_path.c_str(), AVIO_FLAG_WRITE);
-    if (result < 0) {
-        return fail(result);
-    }
-    note_failing_seeks(output_format->pb);
-    return 0;
+    const int result = output_file.open(output_path);
+    output_format->pb = output_file.io();
+    return result < 0 ? fail(result) : 0;
 }
 
 int libavIF::source_of_longer_duration() const {
@@ -233,15 +197,11 @@ int libavIF::write_video_frame(AVFrame* frame) {
 }
 
 int libavIF::finish_output() {
-    const int trailed = av_write_trailer(output_format);
-    int closed = picture_error;
-    if (!(output_format->oformat->flags & AVFMT_NOFILE)) {
-        closed = close_written(output_format->pb);
-        closed = closed < 0 ? closed : seek_error;
-        output_format->pb = nullptr;
-    }
-    if (trailed < 0 || closed < 0) {
-        return fail(trailed < 0 ? trailed : closed);
+    const int ended = av_write_trailer(output_format);
+    const int closed = output_file.close();
+    output_format->pb = nullptr;
+    if (ended < 0 || closed < 0) {
+        return fail(ended < 0 ? ended : closed);
     }
     return 0;
 }
@@ -255,8 +215,9 @@ void libavIF::close_output_file() {
     avcodec_free_context(&audio_encoder_context);
     swr_free(&swr_context);
     av_frame_free(&audio_frame);
-    if (output_format && !(output_format->oformat->flags & AVFMT_NOFILE)) {
-        avio_closep(&output_format->pb);
+    output_file.close();
+    if (output_format) {
+        output_format->pb = nullptr;  // closed with the file
     }
     avformat_free_context(output_format);
     output_format = nullptr;
