@@ -148,6 +148,7 @@ int libavIF::init_swr_context() {
     av_opt_set_chlayout(swr_context, "out_chlayout", &out, 0);
     av_opt_set_int(swr_context, "out_sample_rate", encoder->sample_rate, 0);
     av_opt_set_sample_fmt(swr_context, "out_sample_fmt", encoder->sample_fmt, 0);
+    resampled = {decoder->ch_layout.nb_channels, decoder->sample_fmt, decoder->sample_rate};
     error_code = swr_init(swr_context);
     return error_code < 0 ? fail(error_code) : 0;
 }
@@ -158,10 +159,9 @@ int libavIF::init_audio_fifo() {
     return audio_fifo ? 0 : fail(AVERROR(ENOMEM), "Colud Not allocate Audio Fifo");
 }
 
-int libavIF::store_samples(const AVFrame* frame, const AVCodecContext* decoder) {
-    const AVCodecContext* configured = audio_decoder[sound_input];
-    if (frame->ch_layout.nb_channels != configured->ch_layout.nb_channels || frame->format != configured->sample_fmt ||
-        frame->sample_rate != configured->sample_rate || decoder->sample_fmt != configured->sample_fmt) {
+int libavIF::store_samples(const AVFrame* frame) {
+    if (frame->ch_layout.nb_channels != resampled.channels || frame->format != resampled.format ||
+        frame->sample_rate != resampled.rate) {
         return fail(AVERROR_INPUT_CHANGED);  // the resampler would read channels that are not there
     }
     const AVCodecContext* encoder = audio_encoder_context;
@@ -205,7 +205,7 @@ int libavIF::read_decode_stroe(int input, AVPacket* packet, int* finished, float
             *finished = 1;
             continue;
         }
-        stored = store_samples(frame.get(), decoder);
+        stored = store_samples(frame.get());
         if (stored < 0) {
             return stored;
         }

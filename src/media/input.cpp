@@ -160,7 +160,8 @@ libavIF::libavIF(const char* path1, const char* path2)
       video_encoder_context(nullptr),
       next_video_pts(0),
       output_path(nullptr),
-      sound_input(0) {
+      sound_input(0),
+      resampled{0, AV_SAMPLE_FMT_NONE, 0} {
     replace_string(input_name[0]);
     replace_string(input_name[1]);
 }

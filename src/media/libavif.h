@@ -165,6 +165,13 @@ class libavIF {
     int sound_input;  // the input that the sound output is set up for
 
   private:
+    // What the resampler reads. The decoder's own fields follow its stream, which may change.
+    struct SoundFormat {
+        int channels;
+        AVSampleFormat format;
+        int rate;
+    };
+
     // Leaves FFmpeg's text for `code`, and the code, and returns it.
     int fail(int code);
     // The same with a text of our own.
@@ -197,10 +204,12 @@ class libavIF {
     int finish_video();
 
     int open_audio_output(const char* audio_path, int bit_rate);
-    int store_samples(const AVFrame* frame, const AVCodecContext* decoder);
+    int store_samples(const AVFrame* frame);
     int copy_sound(const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback);
     int write_remaining_sound();
     int flush_audio_encoder();
+
+    SoundFormat resampled;
 };
 
 // Takes the decoder's next frame, as receive_frame_from_openh264 does: its pts is *last_pts, which becomes the

@@ -176,6 +176,24 @@ TEST_F(GetAudio, SoundThatCannotBeWritten) {
 
 // ---- Ends ----
 
+// Each packet of MP3 sound says anew how many channels it has; the resampler was set up for the first.
+TEST_F(GetAudio, SoundThatChangesItsChannelsEndsInAReply) {
+    Bytes changing;
+    for (const char* channels : {"2", "1"}) {
+        const std::string part = dir.file(std::string("part") + channels + ".mp3");
+        output_of({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=duration=0.5", "-ac", channels, "-c:a",
+                   "libmp3lame", "-write_xing", "0", "-id3v2_version", "0", part});
+        const Bytes bytes = read_file(part);
+        changing.insert(changing.end(), bytes.begin(), bytes.end());
+    }
+    const std::string input = dir.file("changing.mov");
+    output_of({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "color=s=64x64:d=1", "-i",
+               dir.file("changing.mp3", changing), "-c:v", "mjpeg", "-c:a", "copy", input});
+    const Outcome outcome = run(input);
+    EXPECT_EQ(outcome.end(), failure(29999, "Colud Not Write Audio!!", input, AVERROR_INPUT_CHANGED, "Input changed"));
+    EXPECT_FALSE(fs::exists(audio));
+}
+
 TEST_F(GetAudio, SuccessEndsWithoutAFrameCount) {
     const std::string input = movie();
     const Outcome outcome = run(input);
