@@ -165,6 +165,7 @@ def draw_comparison(rows, path):
     axes.barh([f"{row[0]}\n{row[1]}" for row in others][::-1], [row[4] for row in others][::-1], color="#4878a8")
     axes.axvline(1, color="black", linewidth=1)
     axes.set_xlabel("times the time of nq360")
+    axes.set_xlim(0, 1.1 * max(row[4] for row in others))
     for position, row in enumerate(others[::-1]):
         axes.text(row[4], position, f" {row[4]:.1f}", va="center")
     axes.tick_params(axis="y", labelsize=7)
@@ -212,7 +213,7 @@ def draw_growth(curves, path):
         for row, (index, unit) in enumerate(((1, "seconds"), (2, "peak MiB"))):
             axes = rows[row][column]
             axes.plot(sizes, [point[index] for point in points], "o-", color="#4878a8")
-            axes.set_ylim(bottom=0)
+            axes.set_ylim(0, 1.1 * max(point[index] for point in points))
             axes.set_xlim(left=0)
             axes.set_ylabel(unit)
             axes.grid(alpha=0.3)
