@@ -121,7 +121,7 @@ std::string sound_failure(const Json& error, const std::string& movie, const std
     }
     if (said == "Colud Not Write Audio!!") {
         return join(output, "the sound cannot be written" + detail_of(error) +
-                                "; take a name that ends in .wav, .mov, .caf or .aiff");
+                                "; files named .wav, .mov, .caf or .aiff can hold it");
     }
     return otherwise(output, error);
 }
