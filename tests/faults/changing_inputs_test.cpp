@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/jobs.h"
 #include "support/open_files.h"
 #include "support/replies.h"
 #include "support/samples.h"
@@ -89,13 +90,7 @@ class ChangingInput : public testing::TestWithParam<Case> {
     }
 
     void change_inputs_of_export(const Shot& shot, const std::string& output) {
-        ExportCall call;
-        call.movie1 = shot.one.c_str();
-        call.movie2 = shot.two.c_str();
-        call.output = output.c_str();
-        call.width = 128;
-        call.height = 64;
-        call.audio_source = 0;
+        ExportCall call = small_export(shot, output);
         for (const std::string& input : {shot.one, shot.two}) {
             SCOPED_TRACE(input);
             change_meanwhile(input, output, true, [&](auto on_reply) { return call.run(on_reply); });

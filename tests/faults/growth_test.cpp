@@ -46,12 +46,7 @@ class Growth : public testing::Test {
         // The marker is looked for at the tenth frame.
         const Shot shot = movies_in(folders_[4], {"--size", "1440", "--frames", "10"});
         const auto run = [shot, output = movies_.output, marker = marker_](NQ360_CALLBACK callback) {
-            ExportCall call;
-            call.movie1 = shot.one.c_str();
-            call.movie2 = shot.two.c_str();
-            call.output = output.c_str();
-            call.width = 128;
-            call.height = 64;
+            ExportCall call = small_export(shot, output);
             call.cancel = marker.c_str();
             return call.run_with(callback);
         };

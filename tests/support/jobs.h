@@ -25,19 +25,22 @@ struct Job {
 
 using MakeJob = Job (*)(const TempDir&);
 
+// A small panorama with the sound of lens 1; the paths are borrowed.
+inline ExportCall small_export(const Shot& shot, const std::string& output) {
+    ExportCall call;
+    call.movie1 = shot.one.c_str();
+    call.movie2 = shot.two.c_str();
+    call.output = output.c_str();
+    call.width = 128;
+    call.height = 64;
+    call.audio_source = 0;
+    return call;
+}
+
 namespace jobs_detail {
 
 inline Job export_of(const Shot& shot, const std::string& output) {
-    const auto run = [shot, output](NQ360_CALLBACK callback) {
-        ExportCall call;
-        call.movie1 = shot.one.c_str();
-        call.movie2 = shot.two.c_str();
-        call.output = output.c_str();
-        call.width = 128;
-        call.height = 64;
-        call.audio_source = 0;
-        return call.run_with(callback);
-    };
+    const auto run = [shot, output](NQ360_CALLBACK callback) { return small_export(shot, output).run_with(callback); };
     return {run, {shot.one, shot.two}, output};
 }
 
