@@ -185,6 +185,7 @@ class libavIF {
     int open_output(const char* path);
     int open_output_named(const char* path, const char* format);
     int open_output_io();
+    int close_output_io();
     int source_of_longer_duration() const;
 
     int write_thumbnail_stream(int thumbnail_width, int thumbnail_height, int orientation);

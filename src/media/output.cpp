@@ -196,10 +196,20 @@ int libavIF::write_video_frame(AVFrame* frame) {
     return !frame && written == 0 ? 1 : 0;
 }
 
+int libavIF::close_output_io() {
+    if (output_format && output_format->pb && output_format->pb != output_file.io()) {
+        return avio_closep(&output_format->pb);  // a writer's that the caller of the steps has set
+    }
+    const int closed = output_file.close();
+    if (output_format) {
+        output_format->pb = nullptr;
+    }
+    return closed;
+}
+
 int libavIF::finish_output() {
     const int ended = av_write_trailer(output_format);
-    const int closed = output_file.close();
-    output_format->pb = nullptr;
+    const int closed = close_output_io();
     if (ended < 0 || closed < 0) {
         return fail(ended < 0 ? ended : closed);
     }
@@ -215,10 +225,7 @@ void libavIF::close_output_file() {
     avcodec_free_context(&audio_encoder_context);
     swr_free(&swr_context);
     av_frame_free(&audio_frame);
-    output_file.close();
-    if (output_format) {
-        output_format->pb = nullptr;  // closed with the file
-    }
+    close_output_io();
     avformat_free_context(output_format);
     output_format = nullptr;
     video_stream = nullptr;
