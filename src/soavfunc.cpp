@@ -92,12 +92,11 @@ void uvpoint_from_equidistantxypoint(double* u, double* v, int x, int y, ImageSi
 
 namespace {
 
-void map_plane(cv::Mat* mapx, cv::Mat* mapy, ImageSize equsize, const PlaneSources& sources,
-               const RotationCorrect& rc) {
-    create_large(mapx, equsize.height, equsize.width, CV_32FC1);
-    create_large(mapy, equsize.height, equsize.width, CV_32FC1);
-    const PlaneMapper mapper(equsize, sources, rc);
-    in_parallel(equsize.height, [&](const cv::Range& rows) {
+void map_plane(cv::Mat* mapx, cv::Mat* mapy, const PlaneMapper& mapper) {
+    const ImageSize size = mapper.size();
+    create_large(mapx, size.height, size.width, CV_32FC1);
+    create_large(mapy, size.height, size.width, CV_32FC1);
+    in_parallel(size.height, [&](const cv::Range& rows) {
         for (int y = rows.start; y < rows.end; ++y) {
             mapper.map_row(y, mapx->ptr<float>(y), mapy->ptr<float>(y));
         }
@@ -115,9 +114,8 @@ EquidistantTransMap create_equidistantmap(ImageSize equsize, ImageSize projsize,
     map.equsize = equsize;
     map.projsize = projsize;
     map.bandheight = bandheight;
-    map_plane(&map.ymapx, &map.ymapy, equsize, luma_sources(projsize, projradius, bandheight, rc), rc);
-    map_plane(&map.uvmapx, &map.uvmapy, {equsize.width / 2, equsize.height / 2},
-              chroma_sources(projsize, projradius, bandheight, rc), rc);
+    map_plane(&map.ymapx, &map.ymapy, luma_mapper(equsize, projsize, projradius, bandheight, rc));
+    map_plane(&map.uvmapx, &map.uvmapy, chroma_mapper(equsize, projsize, projradius, bandheight, rc));
     return map;
 }
 

@@ -15,6 +15,7 @@
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
 #include "metadata/spherical.h"
+#include "projection/lens_circle.h"
 #include "projection/loading.h"
 #include "soavfunc.h"
 
@@ -45,36 +46,6 @@ int fail(const Paths& paths, const char* errstr, const char* api_errstr, int err
     *json_out = make_json_errstr3(paths.movie1, paths.movie2, paths.output, errstr, on_one_line(api_errstr).c_str(),
                                   errnum, api_errnum);
     return -1;
-}
-
-// How a picture's orientation turns its lens. The signs are opposite for the two lenses on purpose: they face
-// opposite ways.
-double orientation_turn(int orientation) {
-    switch (orientation) {
-        case 8:
-            return 3 * kPi / 2;
-        case 6:
-            return kPi / 2;
-        case 3:
-            return kPi;
-        default:
-            return 0;
-    }
-}
-
-// Radius in pixels of the circle that is 90 degrees off the lens axis, by the camera's recording width; 0 for
-// a width that the camera does not record.
-double projection_radius(int width) {
-    switch (width) {
-        case 1440:
-            return 675.0;
-        case 1936:
-            return 907.0;
-        case 3888:
-            return 1821.0;
-        default:
-            return 0;
-    }
 }
 
 int analyze_input(const Paths& paths, const char* input_path, const char* errstr, AnalyzeResult* result,

@@ -93,20 +93,16 @@ void repeat_last(cv::Mat plane, int columns, int rows) {
 
 TableRows luma_rows_of(const OutputOption& option) {
     const EquidistantTransMap& map = option.transmap;
-    if (!map.ymapx.empty()) {
-        return TableRows(map.ymapx, map.ymapy);
-    }
-    const PlaneSources sources = luma_sources(map.projsize, option.radius, option.bandheight, option.rotation);
-    return TableRows(PlaneMapper(map.equsize, sources, option.rotation));
+    return map.ymapx.empty()
+               ? TableRows(luma_mapper(map.equsize, map.projsize, option.radius, option.bandheight, option.rotation))
+               : TableRows(map.ymapx, map.ymapy);
 }
 
 TableRows chroma_rows_of(const OutputOption& option) {
     const EquidistantTransMap& map = option.transmap;
-    if (!map.uvmapx.empty()) {
-        return TableRows(map.uvmapx, map.uvmapy);
-    }
-    const PlaneSources sources = chroma_sources(map.projsize, option.radius, option.bandheight, option.rotation);
-    return TableRows(PlaneMapper({map.equsize.width / 2, map.equsize.height / 2}, sources, option.rotation));
+    return map.uvmapx.empty()
+               ? TableRows(chroma_mapper(map.equsize, map.projsize, option.radius, option.bandheight, option.rotation))
+               : TableRows(map.uvmapx, map.uvmapy);
 }
 
 // A plane of FFmpeg's frame, with the last column and row that ours may not have.

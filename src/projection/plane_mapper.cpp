@@ -108,23 +108,6 @@ void uvpoint_of_panorama_point(double* u, double* v, int x, int y, ImageSize equ
     uvpoint_from_sphere(u, v, sources, rotation_from_angles(rc.xangle, rc.zangle, rc.yangle), p);
 }
 
-PlaneSources luma_sources(ImageSize projsize, double projradius, int bandheight, const RotationCorrect& rc) {
-    const ImagePoint center{projsize.width / 2, projsize.height / 2};
-    return {projsize, center, static_cast<int>(projradius), bandheight, rc.frame1angle, rc.frame2angle};
-}
-
-PlaneSources chroma_sources(ImageSize projsize, double projradius, int bandheight, const RotationCorrect& rc) {
-    // Without a band this gives 3 rows, deliberately left so: fewer than six cover nothing.
-    const int chroma_band = static_cast<int>((bandheight - 6.0) * 0.5 + 6);
-    const ImagePoint center{projsize.width / 2 / 2, projsize.height / 2 / 2};
-    return {{projsize.width / 2, projsize.height / 2},
-            center,
-            static_cast<int>(projradius / 2),
-            chroma_band,
-            rc.frame1angle,
-            rc.frame2angle};
-}
-
 // The azimuth is never needed as an angle: with q the rotated point on the unit sphere, cos(psi) and sin(psi) are
 // q.y and q.x over sin(phi), so that a lens picture's coordinates are linear in q but for the factor
 // phi / sin(phi), and along a row q itself is linear in the cosine and sine of the longitude. What is left to
@@ -289,4 +272,25 @@ void PlaneMapper::map_unsettled_points(int y, float* mapx, float* mapy) const {
         mapx[x] = static_cast<float>(u);
         mapy[x] = static_cast<float>(v);
     }
+}
+
+PlaneMapper luma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
+                        const RotationCorrect& rc) {
+    const ImagePoint center{projsize.width / 2, projsize.height / 2};
+    return {equsize, {projsize, center, static_cast<int>(projradius), bandheight, rc.frame1angle, rc.frame2angle}, rc};
+}
+
+PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
+                          const RotationCorrect& rc) {
+    // Without a band this gives 3 rows, deliberately left so: fewer than six cover nothing.
+    const int chroma_band = static_cast<int>((bandheight - 6.0) * 0.5 + 6);
+    const ImagePoint center{projsize.width / 2 / 2, projsize.height / 2 / 2};
+    return {{equsize.width / 2, equsize.height / 2},
+            {{projsize.width / 2, projsize.height / 2},
+             center,
+             static_cast<int>(projradius / 2),
+             chroma_band,
+             rc.frame1angle,
+             rc.frame2angle},
+            rc};
 }

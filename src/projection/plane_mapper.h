@@ -16,10 +16,6 @@ struct PlaneSources {
     double frame2angle;
 };
 
-// The sources of the Y plane, and of U and V, for what create_equidistantmap is given.
-PlaneSources luma_sources(ImageSize projsize, double projradius, int bandheight, const RotationCorrect& rc);
-PlaneSources chroma_sources(ImageSize projsize, double projradius, int bandheight, const RotationCorrect& rc);
-
 // One pixel, as uvpoint_from_equidistantxypoint describes.
 void uvpoint_of_panorama_point(double* u, double* v, int x, int y, ImageSize equsize, const PlaneSources& sources,
                                const RotationCorrect& rc);
@@ -65,3 +61,9 @@ class PlaneMapper {
     // Pixels by which the quick coordinates and those of uvpoint_from_sphere can differ, with a margin.
     double error_bound_;
 };
+
+// The mappers of the Y plane, and of U and V, for what create_equidistantmap is given.
+PlaneMapper luma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
+                        const RotationCorrect& rc);
+PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
+                          const RotationCorrect& rc);
