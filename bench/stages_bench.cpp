@@ -125,9 +125,9 @@ void build_tables(benchmark::State& state) {
 }
 
 // Loads the two lenses and fills the panorama.
-void stitch_pair(Stitcher* stitcher, const AVFrame* lens, AVFrame* panorama) {
-    stitcher->load(0, lens);
-    stitcher->load(1, lens);
+void stitch_pair(Stitcher* stitcher, const AVFrame* lens1, const AVFrame* lens2, AVFrame* panorama) {
+    stitcher->load(0, lens1);
+    stitcher->load(1, lens2);
     stitcher->stitch_luma(panorama);
     stitcher->stitch_chroma(panorama);
 }
@@ -140,7 +140,7 @@ void stitch_one_of_many(benchmark::State& state) {
     Stitcher stitcher(option, true);
     const FramePtr panorama = empty_panorama(job.output);
     for (auto _ : state) {
-        stitch_pair(&stitcher, frame.get(), panorama.get());
+        stitch_pair(&stitcher, frame.get(), frame.get(), panorama.get());
     }
 }
 
@@ -157,7 +157,7 @@ void stitch_only_pair(benchmark::State& state) {
     for (auto _ : state) {
         Stitcher stitcher(option, false);
         const FramePtr panorama = empty_panorama(job.output);
-        stitch_pair(&stitcher, frame.get(), panorama.get());
+        stitch_pair(&stitcher, frame.get(), frame.get(), panorama.get());
     }
 }
 
@@ -209,7 +209,8 @@ void encode_still(benchmark::State& state) {
     const OutputOption option = option_of(job);
     Stitcher stitcher(option, true);
     const FramePtr panorama = empty_panorama(job.output);
-    stitch_pair(&stitcher, decoded_still(job.lens).get(), panorama.get());
+    const FramePtr frame = decoded_still(job.lens);
+    stitch_pair(&stitcher, frame.get(), frame.get(), panorama.get());
     panorama->format = media->video_encoder_context->pix_fmt;
     const PacketPtr packet = new_packet();
     panorama->pts = 0;
@@ -250,10 +251,7 @@ void movie_steps(benchmark::State& state) {
                 break;
             }
             const auto decoded = std::chrono::steady_clock::now();
-            stitcher.load(0, lenses[0].get());
-            stitcher.load(1, lenses[1].get());
-            stitcher.stitch_luma(panorama.get());
-            stitcher.stitch_chroma(panorama.get());
+            stitch_pair(&stitcher, lenses[0].get(), lenses[1].get(), panorama.get());
             const auto stitched = std::chrono::steady_clock::now();
             encode_video_frame(media->video_encoder_context, panorama.get(), packet.get());
             av_packet_unref(packet.get());
@@ -278,13 +276,10 @@ void decode_movie(benchmark::State& state) {
     for (auto _ : state) {
         libavIF media(path.c_str());
         media.open_input_file(0);
-        const PacketPtr packet(av_packet_alloc());
-        const FramePtr frame(av_frame_alloc());
-        while (av_read_frame(media.input_format[0], packet.get()) >= 0) {
-            int got_frame = 0;
-            media.decode_packet(0, *packet, frame.get(), &got_frame);
-            av_packet_unref(packet.get());
-            frames += got_frame;
+        const PacketPtr packet = new_packet();
+        const FramePtr frame = new_frame();
+        while (decode_next(&media, 0, packet.get(), frame.get())) {
+            ++frames;
         }
     }
     state.counters["s_per_frame"] =

@@ -21,7 +21,7 @@ FramePtr in_full_range(FramePtr frame, bool is_full) {
         frame->format = AV_PIX_FMT_YUVJ420P;
         return frame;
     }
-    FramePtr full(av_frame_alloc());
+    FramePtr full = new_frame();
     full->width = frame->width;
     full->height = frame->height;
     full->format = AV_PIX_FMT_YUVJ420P;
@@ -38,7 +38,7 @@ FramePtr in_full_range(FramePtr frame, bool is_full) {
 PacketPtr encoded(AVFrame* frame) {
     const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
     const CodecPtr encoder(avcodec_alloc_context3(codec));
-    PacketPtr packet(av_packet_alloc());
+    PacketPtr packet = new_packet();
     encoder->width = frame->width;
     encoder->height = frame->height;
     encoder->pix_fmt = AV_PIX_FMT_YUVJ420P;

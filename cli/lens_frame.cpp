@@ -34,7 +34,7 @@ class FrameFinder {
   private:
     bool read_to_frame() {
         bool found = false;
-        while (!found && av_read_frame(media_->input_format[0], packet_.get()) >= 0) {
+        while (!found && media_->read_packet(0, packet_.get()) >= 0) {
             found = decode();
             av_packet_unref(packet_.get());
         }
@@ -59,8 +59,8 @@ class FrameFinder {
     }
 
     libavIF* media_;
-    PacketPtr packet_{av_packet_alloc()};
-    FramePtr frame_{av_frame_alloc()};
+    PacketPtr packet_{new_packet()};
+    FramePtr frame_{new_frame()};
     double time_base_ = 0;
     double wanted_ = 0;
     int got_frame_ = 0;
@@ -71,7 +71,7 @@ FramePtr converted_to_420(FramePtr frame) {
     if (frame->format != AV_PIX_FMT_YUV422P && frame->format != AV_PIX_FMT_YUVJ422P) {
         return frame;
     }
-    FramePtr converted(av_frame_alloc());
+    FramePtr converted = new_frame();
     converted->width = frame->width;
     converted->height = frame->height;
     converted->format = AV_PIX_FMT_YUV420P;
