@@ -9,7 +9,7 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
 
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 namespace {
 

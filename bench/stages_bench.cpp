@@ -13,15 +13,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "api/output_option.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
+#include "media/output_option.h"
 #include "media/stitcher.h"
 #include "metadata/exif.h"
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
 #include "metadata/spherical.h"
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "media/libavif.h"
 #include "media/scaler.h"
 #include "progress.h"
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "errors.h"
 #include "lens_frame.h"
 #include "projection/lens_circle.h"
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 namespace {
 

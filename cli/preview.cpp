@@ -7,7 +7,7 @@
 #include "interrupt.h"
 #include "jpeg_file.h"
 #include "lens_pair.h"
-#include "projection/loading.h"
+#include "media/loading.h"
 
 namespace {
 

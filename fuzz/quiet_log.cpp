@@ -7,7 +7,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-#include "api/support.h"
+#include "base/log.h"
 
 int nq360_log(int /*level*/, const char* format, ...) {
     char line[1024];

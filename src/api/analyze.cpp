@@ -5,10 +5,12 @@
 #include <vector>
 
 #include "api/reply.h"
-#include "api/support.h"
-#include "api/text_owner.h"
-#include "api/thrown_text.h"
 #include "api/unexpected.h"
+#include "base/files.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "base/text_owner.h"
+#include "base/thrown_text.h"
 #include "media/libavif.h"
 #include "metadata/exif.h"
 #include "metadata/jpeg.h"

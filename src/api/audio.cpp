@@ -2,9 +2,10 @@
 #include <string>
 
 #include "api/reply.h"
-#include "api/support.h"
-#include "api/thrown_text.h"
 #include "api/unexpected.h"
+#include "base/files.h"
+#include "base/log.h"
+#include "base/thrown_text.h"
 #include "media/libavif.h"
 #include "nq360.h"
 

@@ -7,17 +7,20 @@
 
 #include "api/analyze.h"
 #include "api/reply.h"
-#include "api/support.h"
-#include "api/text_owner.h"
-#include "api/thrown_text.h"
 #include "api/unexpected.h"
+#include "base/files.h"
+#include "base/log.h"
+#include "base/progress.h"
+#include "base/text.h"
+#include "base/text_owner.h"
+#include "base/thrown_text.h"
 #include "media/libavif.h"
+#include "media/loading.h"
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
 #include "metadata/spherical.h"
 #include "projection/lens_circle.h"
-#include "projection/loading.h"
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 namespace {
 

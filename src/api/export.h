@@ -1,7 +1,7 @@
 // The export workflow behind NQ360_export.
 #pragma once
 
-#include "api/output_option.h"
+#include "media/output_option.h"
 #include "nq360.h"
 
 // Analyses both inputs, completes the option (its own copy), writes the panorama and its metadata. 0 or -1;

@@ -8,8 +8,8 @@
 #include <new>
 #include <string>
 
-#include "api/support.h"
-#include "api/text_owner.h"
+#include "base/text.h"
+#include "base/text_owner.h"
 #include "media/libavif.h"
 #include "metadata/exif.h"
 

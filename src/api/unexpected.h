@@ -2,8 +2,8 @@
 #pragma once
 
 #include "api/reply.h"
-#include "api/text_owner.h"
-#include "api/thrown_text.h"
+#include "base/text_owner.h"
+#include "base/thrown_text.h"
 #include "nq360.h"
 
 // To be called while an exception is being handled; returns what the function then returns. `make_reply` builds

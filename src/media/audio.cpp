@@ -8,7 +8,10 @@ extern "C" {
 }
 
 #include "api/reply.h"
-#include "api/support.h"
+#include "base/files.h"
+#include "base/log.h"
+#include "base/progress.h"
+#include "base/text.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "media/output_closer.h"

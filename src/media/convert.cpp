@@ -1,9 +1,9 @@
 // The ways between decoded frames and pictures.
 #include <algorithm>
 
-#include "api/output_option.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
+#include "media/output_option.h"
 #include "media/pair_writer.h"
 #include "media/scaler.h"
 

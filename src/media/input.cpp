@@ -11,7 +11,8 @@ extern "C" {
 #include <libavutil/avstring.h>
 }
 
-#include "api/support.h"
+#include "base/files.h"
+#include "base/text.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 

@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "api/output_option.h"
 #include "media/ffmpeg_ptr.h"
+#include "media/output_option.h"
 #include "projection/sample_table.h"
 
 class Stitcher {

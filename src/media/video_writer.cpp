@@ -5,13 +5,15 @@
 #include <cstring>
 #include <limits>
 
-#include "api/output_option.h"
 #include "api/reply.h"
-#include "api/support.h"
+#include "base/files.h"
+#include "base/log.h"
+#include "base/text.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "media/lockstep.h"
 #include "media/output_closer.h"
+#include "media/output_option.h"
 #include "media/pair_writer.h"
 #include "projection/parallel.h"
 

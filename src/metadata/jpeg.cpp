@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "api/support.h"
+#include "base/log.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "api/support.h"
+#include "base/log.h"
 
 namespace {
 

@@ -12,7 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "api/support.h"
+#include "base/files.h"
+#include "base/log.h"
 
 namespace {
 

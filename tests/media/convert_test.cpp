@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include "api/output_option.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
-#include "soavfunc.h"
+#include "media/output_option.h"
+#include "projection/soavfunc.h"
 #include "support/media.h"
 #include "support/picture.h"
 #include "support/temp_dir.h"

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 namespace {
 

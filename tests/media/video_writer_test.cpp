@@ -8,10 +8,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "api/output_option.h"
 #include "media/libavif.h"
+#include "media/output_option.h"
+#include "projection/soavfunc.h"
 #include "sample/lens.h"
-#include "soavfunc.h"
 #include "support/codes.h"
 #include "support/media.h"
 #include "support/replies.h"

@@ -1,29 +1,18 @@
-#include "api/support.h"
+#include "base/files.h"
 
-#include <cctype>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include <libgen.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include "nq360.h"
-
 namespace {
 
 // Room that must be left on the output's volume beyond a copy of both inputs: strictly more than 50 MiB.
 constexpr int64_t kRequiredHeadroom = 52428801;
-
-std::string lowered(const char* text) {
-    std::string copy = text ? text : "";
-    for (char& c : copy) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    return copy;
-}
 
 bool stat_of(const char* path, struct stat* status) {
     return path && stat(path, status) == 0;
@@ -43,37 +32,7 @@ bool is_same_place(const char* path1, const char* path2) {
            isSameFile(directory1.c_str(), directory2.c_str());
 }
 
-void replace_all(std::string& s, const char* from, const char* to) {
-    const size_t from_length = std::strlen(from);
-    const size_t to_length = std::strlen(to);
-    for (size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + to_length)) {
-        s.replace(at, from_length, to);
-    }
-}
-
 }  // namespace
-
-void get_extension(const char* path, char* out) {
-    const char* dot = path ? std::strrchr(path, '.') : nullptr;
-    std::strcpy(out, dot ? dot : "");
-}
-
-char* StrToLower(char* s) {
-    for (char* c = s; *c; ++c) {
-        *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
-    }
-    return s;
-}
-
-bool isJpeg(const char* ext) {
-    const std::string lower = lowered(ext);
-    return lower == ".jpeg" || lower == ".jpg";
-}
-
-bool isMovie(const char* ext) {
-    const std::string lower = lowered(ext);
-    return lower == ".mov" || lower == ".mp4";
-}
 
 bool isCancelled(const char* marker_path) {
     return fileExists(marker_path);
@@ -146,40 +105,10 @@ uint64_t nq360_freesize(const char* path) {
     return bytes;
 }
 
-unsigned long long NQ360_freesize(const char* path) {
-    try {
-        return nq360_freesize(path);
-    } catch (...) {
-        return 0;  // no memory to take the path apart; a C caller must not meet the exception
-    }
-}
-
 int check_freesize(const char* input1, const char* input2, const char* output_path) {
     // Unsigned, so that an input that vanished (all ones) adds one byte of room; deliberate.
     const uint64_t size1 = input1 ? nq360_filesize(input1, nullptr) : 0;
     const uint64_t size2 = input2 ? nq360_filesize(input2, nullptr) : 0;
     const uint64_t room = nq360_freesize(output_path) - (size1 + size2);
     return static_cast<int64_t>(room) < kRequiredHeadroom ? -1 : 0;
-}
-
-void replace_string(std::string& s) {
-    replace_all(s, "\\", "\\\\");
-    replace_all(s, "\"", "\\\"");
-}
-
-int nq360_log(int /*level*/, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    flockfile(stderr);  // so that the lines of two threads do not mix
-    vfprintf(stderr, format, arguments);
-    const int result = fputc('\n', stderr);
-    funlockfile(stderr);
-    va_end(arguments);
-    return result;
-}
-
-void nq360_set_log_level(int /*level*/) {}
-
-int nq360_update_frame(int64_t total) {
-    return total < 1010 ? 10 : 100;
 }

@@ -1,4 +1,4 @@
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 #include <algorithm>
 #include <atomic>

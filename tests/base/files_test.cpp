@@ -1,20 +1,16 @@
-#include "api/support.h"
+#include "base/files.h"
 
 #include <climits>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "nq360.h"
 #include "support/child.h"
-#include "support/command.h"
 #include "support/fake_volume.h"
 #include "support/temp_dir.h"
 
@@ -23,20 +19,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string extension_of(const std::string& path) {
-    std::vector<char> out(path.size() + 1, '?');
-    get_extension(path.c_str(), out.data());
-    return out.data();
-}
-
-std::string escaped(std::string text) {
-    replace_string(text);
-    return text;
-}
-
-class SupportFiles : public testing::Test {
+class Files : public testing::Test {
   protected:
-    SupportFiles() { fs::permissions(dir.path(), fs::perms(0755)); }
+    Files() { fs::permissions(dir.path(), fs::perms(0755)); }
 
     std::string make_file(const std::string& name, size_t size = 3) { return dir.file(name, zeros(size)); }
 
@@ -48,57 +33,7 @@ constexpr uint64_t kMargin = 52428800;  // 50 MiB
 
 }  // namespace
 
-// ---- Kinds of files ----
-
-TEST(Support, ExtensionBeginsAtTheLastDot) {
-    EXPECT_EQ(extension_of("a.b.mov"), ".mov");
-    EXPECT_EQ(extension_of("clip.final.MOV"), ".MOV");
-    EXPECT_EQ(extension_of("a.jpeg"), ".jpeg");
-    EXPECT_EQ(extension_of("ends."), ".");
-    EXPECT_EQ(extension_of("folder.d/name"), ".d/name");
-}
-
-TEST(Support, NameWithoutADotHasAnEmptyExtension) {
-    EXPECT_EQ(extension_of("name"), "");
-    EXPECT_EQ(extension_of(""), "");
-    char out[1] = {'?'};
-    get_extension(nullptr, out);
-    EXPECT_EQ(out[0], '\0');
-}
-
-TEST(Support, ExtensionsOfAnyLengthFit) {
-    const std::string long_extension = "." + std::string(5000, 'x');
-    EXPECT_EQ(extension_of("a" + long_extension), long_extension);
-    EXPECT_FALSE(isJpeg(long_extension.c_str()));
-    EXPECT_FALSE(isMovie(long_extension.c_str()));
-}
-
-TEST(Support, StrToLowerLowersInPlace) {
-    char text[] = "A.Mp4 \xC3\x84Z";
-    EXPECT_EQ(StrToLower(text), text);
-    EXPECT_STREQ(text, "a.mp4 \xC3\x84z");
-}
-
-TEST(Support, JpegAndMovieExtensions) {
-    for (const char* extension : {".jpg", ".jpeg", ".JPG", ".Jpeg"}) {
-        EXPECT_TRUE(isJpeg(extension)) << extension;
-        EXPECT_FALSE(isMovie(extension)) << extension;
-    }
-    for (const char* extension : {".mov", ".mp4", ".MOV", ".Mp4"}) {
-        EXPECT_TRUE(isMovie(extension)) << extension;
-        EXPECT_FALSE(isJpeg(extension)) << extension;
-    }
-    for (const char* other : {".jpe", ".m4v", ".qt", "jpg", "photo.jpg", "clip.mov", ".jpg ", ".", ""}) {
-        EXPECT_FALSE(isJpeg(other)) << other;
-        EXPECT_FALSE(isMovie(other)) << other;
-    }
-    EXPECT_FALSE(isJpeg(nullptr));
-    EXPECT_FALSE(isMovie(nullptr));
-}
-
-// ---- Files ----
-
-TEST_F(SupportFiles, WhateverStatFindsExists) {
+TEST_F(Files, WhateverStatFindsExists) {
     fs::create_symlink(make_file("file"), dir.file("link"));
     fs::create_symlink(missing, dir.file("dangling"));
     for (const auto exists : {fileExists, isCancelled}) {
@@ -112,7 +47,7 @@ TEST_F(SupportFiles, WhateverStatFindsExists) {
     }
 }
 
-TEST_F(SupportFiles, OnlyRegularFilesAreRegular) {
+TEST_F(Files, OnlyRegularFilesAreRegular) {
     fs::create_symlink(make_file("file"), dir.file("link"));
     ASSERT_EQ(mkfifo(dir.file("pipe").c_str(), 0600), 0);
     EXPECT_TRUE(isRegularFile(dir.file("file").c_str()));
@@ -124,7 +59,7 @@ TEST_F(SupportFiles, OnlyRegularFilesAreRegular) {
     EXPECT_FALSE(isRegularFile(nullptr));
 }
 
-TEST_F(SupportFiles, SameFileIsToldByDeviceAndInode) {
+TEST_F(Files, SameFileIsToldByDeviceAndInode) {
     const std::string file = make_file("file");
     const std::string other = make_file("other");
     fs::create_symlink(file, dir.file("symbolic"));
@@ -141,7 +76,7 @@ TEST_F(SupportFiles, SameFileIsToldByDeviceAndInode) {
 }
 
 // Two paths to which nothing has been written yet.
-TEST_F(SupportFiles, SamePlaceIsToldByDirectoryAndName) {
+TEST_F(Files, SamePlaceIsToldByDirectoryAndName) {
     const std::string same = dir.path() + "/./missing";
     const std::string other = dir.file("other");
     fs::create_directory(dir.file("folder"));
@@ -157,14 +92,14 @@ TEST_F(SupportFiles, SamePlaceIsToldByDirectoryAndName) {
         true_in_child([&] { return chdir(dir.path().c_str()) == 0 && isSameFile("missing", missing.c_str()); }));
 }
 
-TEST_F(SupportFiles, NewFileIsJudgedByItsDirectory) {
+TEST_F(Files, NewFileIsJudgedByItsDirectory) {
     EXPECT_TRUE(isWritable(missing.c_str()));
     EXPECT_TRUE(isWritable(make_file("file").c_str()));
     EXPECT_TRUE(isWritable(dir.path().c_str()));
     EXPECT_FALSE(isWritable((missing + "/file").c_str()));
 }
 
-TEST_F(SupportFiles, ReadOnlyDirectoryIsNotWritable) {
+TEST_F(Files, ReadOnlyDirectoryIsNotWritable) {
     const std::string closed = dir.file("closed");
     fs::create_directory(closed);
     const std::string inside = closed + "/file";
@@ -177,14 +112,14 @@ TEST_F(SupportFiles, ReadOnlyDirectoryIsNotWritable) {
     EXPECT_TRUE(true_unprivileged([&] { return isWritable(open_file.c_str()); }));
 }
 
-TEST_F(SupportFiles, ReadOnlyFileIsNotWritable) {
+TEST_F(Files, ReadOnlyFileIsNotWritable) {
     const std::string file = make_file("file");
     fs::permissions(file, fs::perms(0444));
     fs::permissions(dir.path(), fs::perms(0777));
     EXPECT_TRUE(true_unprivileged([&] { return !isWritable(file.c_str()) && isWritable(missing.c_str()); }));
 }
 
-TEST_F(SupportFiles, NullAndPlainNamesAskTheCurrentDirectory) {
+TEST_F(Files, NullAndPlainNamesAskTheCurrentDirectory) {
     fs::permissions(dir.path(), fs::perms(0777));
     const std::string closed = dir.file("closed");
     fs::create_directory(closed);
@@ -195,7 +130,7 @@ TEST_F(SupportFiles, NullAndPlainNamesAskTheCurrentDirectory) {
         true_unprivileged([&] { return chdir(closed.c_str()) == 0 && !isWritable(nullptr) && !isWritable("plain"); }));
 }
 
-TEST_F(SupportFiles, RemoveTakesFilesAndLinksOnly) {
+TEST_F(Files, RemoveTakesFilesAndLinksOnly) {
     const std::string file = make_file("file");
     const std::string link = dir.file("link");
     const std::string folder = dir.file("folder");
@@ -218,7 +153,7 @@ TEST_F(SupportFiles, RemoveTakesFilesAndLinksOnly) {
     EXPECT_EQ(remove_file(nullptr), -1);
 }
 
-TEST(Support, DirnameLeavesItsArgumentAlone) {
+TEST_F(Files, DirnameLeavesItsArgumentAlone) {
     const std::string path = "/a/b/c.mov";
     EXPECT_STREQ(nq360_dirname(path.c_str()), "/a/b");
     EXPECT_EQ(path, "/a/b/c.mov");
@@ -229,13 +164,13 @@ TEST(Support, DirnameLeavesItsArgumentAlone) {
     EXPECT_STREQ(nq360_dirname(nullptr), ".");
 }
 
-TEST(Support, DirnameOfTwoThreadsDoesNotMix) {
+TEST_F(Files, DirnameOfTwoThreadsDoesNotMix) {
     const char* here = nq360_dirname("/here/file");
     std::thread([] { EXPECT_STREQ(nq360_dirname("/elsewhere/file"), "/elsewhere"); }).join();
     EXPECT_STREQ(here, "/here");
 }
 
-TEST_F(SupportFiles, FilesizeTellsDirectories) {
+TEST_F(Files, FilesizeTellsDirectories) {
     bool is_dir = true;
     EXPECT_EQ(nq360_filesize(make_file("file", 12345).c_str(), &is_dir), 12345u);
     EXPECT_FALSE(is_dir);
@@ -244,7 +179,7 @@ TEST_F(SupportFiles, FilesizeTellsDirectories) {
     EXPECT_EQ(nq360_filesize(dir.file("file").c_str(), nullptr), 12345u);
 }
 
-TEST_F(SupportFiles, FilesizeOfNothingIsAllOnesAndLeavesTheFlag) {
+TEST_F(Files, FilesizeOfNothingIsAllOnesAndLeavesTheFlag) {
     for (const bool before : {false, true}) {
         bool is_dir = before;
         EXPECT_EQ(nq360_filesize(missing.c_str(), &is_dir), UINT64_MAX);
@@ -253,7 +188,7 @@ TEST_F(SupportFiles, FilesizeOfNothingIsAllOnesAndLeavesTheFlag) {
     }
 }
 
-TEST_F(SupportFiles, FilesizeKnowsFilesBeyondFourGigabytes) {
+TEST_F(Files, FilesizeKnowsFilesBeyondFourGigabytes) {
     const std::string file = make_file("holes");
     fs::resize_file(file, 5000000000);
     EXPECT_EQ(nq360_filesize(file.c_str(), nullptr), 5000000000u);
@@ -261,7 +196,7 @@ TEST_F(SupportFiles, FilesizeKnowsFilesBeyondFourGigabytes) {
 
 // ---- Free space ----
 
-TEST_F(SupportFiles, FreesizeAsksADirectoryItselfAndElseTheParent) {
+TEST_F(Files, FreesizeAsksADirectoryItselfAndElseTheParent) {
     FakeVolume volume(1000);
     nq360_freesize(dir.path().c_str());
     EXPECT_EQ(volume.asked(), dir.path());
@@ -275,31 +210,31 @@ TEST_F(SupportFiles, FreesizeAsksADirectoryItselfAndElseTheParent) {
     EXPECT_EQ(volume.asked(), ".");
 }
 
-TEST_F(SupportFiles, FreesizeIsAvailableBlocksTimesFragmentSize) {
+TEST_F(Files, FreesizeIsAvailableBlocksTimesFragmentSize) {
     FakeVolume volume(123456, 4096);
     EXPECT_EQ(nq360_freesize(dir.path().c_str()), 123456u * 4096u);
     EXPECT_EQ(NQ360_freesize(dir.path().c_str()), 123456u * 4096u);
 }
 
-TEST_F(SupportFiles, FreesizeIsWhatTheSystemSays) {
+TEST_F(Files, FreesizeIsWhatTheSystemSays) {
     struct statvfs status = {};
     ASSERT_EQ(statvfs(dir.path().c_str(), &status), 0);
     EXPECT_NEAR(static_cast<double>(NQ360_freesize(dir.path().c_str())),
                 static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize), 1e9);
 }
 
-TEST_F(SupportFiles, VolumeThatCannotBeAskedIsFull) {
+TEST_F(Files, VolumeThatCannotBeAskedIsFull) {
     FakeVolume volume(1ULL << 40);
     volume.fail();
     EXPECT_EQ(nq360_freesize(dir.path().c_str()), 0u);
     EXPECT_EQ(check_freesize(nullptr, nullptr, missing.c_str()), -1);
 }
 
-TEST_F(SupportFiles, MissingParentHasNoRoom) {
+TEST_F(Files, MissingParentHasNoRoom) {
     EXPECT_EQ(nq360_freesize((missing + "/file").c_str()), 0u);
 }
 
-TEST_F(SupportFiles, ExactlyFiftyMebibytesIsFull) {
+TEST_F(Files, ExactlyFiftyMebibytesIsFull) {
     {
         FakeVolume volume(kMargin);
         EXPECT_EQ(check_freesize(nullptr, nullptr, missing.c_str()), -1);
@@ -308,7 +243,7 @@ TEST_F(SupportFiles, ExactlyFiftyMebibytesIsFull) {
     EXPECT_EQ(check_freesize(nullptr, nullptr, missing.c_str()), 0);
 }
 
-TEST_F(SupportFiles, RoomForACopyOfBothInputsIsNeeded) {
+TEST_F(Files, RoomForACopyOfBothInputsIsNeeded) {
     const std::string input1 = make_file("input1", 1000);
     const std::string input2 = make_file("input2", 500);
     const auto fits = [&](uint64_t free, const std::string* one, const std::string* two) {
@@ -324,7 +259,7 @@ TEST_F(SupportFiles, RoomForACopyOfBothInputsIsNeeded) {
     EXPECT_FALSE(fits(0, &input1, &input2));
 }
 
-TEST_F(SupportFiles, NamedInputThatIsNotThereAddsAByteOfRoom) {
+TEST_F(Files, NamedInputThatIsNotThereAddsAByteOfRoom) {
     {
         FakeVolume volume(kMargin);
         EXPECT_EQ(check_freesize(missing.c_str(), nullptr, missing.c_str()), 0);
@@ -334,7 +269,7 @@ TEST_F(SupportFiles, NamedInputThatIsNotThereAddsAByteOfRoom) {
     EXPECT_EQ(check_freesize(missing.c_str(), missing.c_str(), missing.c_str()), 0);
 }
 
-TEST_F(SupportFiles, VolumeOfManyBlocksIsNotFull) {
+TEST_F(Files, VolumeOfManyBlocksIsNotFull) {
     for (const uint64_t blocks : {1ULL << 32, (1ULL << 32) + 1, 5ULL << 32, 1ULL << 40}) {
         FakeVolume volume(blocks, 4096);
         EXPECT_EQ(nq360_freesize(dir.path().c_str()), blocks * 4096);
@@ -342,74 +277,11 @@ TEST_F(SupportFiles, VolumeOfManyBlocksIsNotFull) {
     }
 }
 
-TEST_F(SupportFiles, VolumeWithoutALimitIsNotFull) {
+TEST_F(Files, VolumeWithoutALimitIsNotFull) {
     const std::string input = make_file("input", 1000);
     for (const uint64_t blocks : {1ULL << 51, 1ULL << 52, 1ULL << 60, ULLONG_MAX}) {
         FakeVolume volume(blocks, 4096);
         EXPECT_EQ(check_freesize(nullptr, nullptr, missing.c_str()), 0) << blocks;
         EXPECT_EQ(check_freesize(input.c_str(), input.c_str(), missing.c_str()), 0) << blocks;
     }
-}
-
-// ---- Texts ----
-
-TEST(Support, BackslashesAreDoubledBeforeQuotesAreEscaped) {
-    EXPECT_EQ(escaped(R"(a\b"c)"), R"(a\\b\"c)");
-    EXPECT_EQ(escaped(R"(")"), R"(\")");
-    EXPECT_EQ(escaped(R"(\\)"), R"(\\\\)");
-    EXPECT_EQ(escaped(R"("")"), R"(\"\")");
-    EXPECT_EQ(escaped(R"(\")"), R"(\\\")");
-    EXPECT_EQ(escaped(""), "");
-}
-
-TEST(Support, NothingElseIsEscaped) {
-    const std::string plain = "/a b%s/\t\n\x01\x7F\xC3\xA4\xFF'";
-    EXPECT_EQ(escaped(plain), plain);
-}
-
-TEST(Support, EveryLevelIsLogged) {
-    for (const int set : {-1, 0, 3, 100}) {
-        nq360_set_log_level(set);
-        for (const int level : {0, 1, 3, 99}) {
-            int result = 0;
-            EXPECT_EQ(logged([&] { result = nq360_log(level, "[tag] %s:%d:", "text", 7); }), "[tag] text:7:\n");
-            EXPECT_EQ(result, '\n');
-        }
-    }
-}
-
-TEST(Support, LogReturnsWhatWritingTheNewlineDid) {
-    EXPECT_TRUE(true_in_child([] { return close(STDERR_FILENO) == 0 && nq360_log(1, "[tag]") == EOF; }));
-}
-
-TEST(Support, LinesOfTwoThreadsDoNotMix) {
-    const std::string log = logged([] {
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) {
-            threads.emplace_back([t] {
-                for (int i = 0; i < 500; ++i) {
-                    nq360_log(1, "[thread %d] %s%s", t, "first half ", "second half");
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    });
-    size_t lines = 0;
-    for (size_t at = 0; at < log.size(); ++lines) {
-        const size_t end = log.find('\n', at);
-        EXPECT_THAT(log.substr(at, end - at), testing::MatchesRegex(R"(\[thread [0-3]\] first half second half)"));
-        at = end + 1;
-    }
-    EXPECT_EQ(lines, 2000u);
-}
-
-TEST(Support, ProgressIntervalGrowsAt1010Frames) {
-    EXPECT_EQ(nq360_update_frame(0), 10);
-    EXPECT_EQ(nq360_update_frame(-5), 10);
-    EXPECT_EQ(nq360_update_frame(INT64_MIN), 10);
-    EXPECT_EQ(nq360_update_frame(1009), 10);
-    EXPECT_EQ(nq360_update_frame(1010), 100);
-    EXPECT_EQ(nq360_update_frame(1LL << 40), 100);
 }

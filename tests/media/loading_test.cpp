@@ -1,4 +1,4 @@
-#include "projection/loading.h"
+#include "media/loading.h"
 
 #include <filesystem>
 #include <functional>

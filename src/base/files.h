@@ -1,20 +1,7 @@
-// Small stateless helpers of every workflow: kinds of files, file-system queries, the free-space guard,
-// escaping, logging and the progress interval.
+// What the workflows ask of the file system: what stands at a path, and how much room there is.
 #pragma once
 
 #include <cstdint>
-#include <string>
-
-// Copies the part of `path` from its last dot on, the dot included, into `out`, which must hold
-// strlen(path) + 1 bytes. A path without a dot, or a null one, has an empty extension.
-void get_extension(const char* path, char* out);
-
-// Lowers `s` in place and returns it.
-char* StrToLower(char* s);
-
-// Whether an extension as get_extension writes it (".JPG") is a JPEG's (.jpeg, .jpg) or a movie's (.mov, .mp4).
-bool isJpeg(const char* ext);
-bool isMovie(const char* ext);
 
 // Whether something stands at the cancel marker's path. A null path never cancels.
 bool isCancelled(const char* marker_path);
@@ -48,16 +35,3 @@ uint64_t nq360_freesize(const char* path);
 
 // 0 when the output's volume has room for both inputs (null: none) and more than 50 MiB besides, else -1.
 int check_freesize(const char* input1, const char* input2, const char* output_path);
-
-// Escapes backslashes and double quotes in place, as the strings of the replies need it.
-void replace_string(std::string& s);
-
-// Writes the message and a newline to the standard error stream; level 1 is information, 3 an error.
-// Returns the result of writing the newline.
-int nq360_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-// Does nothing, deliberately: every message is printed whatever its level.
-void nq360_set_log_level(int level);
-
-// Frames between two progress replies of a job of `total` frames.
-int nq360_update_frame(int64_t total);

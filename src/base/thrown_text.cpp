@@ -1,4 +1,4 @@
-#include "api/thrown_text.h"
+#include "base/thrown_text.h"
 
 #include <exception>
 

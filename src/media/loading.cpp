@@ -1,5 +1,5 @@
 // The one source of this folder that reads media files.
-#include "projection/loading.h"
+#include "media/loading.h"
 
 #include <stdexcept>
 #include <string>
@@ -7,7 +7,7 @@
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "media/scaler.h"
-#include "soavfunc.h"
+#include "projection/soavfunc.h"
 
 namespace {
 

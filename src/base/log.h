@@ -1,0 +1,9 @@
+// The log lines.
+#pragma once
+
+// Writes the message and a newline to the standard error stream; level 1 is information, 3 an error.
+// Returns the result of writing the newline.
+int nq360_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// Does nothing, deliberately: every message is printed whatever its level.
+void nq360_set_log_level(int level);
