@@ -22,7 +22,7 @@ FRAMES = 150
 
 class Tools:
     def __init__(self, build, command_prefix):
-        self.sample = build / "tests/sample/nq360-sample"
+        self.sample = build / "sample/nq360-sample"
         self.nq360 = build / "cli/nq360"
         self.ffmpeg = command_prefix / "bin/ffmpeg"
         self.ffprobe = command_prefix / "bin/ffprobe"

@@ -33,7 +33,7 @@ class Tools:
 
     def pair(self, name, *options):
         files = [str(self.folder / f"{name}{lens}.jpg") for lens in (1, 2)]
-        self.run("tests/sample/nq360-sample", "still", *files, "--size", str(LENS), "--grain", "0", *options)
+        self.run("sample/nq360-sample", "still", *files, "--size", str(LENS), "--grain", "0", *options)
         return files
 
     def stitch(self, pair, name, *options):

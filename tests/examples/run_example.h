@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "sample/run_sample.h"
+#include "support/run_sample.h"
 #include "support/temp_dir.h"
 
 namespace test_support {

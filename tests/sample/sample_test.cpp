@@ -11,8 +11,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "sample/frame_code.h"
-#include "sample/run_sample.h"
 #include "sample/sound.h"
+#include "support/run_sample.h"
 #include "support/temp_dir.h"
 
 using namespace test_support;

@@ -12,7 +12,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "sample/run_sample.h"
+#include "support/run_sample.h"
 #include "support/temp_dir.h"
 
 namespace test_support {

@@ -12,9 +12,10 @@
 
 namespace test_support {
 
-// The tool of the same build tree: test programs lie in tests/, the tool in tests/sample/.
+// The tool of the same build tree: test programs lie in tests/, the tool in sample/.
 inline std::string sample_tool() {
-    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "sample" / "nq360-sample").string();
+    const std::filesystem::path tests = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    return (tests.parent_path() / "sample" / "nq360-sample").string();
 }
 
 // Runs the tool with these arguments; throws with its message when it fails.
