@@ -1,5 +1,6 @@
 #include "media/stitcher.h"
 
+#include <algorithm>
 #include <random>
 #include <stdexcept>
 
@@ -23,6 +24,18 @@ FramePtr random_frame(int width, int height, AVPixelFormat format, unsigned seed
         for (int i = 0; i < rows * frame->linesize[plane]; ++i) {
             frame->data[plane][i] = static_cast<uint8_t>(random());
         }
+    }
+    return frame;
+}
+
+// Chroma that climbs from the top of the picture to its bottom, or falls.
+FramePtr ramp_frame(int size, AVPixelFormat format) {
+    FramePtr frame = random_frame(size, size, format, 1);
+    const int rows = format == AV_PIX_FMT_YUV420P ? size / 2 : size;
+    for (int row = 0; row < rows; ++row) {
+        const int climbed = 20 + 200 * row / rows;
+        std::fill_n(frame->data[1] + row * frame->linesize[1], size / 2, static_cast<uint8_t>(climbed));
+        std::fill_n(frame->data[2] + row * frame->linesize[2], size / 2, static_cast<uint8_t>(255 - climbed));
     }
     return frame;
 }
@@ -209,6 +222,19 @@ TEST(StitcherFormats, ReadsBothKindsOf422Alike) {
     const FramePtr full = stitched(option, false, full_range, lens2);
     for (int plane = 0; plane < 3; ++plane) {
         EXPECT_EQ(cv::norm(plane_of(limited, plane), plane_of(full, plane), cv::NORM_INF), 0);
+    }
+}
+
+// 4:2:2 has a row of chroma for each of luma; taken for 4:2:0 the upper half would stand for the whole.
+TEST_P(StitcherTest, TakesAllChromaRowsOf422) {
+    const OutputOption option = option_of({256, 128}, {96, 96});
+    const FramePtr tall = ramp_frame(96, AV_PIX_FMT_YUV422P);
+    const FramePtr expected = ramp_frame(96, AV_PIX_FMT_YUV420P);
+    const FramePtr panorama = stitched(option, GetParam(), tall, tall);
+    const FramePtr plain = stitched(option, GetParam(), expected, expected);
+    EXPECT_EQ(cv::norm(plane_of(panorama, 0), plane_of(plain, 0), cv::NORM_INF), 0);
+    for (int plane = 1; plane < 3; ++plane) {
+        EXPECT_LE(cv::norm(plane_of(panorama, plane), plane_of(plain, plane), cv::NORM_INF), 3) << plane;
     }
 }
 
