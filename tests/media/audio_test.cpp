@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "support/media.h"
+#include "support/real_function.h"
 #include "support/replies.h"
 #include "support/temp_dir.h"
 
@@ -21,7 +21,7 @@ bool hide_durations = false;
 
 // Takes the place of FFmpeg's function, for the library's calls too: packets of a container that tells no durations.
 extern "C" int av_read_frame(AVFormatContext* input, AVPacket* packet) {
-    static auto* const real = reinterpret_cast<int (*)(AVFormatContext*, AVPacket*)>(dlsym(RTLD_NEXT, "av_read_frame"));
+    static const auto real = test_support::real_function(&av_read_frame, "av_read_frame");
     const int result = real(input, packet);
     if (hide_durations) {
         packet->duration = 0;
@@ -163,6 +163,41 @@ TEST(ReadDecodeStore, KeepsWhatBeginsInTheRangeAndTellsWhatLiesBehind) {
     EXPECT_GT(first_behind, 4.0);
     EXPECT_LT(first_behind, 4.1);
     EXPECT_EQ(job.take_queue(), expected);
+}
+
+// 32 packets of 1024 samples a second, so that their times are exact numbers.
+TEST(ReadDecodeStore, BothBoundsLieInTheRange) {
+    TempDir dir;
+    SoundJob job(movie_in(dir, 0.5, 32768));
+    job.start();
+    std::vector<int> kept;
+    int finished = 0;
+    for (int number = 0; !finished && job.read(); ++number) {
+        ASSERT_EQ(job.packet_seconds(), number / 32.0);
+        if (job.media.read_decode_stroe(0, job.packet.get(), &finished, 3 / 32.0f, 6 / 32.0f) > 0) {
+            kept.push_back(number);
+        }
+    }
+    EXPECT_EQ(kept, (std::vector<int>{3, 4, 5, 6}));
+}
+
+// An open end is not without end: sound beyond 9999 seconds ends it.
+TEST(ReadDecodeStore, AnOpenEndIsAt9999Seconds) {
+    TempDir dir;
+    const std::string input = movie_in(dir, 0.5);
+    const struct {
+        int64_t moment;
+        bool kept;
+    } cases[] = {{9999 * 48000 - 1, true}, {9999 * 48000, true}, {9999 * 48000 + 1, false}};
+    for (const auto& one : cases) {
+        SoundJob job(input);
+        job.start();
+        ASSERT_TRUE(job.read());
+        job.packet->pts = job.packet->dts = one.moment;
+        int finished = 0;
+        EXPECT_EQ(job.media.read_decode_stroe(0, job.packet.get(), &finished, 0, 0) > 0, one.kept) << one.moment;
+        EXPECT_EQ(finished, one.kept ? 0 : 1) << one.moment;
+    }
 }
 
 TEST(ReadDecodeStore, ABoundOf0OrLessIsOpen) {
@@ -328,12 +363,14 @@ TEST(WriteAudio, OfFewerThan1000MomentsWritesThem) {
 
 TEST(WriteAudio, TellsTheTotalAndEveryTenthPacket) {
     TempDir dir;
-    const std::string input = movie_in(dir, 1);  // packets of 1024 moments
+    const std::string input = dir.file("d\"e\\f.mov");
+    std::filesystem::rename(movie_in(dir, 1), input);  // packets of 1024 moments
     libavIF media(input.c_str());
     ASSERT_EQ(media.open_input_file(0), 0);
     const std::string output = dir.file("a\"b\\c.wav");
     const auto replies = extract(&media, output).replies;
-    const std::string both = R"({"movie_path":")" + input + R"(","audio_path":")" + dir.path() + R"(/a\"b\\c.wav",)";
+    const std::string both =
+        R"({"movie_path":")" + dir.path() + R"(/d\"e\\f.mov","audio_path":")" + dir.path() + R"(/a\"b\\c.wav",)";
     ASSERT_GE(replies.size(), 2u);
     EXPECT_EQ(replies[0], (Reply{NQ360_STARTED, both + R"("frame_count":46})"}));
     for (size_t i = 1; i < replies.size(); ++i) {

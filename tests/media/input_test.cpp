@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -13,6 +12,7 @@
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "support/media.h"
+#include "support/real_function.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -26,8 +26,7 @@ extern "C" const AVCodec* avcodec_find_decoder_by_name(const char* name) {
     if (hide_openh264) {
         return nullptr;
     }
-    static auto* const real =
-        reinterpret_cast<const AVCodec* (*)(const char*)>(dlsym(RTLD_NEXT, "avcodec_find_decoder_by_name"));
+    static const auto real = test_support::real_function(&avcodec_find_decoder_by_name, "avcodec_find_decoder_by_name");
     return real(name);
 }
 

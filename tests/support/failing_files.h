@@ -12,10 +12,11 @@
 #include <ostream>
 #include <string>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "support/real_function.h"
 
 namespace test_support {
 
@@ -90,11 +91,6 @@ class FailingFiles {
 
 namespace failing_files_detail {
 
-template <typename Function>
-Function* real(Function* /*replaced*/, const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 template <typename Result>
 Result failure(int error, Result result) {
     errno = error;
@@ -130,7 +126,7 @@ int open64(const char* path, int flags, ...) {
         mode = va_arg(arguments, mode_t);
         va_end(arguments);
     }
-    static const auto real = failing_files_detail::real(&open64, "open64");
+    static const auto real = real_function(&open64, "open64");
     const int descriptor = real(path, flags, mode);
     FailingFiles::opened(descriptor, path);
     return descriptor;
@@ -141,7 +137,7 @@ ssize_t read(int descriptor, void* bytes, size_t count) {
     if (FailingFiles::fails_at(FileStep::kRead, descriptor)) {
         return failing_files_detail::failure(EIO, ssize_t{-1});
     }
-    static const auto real = failing_files_detail::real(&read, "read");
+    static const auto real = real_function(&read, "read");
     return real(descriptor, bytes, count);
 }
 
@@ -150,13 +146,13 @@ ssize_t write(int descriptor, const void* bytes, size_t count) {
     if (FailingFiles::fails_at(FileStep::kWrite, descriptor)) {
         return failing_files_detail::failure(ENOSPC, ssize_t{-1});
     }
-    static const auto real = failing_files_detail::real(&write, "write");
+    static const auto real = real_function(&write, "write");
     return real(descriptor, bytes, count);
 }
 
 off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept {
     using namespace test_support;
-    static const auto real = failing_files_detail::real(&lseek64, "lseek64");
+    static const auto real = real_function(&lseek64, "lseek64");
     // To go where the file stands is how FFmpeg asks whether it is a pipe.
     const bool stays = whence == SEEK_SET && real(descriptor, 0, SEEK_CUR) == offset;
     if (!stays && FailingFiles::fails_at(FileStep::kSeek, descriptor)) {
@@ -172,7 +168,7 @@ int close(int descriptor) {
         failing_files_detail::lose_half(descriptor);
     }
     FailingFiles::closed(descriptor);
-    static const auto real = failing_files_detail::real(&close, "close");
+    static const auto real = real_function(&close, "close");
     const int result = real(descriptor);
     return fails ? failing_files_detail::failure(EIO, -1) : result;
 }
@@ -182,7 +178,7 @@ std::FILE* fdopen(int descriptor, const char* mode) noexcept {
     if (FailingFiles::fails_at(FileStep::kOpen, descriptor)) {
         return failing_files_detail::failure(EIO, static_cast<std::FILE*>(nullptr));
     }
-    static const auto real = failing_files_detail::real(&fdopen, "fdopen");
+    static const auto real = real_function(&fdopen, "fdopen");
     return real(descriptor, mode);
 }
 
@@ -191,7 +187,7 @@ size_t fread(void* bytes, size_t size, size_t count, std::FILE* file) {
     if (FailingFiles::fails_at(FileStep::kRead, fileno(file))) {
         return failing_files_detail::failure(EIO, size_t{0});
     }
-    static const auto real = failing_files_detail::real(&fread, "fread");
+    static const auto real = real_function(&fread, "fread");
     return real(bytes, size, count, file);
 }
 
@@ -200,7 +196,7 @@ size_t fwrite(const void* bytes, size_t size, size_t count, std::FILE* file) {
     if (FailingFiles::fails_at(FileStep::kWrite, fileno(file))) {
         return failing_files_detail::failure(ENOSPC, size_t{0});
     }
-    static const auto real = failing_files_detail::real(&fwrite, "fwrite");
+    static const auto real = real_function(&fwrite, "fwrite");
     return real(bytes, size, count, file);
 }
 
@@ -209,7 +205,7 @@ int fflush(std::FILE* file) {
     if (file && FailingFiles::fails_at(FileStep::kWrite, fileno(file))) {
         return failing_files_detail::failure(ENOSPC, EOF);
     }
-    static const auto real = failing_files_detail::real(&fflush, "fflush");
+    static const auto real = real_function(&fflush, "fflush");
     return real(file);
 }
 
@@ -218,7 +214,7 @@ int fseeko64(std::FILE* file, off64_t offset, int whence) {
     if (FailingFiles::fails_at(FileStep::kSeek, fileno(file))) {
         return failing_files_detail::failure(EIO, -1);
     }
-    static const auto real = failing_files_detail::real(&fseeko64, "fseeko64");
+    static const auto real = real_function(&fseeko64, "fseeko64");
     return real(file, offset, whence);
 }
 
@@ -231,7 +227,7 @@ int fclose(std::FILE* file) {
         failing_files_detail::lose_half(descriptor);
     }
     FailingFiles::closed(descriptor);
-    static const auto real = failing_files_detail::real(&fclose, "fclose");
+    static const auto real = real_function(&fclose, "fclose");
     const int result = real(file);
     return fails ? failing_files_detail::failure(EIO, EOF) : result;
 }

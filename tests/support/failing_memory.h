@@ -12,10 +12,11 @@
 #include <cstring>
 #include <new>
 
-#include <dlfcn.h>
 #include <link.h>
 #include <malloc.h>
 #include <opencv2/core.hpp>
+
+#include "support/real_function.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -219,20 +220,11 @@ void free(void* memory) {
 
 // ---- What FFmpeg 7.1 asks for without a look at whether it got it, or without telling: spared ----
 
-namespace test_support {
-
-template <typename Function>
-Function* real_one(Function* /*replaced*/, const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-}  // namespace test_support
-
 extern "C" {
 
 // A file is closed twice without a copy of the list of protocols that it may go on to.
 char* av_strdup(const char* text) {
-    static const auto real = test_support::real_one(&av_strdup, "av_strdup");
+    static const auto real = test_support::real_function(&av_strdup, "av_strdup");
     if (text && std::strcmp(text, "file,crypto,data") == 0) {
         const test_support::FailingMemory::Spared spared;
         return real(text);
@@ -242,54 +234,54 @@ char* av_strdup(const char* text) {
 
 // The list of a decoder's bit stream filters is read from null.
 char* av_get_token(const char** text, const char* end) {
-    static const auto real = test_support::real_one(&av_get_token, "av_get_token");
+    static const auto real = test_support::real_function(&av_get_token, "av_get_token");
     const test_support::FailingMemory::Spared spared;
     return real(text, end);
 }
 
 // A movie's index stays incomplete.
 void* av_fast_realloc(void* memory, unsigned* size, size_t least) {
-    static const auto real = test_support::real_one(&av_fast_realloc, "av_fast_realloc");
+    static const auto real = test_support::real_function(&av_fast_realloc, "av_fast_realloc");
     const test_support::FailingMemory::Spared spared;
     return real(memory, size, least);
 }
 int av_reallocp_array(void* memory, size_t count, size_t size) {
-    static const auto real = test_support::real_one(&av_reallocp_array, "av_reallocp_array");
+    static const auto real = test_support::real_function(&av_reallocp_array, "av_reallocp_array");
     const test_support::FailingMemory::Spared spared;
     return real(memory, count, size);
 }
 
 // Options are kept for ever, and the encoder's name is left out of a file.
 int av_dict_set(AVDictionary** dictionary, const char* key, const char* value, int flags) {
-    static const auto real = test_support::real_one(&av_dict_set, "av_dict_set");
+    static const auto real = test_support::real_function(&av_dict_set, "av_dict_set");
     const test_support::FailingMemory::Spared spared;
     return real(dictionary, key, value, flags);
 }
 
 // A stream is looked into without a decoder, and then described with less.
 int avformat_find_stream_info(AVFormatContext* input, AVDictionary** options) {
-    static const auto real = test_support::real_one(&avformat_find_stream_info, "avformat_find_stream_info");
+    static const auto real = test_support::real_function(&avformat_find_stream_info, "avformat_find_stream_info");
     const test_support::FailingMemory::Spared spared;
     return real(input, options);
 }
 
 // That a codec's defaults are taken is asserted.
 int av_opt_set(void* object, const char* name, const char* value, int flags) {
-    static const auto real = test_support::real_one(&av_opt_set, "av_opt_set");
+    static const auto real = test_support::real_function(&av_opt_set, "av_opt_set");
     const test_support::FailingMemory::Spared spared;
     return real(object, name, value, flags);
 }
 
 // Parts of a movie's description are left out.
 int av_write_trailer(AVFormatContext* output) {
-    static const auto real = test_support::real_one(&av_write_trailer, "av_write_trailer");
+    static const auto real = test_support::real_function(&av_write_trailer, "av_write_trailer");
     const test_support::FailingMemory::Spared spared;
     return real(output);
 }
 
 // A resampler without a converter divides by zero.
 int swr_init(SwrContext* resampler) {
-    static const auto real = test_support::real_one(&swr_init, "swr_init");
+    static const auto real = test_support::real_function(&swr_init, "swr_init");
     const test_support::FailingMemory::Spared spared;
     return real(resampler);
 }

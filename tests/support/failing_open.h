@@ -2,11 +2,11 @@
 // included, so that a test can make the n-th opening fail. For one source of a program.
 #pragma once
 
+#include "support/real_function.h"
+
 extern "C" {
 #include <libavformat/avformat.h>
 }
-
-#include <dlfcn.h>
 
 namespace test_support {
 
@@ -37,6 +37,6 @@ extern "C" int avformat_open_input(AVFormatContext** context, const char* url, c
         *context = nullptr;
         return AVERROR(EIO);
     }
-    static const auto real = reinterpret_cast<decltype(&avformat_open_input)>(dlsym(RTLD_NEXT, "avformat_open_input"));
+    static const auto real = test_support::real_function(&avformat_open_input, "avformat_open_input");
     return real(context, url, format, options);
 }

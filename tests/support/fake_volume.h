@@ -4,8 +4,9 @@
 
 #include <string>
 
-#include <dlfcn.h>
 #include <sys/statvfs.h>
+
+#include "support/real_function.h"
 
 namespace test_support {
 
@@ -54,6 +55,6 @@ extern "C" int statvfs(const char* path, struct statvfs* status) noexcept {
     if (FakeVolume* fake = FakeVolume::current()) {
         return fake->answer(path, status);
     }
-    static auto* const real = reinterpret_cast<int (*)(const char*, struct statvfs*)>(dlsym(RTLD_NEXT, "statvfs"));
+    static const auto real = test_support::real_function(&statvfs, "statvfs");
     return real(path, status);
 }
