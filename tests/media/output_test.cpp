@@ -1,4 +1,7 @@
+#include <algorithm>
 #include <cmath>
+#include <numeric>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -261,6 +264,77 @@ TEST(CloseOutputFile, ReleasesAllOnceAndMayBeCalledAgain) {
     EXPECT_EQ(job.media.sws_context, nullptr);
     job.media.close_output_file();
     EXPECT_NE(job.media.input_format[0], nullptr) << "the inputs stay open";
+}
+
+// ---- What the encoders are left to choose by themselves ----
+
+std::vector<size_t> key_frames(const nlohmann::json& probed) {
+    std::vector<size_t> keys;
+    const nlohmann::json& packets = probed.at("packets");
+    for (size_t i = 0; i < packets.size(); ++i) {
+        if (packets[i].at("flags").get<std::string>().find('K') != std::string::npos) {
+            keys.push_back(i);
+        }
+    }
+    return keys;
+}
+
+// A calm movie has one key frame, its first: there is no interval.
+TEST(VideoEncoder, OfH264IsOpenh264sDefault) {
+    TempDir dir;
+    const std::string input = movie_in(dir, "in.mov", 5);
+    const std::string output = dir.file("out.mov");
+    Job job(input, input, output, nullptr);
+    ASSERT_EQ(job.media.add_video_stream(AV_CODEC_ID_H264, 64, 48, 0), 0);
+    job.write_header();
+    for (int i = 0; i < 301; ++i) {
+        ASSERT_EQ(job.media.write_video_frame(gray_frame(job.encoder(), 1001 * i).get()), 0);
+    }
+    ASSERT_EQ(av_write_trailer(job.media.output_format), 0);
+    job.media.close_output_file();
+    const nlohmann::json probed = probe(output);
+    EXPECT_EQ(key_frames(probed), (std::vector<size_t>{0}));
+    const nlohmann::json stream = stream_of(probed, "video");
+    EXPECT_EQ(stream.at("profile"), "Constrained Baseline");
+    EXPECT_EQ(stream.at("has_b_frames"), 0);
+    EXPECT_EQ(stream.at("pix_fmt"), "yuv420p");
+    EXPECT_EQ(stream.value("color_range", "none"), "none");
+}
+
+// The sum of a JPEG's first quantiser table; 0 when it has none.
+int quantisers_of(const std::string& path) {
+    const Bytes file = read_file(path);
+    const Bytes marker = {0xFF, 0xDB};
+    const auto table = std::search(file.begin(), file.end(), marker.begin(), marker.end());
+    return file.end() - table < 5 + 64 ? 0 : std::accumulate(table + 5, table + 5 + 64, 0);
+}
+
+// Of a picture whose luma is 0 to `spread` at random.
+int quantisers_for(const TempDir& dir, unsigned spread) {
+    const std::string input = movie_in(dir, "in.mov", 5);
+    const std::string output = dir.file("out.jpg");
+    Job job(input, input, output, nullptr);
+    EXPECT_EQ(job.media.add_video_stream(AV_CODEC_ID_MJPEG, 128, 128, 0), 0);
+    job.write_header();
+    const FramePtr frame = gray_frame(job.encoder(), 0);
+    std::mt19937 random(1);
+    std::generate_n(frame->data[0], 128 * frame->linesize[0],
+                    [&] { return static_cast<uint8_t>(random() % (spread + 1)); });
+    EXPECT_EQ(job.media.write_video_frame(frame.get()), 0);
+    EXPECT_EQ(av_write_trailer(job.media.output_format), 0);
+    job.media.close_output_file();
+    return quantisers_of(output);
+}
+
+// The more there is in a picture, the coarser it is kept.
+TEST(VideoEncoder, OfJpegChoosesItsQuantisersByThePicture) {
+    TempDir dir;
+    const int calm = quantisers_for(dir, 0);
+    const int livelier = quantisers_for(dir, 120);
+    const int wild = quantisers_for(dir, 255);
+    EXPECT_GT(calm, 0);
+    EXPECT_LT(calm, livelier);
+    EXPECT_LT(livelier, wild);
 }
 
 }  // namespace
