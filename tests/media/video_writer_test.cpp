@@ -1,8 +1,11 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <functional>
+#include <limits>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -67,17 +70,19 @@ struct Written {
     bool cancelled = false;
 };
 
-Written write(const Shot& inputs, const std::string& output, const OutputOption& option, const char* cancel = nullptr) {
+Written write(const Shot& inputs, const std::string& output, const OutputOption& option, const char* cancel = nullptr,
+              std::function<void(const Reply&)> on_reply = nullptr) {
     const Watchdog watchdog("writing " + output);
     libavIF media(inputs.one.c_str(), inputs.two.c_str());
     EXPECT_EQ(media.open_input_file(0), 0) << media.error_text;
     EXPECT_EQ(media.open_input_file(1), 0) << media.error_text;
     Written written;
     written.log = logged([&] {
-        written.replies = recorded([&](NQ360_CALLBACK callback) {
-                              written.result = media.write_video(output.c_str(), cancel, option, callback);
-                              return 0;
-                          }).replies;
+        const auto run = [&](NQ360_CALLBACK callback) {
+            written.result = media.write_video(output.c_str(), cancel, option, callback);
+            return 0;
+        };
+        written.replies = recorded(run, std::move(on_reply)).replies;
     });
     written.error_code = media.error_code;
     written.error_text = media.error_text;
@@ -341,6 +346,52 @@ INSTANTIATE_TEST_SUITE_P(Codecs, EveryPairing,
                          testing::Combine(testing::Values("h264-baseline", "h264-main", "mjpeg"),
                                           testing::Values("none", "1", "2", "both")));
 
+// ---- Seeking ----
+
+enum Kind { kPictures, kSound };
+
+// A copy of a movie whose packets of a kind are unreadable from the one with the number `first` to before `last`.
+std::string damaged(const std::string& path, const std::string& copy, Kind kind, size_t first,
+                    size_t last = std::numeric_limits<size_t>::max()) {
+    Bytes bytes = read_file(path);
+    size_t number = 0;
+    for (const StoredPacket& packet : packets_of(path)) {
+        if (packet.video != (kind == kPictures)) {
+            continue;
+        }
+        if (number >= first && number < last) {
+            overwrite(bytes, static_cast<size_t>(packet.position), Bytes(packet.bytes.size(), 0xA5));
+        }
+        ++number;
+    }
+    write_file(copy, bytes);
+    return copy;
+}
+
+// What lies before the range is not even read: here it cannot be decoded.
+TEST(WriteVideo, SeeksToTheStartOfEachMovie) {
+    TempDir dir;
+    const std::string output = dir.file("out.mov");
+    Codes expected;
+    for (int frame = 14; frame < 20; ++frame) {
+        expected.emplace_back(frame, frame);
+    }
+    for (const char* codec : {"h264-baseline", "h264-main", "mjpeg"}) {
+        const Shot movies = small_movies(dir, {"--frames", "20", "--codec", codec});
+        for (int input : {0, 1}) {
+            Shot inputs = movies;
+            std::string& spoilt = input == 0 ? inputs.one : inputs.two;
+            spoilt = damaged(spoilt, dir.file("damaged.mov"), kPictures, 0, 8);
+            OutputOption option = option_for();
+            option.start1 = option.start2 = time_of(13);
+            const Written written = write(inputs, output, option);
+            ASSERT_EQ(written.result, 0) << codec << ", input " << input << ": " << written.error_text;
+            EXPECT_EQ(codes_of(output), expected) << codec << ", input " << input;
+            EXPECT_LT(write(inputs, output, option_for()).result, 0) << "the damage is real";
+        }
+    }
+}
+
 // ---- Sound ----
 
 // Input 2's sound keeps its rate, whatever input 1's is.
@@ -429,6 +480,25 @@ TEST(WriteVideo, StopsAtTheFirstReportWhenTheMarkerStandsFromTheStart) {
     EXPECT_THAT(written.log, HasSubstr("[libavIF::write_video] cancelled\n"));
     EXPECT_TRUE(std::filesystem::exists(output)) << "removing it is the caller's";
     EXPECT_THROW(frames_of(output), std::runtime_error) << "without an end it is no movie";
+}
+
+TEST(WriteVideo, LooksForTheMarkerAtEveryFrameAtAnIntervalOf1) {
+    TempDir dir;
+    const Shot movies = small_movies(dir, {"--frames", "7"});
+    const std::string marker = dir.file("stop");
+    OutputOption option = option_for();
+    option.update_frame = 1;
+    for (const size_t reports : {1, 2, 5}) {
+        std::filesystem::remove(marker);
+        size_t count = 0;
+        const Written written = write(movies, dir.file("out.mov"), option, marker.c_str(), [&](const Reply&) {
+            if (++count == reports) {
+                write_file(marker, {});
+            }
+        });
+        EXPECT_EQ(written.result, AVERROR_EXIT);
+        EXPECT_EQ(written.replies.size(), reports);
+    }
 }
 
 TEST(WriteVideo, IsNotStoppedBetweenReports) {
@@ -547,21 +617,6 @@ TEST(WriteVideoFailure, OfAnOutputThatCannotBeOpened) {
     }
 }
 
-enum Kind { kPictures, kSound };
-
-// A copy of a movie whose packets of a kind are unreadable from the one with the number `first` on.
-std::string damaged(const std::string& path, const std::string& copy, Kind kind, size_t first) {
-    Bytes bytes = read_file(path);
-    size_t number = 0;
-    for (const StoredPacket& packet : packets_of(path)) {
-        if (packet.video == (kind == kPictures) && number++ >= first) {
-            overwrite(bytes, static_cast<size_t>(packet.position), Bytes(packet.bytes.size(), 0xA5));
-        }
-    }
-    write_file(copy, bytes);
-    return copy;
-}
-
 TEST(WriteVideoFailure, OfADecoderIsLoggedWithItsInput) {
     TempDir dir;
     for (const char* codec : {"h264-baseline", "h264-main", "mjpeg"}) {
@@ -579,6 +634,22 @@ TEST(WriteVideoFailure, OfADecoderIsLoggedWithItsInput) {
                                   std::to_string(written.result) + ":" + written.error_text + "\n"))
                 << codec;
         }
+    }
+}
+
+// What was cut off the end of a file is missed where it should be read.
+TEST(WriteVideoFailure, OfReadingIsLoggedWithItsInput) {
+    TempDir dir;
+    const Shot movies = small_movies(dir, {"--frames", "12", "--codec", "mjpeg", "--moov-first", "--sound", "none"});
+    for (int input : {0, 1}) {
+        Shot inputs = movies;
+        std::string& cut = input == 0 ? inputs.one : inputs.two;
+        const Bytes whole = read_file(cut);
+        cut = dir.file("cut.mov", slice(whole, 0, whole.size() / 2));
+        const Written written = write(inputs, dir.file("out.mov"), option_for());
+        EXPECT_EQ(written.result, AVERROR_INVALIDDATA);
+        EXPECT_THAT(written.log, HasSubstr("[libavIF::write_video] read_frame" + std::to_string(input + 1) + " error " +
+                                           std::to_string(written.result) + ":" + written.error_text + "\n"));
     }
 }
 
