@@ -6,6 +6,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -29,6 +30,7 @@ extern "C" {
 
 using namespace test_support;
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
@@ -235,17 +237,48 @@ TEST_F(Analyze, NegativeThumbnailWidthFails) {
     EXPECT_FALSE(fs::exists(thumbnail));
 }
 
+TEST_F(Analyze, ThumbnailOfAMovieThatCannotBeWritten) {
+    const std::string input = make_plain_movie(dir.file("plain.mov"), "");
+    write_file(thumbnail, text("earlier"));
+    Outcome outcome;
+    const std::string log = logged([&] { outcome = analyze(input, thumbnail, -1); });
+    EXPECT_EQ(
+        outcome.end(),
+        (Reply{NQ360_FAILED, error1(19999, "Could Not Write Thumbnail", input, AVERROR(EINVAL), "Invalid argument")}));
+    EXPECT_THAT(
+        lines_with(log, "NQ360_analyze_movie"),
+        Contains("write_tuhmbnail error errnum:" + std::to_string(AVERROR(EINVAL)) + " error:Invalid argument:"));
+    EXPECT_FALSE(fs::exists(thumbnail));
+}
+
+// A movie atom of fewer bytes than its own header.
+TEST_F(Analyze, MovieOfBrokenAtomsIsUnexpected) {
+    const std::string input = dir.file("broken.mov", atom("ftyp", text("qt  ")) + be32(4) + text("moov"));
+    Outcome outcome;
+    const std::string log = logged([&] { outcome = analyze(input, thumbnail); });
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(outcome.end(),
+              (Reply{NQ360_FAILED, error1(19999, "an unknown error occurred", input, -1, "Unknown error -1")}));
+    EXPECT_THAT(lines_with(log, "NQ360_analyze_movie"),
+                ElementsAre("start:" + input + ":", "an unknown error occurred errnum:-1 error:Unknown error -1:"));
+}
+
 TEST_F(Analyze, ThrownTextOfAWorkflowIsReplied) {
     const std::string picture = plain_picture();
     const std::string movie = make_plain_movie(dir.file("plain.mov"), "");
     fs::permissions(dir.path(), fs::perms(0777));
     for (const std::string& input : {picture, movie}) {
         fs::permissions(input, fs::perms(0));
+        const std::string words = "Can't open file " + input;
+        const std::string tag = input == picture ? "NQ360_analyze_jpeg" : "NQ360_analyze_movie";
         EXPECT_TRUE(true_unprivileged([&] {
-            const Outcome outcome = analyze(input, thumbnail);
+            Outcome outcome;
+            const std::string log = logged([&] { outcome = analyze(input, thumbnail); });
             return outcome.result == 0 &&
-                   outcome.end() == Reply{NQ360_FAILED, error1(19999, "an unknown error occurred", input, -1,
-                                                               "Can't open file " + input)};
+                   outcome.end() == Reply{NQ360_FAILED, error1(19999, "an unknown error occurred", input, -1, words)} &&
+                   lines_with(log, tag) ==
+                       std::vector<std::string>{"start:" + input + ":",
+                                                "an unknown error occurred errnum:-1 error:" + words + ":"};
         }));
     }
 }

@@ -225,6 +225,15 @@ TEST_F(Export, DifferentSizes) {
     EXPECT_EQ(call.run().json().at("errstr"), "Movie/Image different width or height");
 }
 
+TEST_F(Export, DifferentSizesAreToldBeforeAWidthThatTheCameraDoesNotRecord) {
+    const std::string other = make_plain_picture(dir.file("1.jpg"), "1920x1920");
+    const std::string recorded = make_plain_picture(dir.file("2.jpg"), "1440x1440");
+    for (const Shot& inputs : {Shot{other, recorded}, Shot{recorded, other}}) {
+        use(inputs);
+        EXPECT_EQ(call.run().json().at("errstr"), "Movie/Image different width or height");
+    }
+}
+
 TEST_F(Export, WidthThatTheCameraDoesNotRecord) {
     use({make_plain_picture(dir.file("1.jpg"), "1920x1920"), make_plain_picture(dir.file("2.jpg"), "1920x1920")});
     Outcome outcome;

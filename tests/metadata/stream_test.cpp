@@ -65,6 +65,12 @@ TEST(MetadataStream, SystemTexts) {
     EXPECT_EQ(system_text(-1), "Unknown error -1");
 }
 
+TEST(MetadataStream, LogsWhoseFileCannotBeOpened) {
+    EXPECT_EQ(logged([] { thrown([] { _jpeg("/nowhere", false); }); }),
+              "[.jpeg analyze] open stream\n[.jpeg analyze] file open error\n");
+    EXPECT_EQ(logged([] { thrown([] { _mov("/nowhere", false); }); }), "[.mov .mp4 analyze] file open error\n");
+}
+
 TYPED_TEST(MetadataStreamTest, OpensForReadingAndWriting) {
     const std::string path = this->dir.file("file", text("content"));
     for (const bool writable : {false, true}) {
