@@ -126,6 +126,22 @@ TEST_F(Movies, FramesShowTheSceneOfTheirInstant) {
     }
 }
 
+// As of the stills: what the camera's orientation turned is turned back, the lenses in opposite directions.
+TEST_F(Movies, StandUprightInAnyOrientation) {
+    const std::string scene = dir.file("scene.png");
+    run_sample({"dump", scene, "--width", "1024", "--gray"});
+    const auto at_height = [](const cv::Mat& panorama) { return panorama.rowRange(140, 372); };
+    const cv::Mat expected = at_height(plane_of(scene, 'y'));
+    for (const char* orientation : {"1", "3", "6", "8"}) {
+        use(lens_movies({"--frames", "1", "--grain", "0", "--codec", "mjpeg", "--quality", "2", "--orientation",
+                         orientation, "--sound", "none"}));
+        call.width = 1024;
+        call.height = 512;
+        expect_finished();
+        EXPECT_GT(psnr(at_height(frames_of(output).at(0)[0]), expected), 26) << orientation;
+    }
+}
+
 TEST_F(Movies, OfMp4AreReadAndWritten) {
     use(lens_movies({"--frames", "6", "--sound", "none"}, ".mp4"));
     use_output("out.mp4");
@@ -345,6 +361,22 @@ TEST_F(Movies, ReportTheirTotalEveryTenthFrameAndOneEnd) {
                              output + R"("})"},
     };
     EXPECT_EQ(outcome.replies, expected);
+}
+
+// Three texts of JSON must remain three texts.
+TEST_F(Movies, ReportTheirNamesEscaped) {
+    const Shot movies = lens_movies({"--frames", "12", "--sound", "none"});
+    const Shot renamed = {dir.file("one \"1\" \\ 100%d.mov"), dir.file("two \"2\" \\ %s.mov")};
+    fs::rename(movies.one, renamed.one);
+    fs::rename(movies.two, renamed.two);
+    use(renamed);
+    use_output("out \"3\" \\.mov");
+    const Outcome outcome = run();
+    ASSERT_EQ(outcome.replies.size(), 3u);
+    const Shot escaped = {dir.file(R"(one \"1\" \\ 100%d.mov)"), dir.file(R"(two \"2\" \\ %s.mov)")};
+    const std::string escaped_output = dir.file(R"(out \"3\" \\.mov)");
+    EXPECT_EQ(outcome.replies[0], (Reply{NQ360_STARTED, counted(escaped, escaped_output, 12)}));
+    EXPECT_EQ(outcome.replies[1], (Reply{NQ360_PROGRESS, counted(escaped, escaped_output, 10)}));
 }
 
 TEST_F(Movies, ReportTheSmallerTotal) {
