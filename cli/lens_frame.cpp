@@ -34,7 +34,7 @@ class FrameFinder {
   private:
     bool read_to_frame() {
         bool found = false;
-        while (!found && media_->read_packet(0, packet_.get()) >= 0) {
+        while (!found && media_->read_packet(0, packet_.get(), {}) >= 0) {
             found = decode();
             av_packet_unref(packet_.get());
         }

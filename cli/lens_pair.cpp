@@ -6,12 +6,13 @@
 #include "description.h"
 #include "errors.h"
 #include "lens_frame.h"
+#include "projection/angles.h"
 #include "projection/lens_circle.h"
 #include "projection/soavfunc.h"
 
 namespace {
 
-constexpr double kDegree = 3.14159265358979323846 / 180;
+constexpr double kDegree = kPi / 180;
 
 void check_sizes(const LensPair& pair, const PairOptions& options) {
     const cv::Size size1 = pair.pictures[0].YUVMats[0].size();

@@ -133,10 +133,14 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
 int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* result) {
     static const char* const kTag = "NQ360_analyze_movie";
     libavIF media(request.input_path);
+    const auto not_opened = [&] {
+        nq360_log(1, "[NQ360_analyze_movie] open_inputfile error");
+        return reply_not_opened(kTag, request, &media, json_out);
+    };
     if (!isRegularFile(request.input_path)) {
         // A pipe or a device would block the reader of the atoms.
         media.open_input_file(0);
-        return reply_not_opened(kTag, request, &media, json_out);
+        return not_opened();
     }
     _mov file(request.input_path, false);
     uint8_t* block = nullptr;
@@ -152,8 +156,7 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     nq360_log(1, "[NQ360_analyze_movie] isTarget %d", target);
 
     if (media.open_input_file(0) != 0) {
-        nq360_log(1, "[NQ360_analyze_movie] open_inputfile error");
-        return reply_not_opened(kTag, request, &media, json_out);
+        return not_opened();
     }
     // The camera records PCM: a movie with AAC has been through other software, whatever its metadata says.
     target = target && media.audio_codec_id != AV_CODEC_ID_AAC;
@@ -172,8 +175,9 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     return 0;
 }
 
-// The entry's checks and the workflow; 0 or -1 with the reply in *json_out.
-int analyze(const Request& request, const char** json_out) {
+// The entry's checks and the workflow; 0 or -1 with the reply in *json_out. *thumbnail_is_ours is set once nothing
+// speaks against writing it: only then may a failure remove it.
+int analyze(const Request& request, bool* thumbnail_is_ours, const char** json_out) {
     const auto fail = [&](int errnum, const char* errstr) {
         *json_out = make_json_errstr1(request.input_path, errstr, "", errnum, -1);
         return -1;
@@ -188,6 +192,7 @@ int analyze(const Request& request, const char** json_out) {
         if (check_freesize(nullptr, nullptr, request.thumbnail_path) != 0) {
             return fail(10004, "disk is full");
         }
+        *thumbnail_is_ours = true;
     }
     const std::string extension = extension_of(request.input_path);
     AnalyzeResult result;
@@ -259,13 +264,15 @@ int _NQ360_export_analyze(const char* input_path, AnalyzeResult* result) {
 
 int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
                         NQ360_CALLBACK callback) {
+    bool thumbnail_is_ours = false;
     try {
         const char* reply = nullptr;
-        const int outcome = analyze({input_path, thumbnail_path, thumbnail_width, writeFlag}, &reply);
+        const int outcome =
+            analyze({input_path, thumbnail_path, thumbnail_width, writeFlag}, &thumbnail_is_ours, &reply);
         send_reply(callback, outcome == 0 ? NQ360_FINISHED : NQ360_FAILED, reply);
         return 0;
     } catch (...) {
-        if (!isSameFile(input_path, thumbnail_path)) {
+        if (thumbnail_is_ours) {
             remove_file(thumbnail_path);
         }
         return answer_unexpected(callback, kBareReply, [&](const char* text) {

@@ -36,7 +36,15 @@ int extract(const char* movie_path, const char* audio_path, int bit_rate, const 
     if (!audio_path) {
         return fail(movie_path, audio_path, "Audio Path is NULL!!", media.error_text, 20001, -1, reply);
     }
-    if (media.write_audio(audio_path, cancel_path, bit_rate, callback) != 0) {
+    ReportProgress report;
+    if (callback) {
+        report = [&](NQ360_STATE state, int64_t packets) {
+            send_reply(callback, state,
+                       make_json_result2(movie_path, audio_path, state, static_cast<unsigned long long>(packets)));
+            return false;
+        };
+    }
+    if (media.write_audio(audio_path, cancel_path, bit_rate, report) != 0) {
         *cancelled = media.cancelled;
         return media.cancelled ? fail(movie_path, audio_path, "Canceled", media.error_text, 29999, -1, reply)
                                : fail(movie_path, audio_path, "Colud Not Write Audio!!", media.error_text, 29999,
@@ -71,7 +79,7 @@ int NQ360_get_audio(const char* movie_path, const char* audio_path, int bit_rate
     nq360_log(1, "[NQT360_get_audio]");
     const auto refuse = [&](int errnum, const char* errstr) {
         const char* reply = nullptr;
-        fail(movie_path, audio_path, errstr, "", errnum, -1, &reply);
+        nq360_log(1, "[NQT360_get_audio] state = %d", fail(movie_path, audio_path, errstr, "", errnum, -1, &reply));
         send_reply(callback, NQ360_FAILED, reply);
         return 0;
     };

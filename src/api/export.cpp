@@ -19,8 +19,8 @@
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
 #include "metadata/spherical.h"
+#include "projection/angles.h"
 #include "projection/lens_circle.h"
-#include "projection/soavfunc.h"
 
 namespace {
 
@@ -29,20 +29,11 @@ constexpr char kBareReply[] =
     R"({"errnum":"39999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
     R"("movie_path1":"","movie_path2":"","export_path":""})";
 
-constexpr double kPi = 3.14159265358979323846;
-
-// cv::remap takes at most this many pixels a side, of its source stack and of its output.
-constexpr int64_t kMostRemapSide = 32766;
-
 struct Paths {
     const char* movie1;
     const char* movie2;
     const char* output;
 };
-
-double radians(double degrees) {
-    return degrees * kPi / 180;
-}
 
 int fail(const Paths& paths, const char* errstr, const char* api_errstr, int errnum, int api_errnum,
          const char** json_out) {
@@ -115,8 +106,8 @@ void load_band(const char* band_path, int width, OutputOption* option) {
     option->bandheight = option->band.YUVMats[0].rows;
 }
 
-// Turns the lenses as the pictures lie, and builds the tables that a movie's pairs share. A single pair has its
-// tables made row by row while it is stitched, which spares it several times the panorama's memory.
+// Turns the lenses as the pictures lie. No tables yet, and none of the caller's: the stitcher makes them row by row,
+// which spares the job several times the panorama's memory.
 void prepare_projection(const char* band_path, const AnalyzeResult& input1, const AnalyzeResult& input2,
                         OutputOption* option) {
     const ImageSize lens = {input1.width, input1.height};
@@ -126,14 +117,10 @@ void prepare_projection(const char* band_path, const AnalyzeResult& input1, cons
     check_geometry(*option, lens);
     load_band(band_path, lens.width, option);
     check_geometry(*option, lens);
-    if (input1.frame_count == 0 && input2.frame_count == 0) {
-        option->transmap.equsize = option->output_size;
-        option->transmap.projsize = lens;
-        option->transmap.bandheight = option->bandheight;
-    } else {
-        option->transmap =
-            create_equidistantmap(option->output_size, lens, option->radius, option->bandheight, option->rotation);
-    }
+    option->transmap = EquidistantTransMap();
+    option->transmap.equsize = option->output_size;
+    option->transmap.projsize = lens;
+    option->transmap.bandheight = option->bandheight;
 }
 
 int64_t total_frames(libavIF* media, const OutputOption& option) {
@@ -168,12 +155,17 @@ int write_panorama(const Paths& paths, const char* cancel_path, bool both_pictur
     }
     const int64_t total = total_frames(&media, *option);
     option->update_frame = nq360_update_frame(total);
+    ReportProgress report;
     if (callback) {
-        send_reply(callback, NQ360_STARTED,
-                   make_json_result3(paths.movie1, paths.movie2, paths.output, NQ360_STARTED,
-                                     static_cast<unsigned long long>(total)));
+        report = [&](NQ360_STATE state, int64_t frames) {
+            send_reply(callback, state,
+                       make_json_result3(paths.movie1, paths.movie2, paths.output, state,
+                                         static_cast<unsigned long long>(frames)));
+            return false;
+        };
+        report(NQ360_STARTED, total);
     }
-    if (media.write_video(paths.output, cancel_path, *option, callback) != 0) {
+    if (media.write_video(paths.output, cancel_path, *option, report) != 0) {
         *cancelled_out = media.cancelled;
         return media.cancelled
                    ? fail(paths, "Canceled", media.error_text, 39999, -1, json_out)

@@ -1,17 +1,15 @@
 // Sound: decoding, resampling to 16-bit stereo, and writing in blocks, for the export and for extraction.
 #include <algorithm>
-#include <cstdio>
+#include <cstdint>
 
 extern "C" {
 #include <libavutil/opt.h>
 #include <libavutil/samplefmt.h>
 }
 
-#include "api/reply.h"
 #include "base/files.h"
 #include "base/log.h"
 #include "base/progress.h"
-#include "base/text.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "media/output_closer.h"
@@ -47,61 +45,24 @@ class SampleBuffer {
     uint8_t* planes_[AV_NUM_DATA_POINTERS] = {};
 };
 
-// The replies of an extraction, counted in packets of sound.
-class AudioProgress {
-  public:
-    AudioProgress(const libavIF& media, const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback)
-        : media_(media), audio_name_(audio_path), cancel_path_(cancel_path), callback_(callback) {
-        replace_string(audio_name_);
-    }
-
-    // Whether the extraction is to stop.
-    bool count_packet(const AVPacket* packet) {
-        if (count_ == 0) {
-            start(packet);
-        }
-        ++count_;
-        if (count_ % interval_ != 0) {
-            return false;
-        }
-        send(NQ360_PROGRESS, count_);
-        return isCancelled(cancel_path_);
-    }
-
-  private:
-    void start(const AVPacket* packet) {
-        if (!callback_) {
-            return;
-        }
-        // A packet without a duration counts as one tick: there is no total to tell, but one to divide by.
-        const AVStream* stream = media_.input_format[0]->streams[media_.audio_stream_index[0]];
-        const int64_t total = std::max<int64_t>(stream->duration, 0) / std::max<int64_t>(packet->duration, 1);
-        send(NQ360_STARTED, total);
-        interval_ = nq360_update_frame(total);
-    }
-
-    void send(NQ360_STATE state, int64_t frames) const {
-        if (!callback_) {
-            return;
-        }
-        char text[kReplySize];
-        snprintf(text, sizeof(text), R"({"movie_path":"%s","audio_path":"%s","frame_count":%lld})",
-                 media_.input_name[0].c_str(), audio_name_.c_str(), static_cast<long long>(frames));
-        callback_(state, text);
-    }
-
-    const libavIF& media_;
-    std::string audio_name_;
-    const char* cancel_path_;
-    NQ360_CALLBACK callback_;
-    int64_t count_ = 0;
-    int interval_ = 10;
-};
+// What an extraction announces as its total: how many packets like the first one the stream's duration holds. That is
+// below 0 where the duration is not known. A packet without a duration counts as one tick.
+int64_t announced_total(const AVStream* stream, const AVPacket* first) {
+    return stream->duration / std::max<int64_t>(first->duration, 1);
+}
 
 }  // namespace
 
+int libavIF::sound_source() const {
+    return sound_input >= 0 ? sound_input : !hasAudio(0);
+}
+
 int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
-    const AVStream* source = input_format[sound_input]->streams[audio_stream_index[sound_input]];
+    const int input = sound_source();
+    if (!hasAudio(input)) {
+        return fail(AVERROR_STREAM_NOT_FOUND);
+    }
+    const AVStream* source = input_format[input]->streams[audio_stream_index[input]];
     audio_codec = avcodec_find_encoder(codec_id);
     if (!audio_codec) {
         return fail(AVERROR_EXIT, "Colud not find encoder");
@@ -118,8 +79,9 @@ int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
     encoder->sample_fmt = first_sample_format(audio_codec);
     encoder->codec_id = codec_id;
     encoder->sample_rate = sample_rate;
-    encoder->bit_rate = bit_rate ? bit_rate : audio_decoder[sound_input]->bit_rate;
+    encoder->bit_rate = bit_rate ? bit_rate : audio_decoder[input]->bit_rate;
     encoder->ch_layout = kStereo;
+    encoder->log_level_offset = kErrorsOnly;
     audio_stream->id = static_cast<int>(output_format->nb_streams) - 1;
     audio_stream->time_base = {1, sample_rate};
     error_code = avcodec_open2(encoder.get(), audio_codec, nullptr);
@@ -133,8 +95,12 @@ int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
     return 0;
 }
 
+int libavIF::audio_block_size() const {
+    return audio_encoder_context && audio_encoder_context->frame_size > 0 ? audio_encoder_context->frame_size : 1000;
+}
+
 int libavIF::init_swr_context() {
-    const AVCodecContext* decoder = audio_decoder[sound_input];
+    const AVCodecContext* decoder = audio_decoder[sound_source()];
     const AVCodecContext* encoder = audio_encoder_context;
     audio_frame = av_frame_alloc();
     swr_context = swr_alloc();
@@ -181,7 +147,13 @@ int libavIF::store_samples(const AVFrame* frame) {
     if (result >= 0) {
         result = av_audio_fifo_write(audio_fifo, reinterpret_cast<void**>(samples.planes()), frame->nb_samples);
     }
-    return result < 0 ? fail(result) : result;
+    if (result < 0) {
+        return fail(result);
+    }
+    // The count of samples is put into words as if it were an error, deliberately: a job that is stopped afterwards
+    // tells this text.
+    av_strerror(result, error_text, sizeof(error_text));
+    return result;
 }
 
 int libavIF::read_decode_stroe(int input, AVPacket* packet, int* finished, float start, float end) {
@@ -192,8 +164,11 @@ int libavIF::read_decode_stroe(int input, AVPacket* packet, int* finished, float
     if (!frame) {
         return fail(AVERROR(ENOMEM), "Colud Not allocate input frame");
     }
-    int result = avcodec_send_packet(decoder, packet->size > 0 ? packet : nullptr);
-    if (result < 0 && result != AVERROR_EOF) {
+    if (packet->size <= 0) {
+        return 0;  // nothing to hear; the decoder would take it for the end of all sound
+    }
+    int result = avcodec_send_packet(decoder, packet);
+    if (result < 0) {
         return fail(result);
     }
     int stored = 0;
@@ -213,7 +188,7 @@ int libavIF::read_decode_stroe(int input, AVPacket* packet, int* finished, float
             return stored;
         }
     }
-    return result == AVERROR(EAGAIN) || result == AVERROR_EOF ? stored : fail(result);
+    return result == AVERROR(EAGAIN) ? stored : fail(result);
 }
 
 int libavIF::load_encode_write() {
@@ -275,6 +250,10 @@ int libavIF::encode_audio_frame(AVFrame* frame, int* got_packet) {
 
 int libavIF::wtire_audio2(int input, AVPacket* packet, int* finished, int frame_size, float start, float end) {
     int result = read_decode_stroe(input, packet, finished, start, end);
+    if (result >= 0 && av_audio_fifo_size(audio_fifo) < frame_size) {
+        av_packet_unref(packet);
+        return 0;
+    }
     while (result >= 0) {
         const int held = av_audio_fifo_size(audio_fifo);
         if (held < frame_size && (!*finished || held == 0)) {
@@ -288,6 +267,30 @@ int libavIF::wtire_audio2(int input, AVPacket* packet, int* finished, int frame_
     return result;
 }
 
+// The sound output of an export, when an input has sound.
+int libavIF::add_sound_output(int audio_source) {
+    if (!hasAudio(0) && !hasAudio(1)) {
+        return 0;
+    }
+    sound_input = hasAudio(audio_source) && (audio_source == 0 || audio_source == 1) ? audio_source : !hasAudio(0);
+    nq360_log(1, "[libavIF::write_video] add audio stream ");
+    if (add_audio_stream(AV_CODEC_ID_PCM_S16LE, 0) < 0) {
+        nq360_log(3, "[libavIF::write_video] add audio stream error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    nq360_log(1, "[libavIF::write_video] init swr_context ");
+    if (init_swr_context() < 0) {
+        nq360_log(3, "[libavIF::write_video] init swr_context error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    nq360_log(1, "[libavIF::write_video] init audio buffer ");
+    if (init_audio_fifo() < 0) {
+        nq360_log(3, "[libavIF::write_video] init audio buffer error %d:%s", error_code, error_text);
+        return error_code;
+    }
+    return 0;
+}
+
 int libavIF::open_audio_output(const char* audio_path, int bit_rate) {
     if (open_output(audio_path) < 0) {
         return error_code;
@@ -298,7 +301,7 @@ int libavIF::open_audio_output(const char* audio_path, int bit_rate) {
     }
     nq360_log(1, "[libavIF::write_audio] format name : %s (%s)", format->name, format->long_name);
     nq360_log(1, "[libavIF::write_audio] format ext : %s", format->extensions ? format->extensions : "");
-    sound_input = hasAudio(0) ? 0 : 1;
+    sound_input = -1;
     if (add_audio_stream(AV_CODEC_ID_PCM_S16LE, bit_rate) < 0 || init_swr_context() < 0 || init_audio_fifo() < 0) {
         return error_code;
     }
@@ -312,40 +315,54 @@ int libavIF::open_audio_output(const char* audio_path, int bit_rate) {
     return result < 0 ? fail(result) : 0;
 }
 
-int libavIF::write_audio(const char* audio_path, const char* cancel_path, int bit_rate, NQ360_CALLBACK callback) {
+int libavIF::write_audio(const char* audio_path, const char* cancel_path, int bit_rate, const ReportProgress& report) {
     nq360_log(1, "[libavIF::write_audio] begin %s %s %d", audio_path, cancel_path ? cancel_path : "", bit_rate);
     OutputCloser closer(this);
     if (open_audio_output(audio_path, bit_rate) < 0) {
         return error_code;
     }
-    if (copy_sound(audio_path, cancel_path, callback) < 0 || write_remaining_sound() < 0) {
+    if (copy_sound(cancel_path, report) < 0 || write_remaining_sound() < 0) {
         return error_code;
     }
     return finish_output();
 }
 
-int libavIF::copy_sound(const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback) {
-    AudioProgress progress(*this, audio_path, cancel_path, callback);
+int libavIF::copy_sound(const char* cancel_path, const ReportProgress& report) {
     PacketPtr packet(av_packet_alloc());
     if (!packet) {
         return fail(AVERROR(ENOMEM));
     }
-    nq360_log(1, "[libavIF::write_audio] output_frame_size : %d", audio_block_size());
-    int result = 0;
-    while ((result = av_read_frame(input_format[0], packet.get())) >= 0) {
-        if (packet->stream_index == audio_stream_index[0]) {
-            if (progress.count_packet(packet.get())) {
-                cancelled = true;
-                return fail(AVERROR_EXIT);
-            }
-            int finished = 0;
-            if (wtire_audio2(0, packet.get(), &finished, audio_block_size(), -1.0f, -1.0f) < 0) {
-                return error_code;
+    int64_t count = 0;
+    int interval = nq360_update_frame(0);
+    const auto wants_stop = [&] {
+        if (count == 0 && report) {
+            const int64_t total = announced_total(input_format[0]->streams[audio_stream_index[0]], packet.get());
+            interval = nq360_update_frame(total);
+            if (report(NQ360_STARTED, total)) {
+                return true;
             }
         }
-        av_packet_unref(packet.get());
+        ++count;
+        return count % interval == 0 && ((report && report(NQ360_PROGRESS, count)) || isCancelled(cancel_path));
+    };
+    while (true) {
+        nq360_log(1, "[libavIF::write_audio] output_frame_size : %d", audio_block_size());
+        const int read = read_packet(0, packet.get(), {false, true});
+        if (read < 0) {
+            return read == AVERROR_EOF ? 0 : fail(read);
+        }
+        if (packet->stream_index != audio_stream_index[0]) {
+            av_packet_unref(packet.get());
+            continue;
+        }
+        if (wants_stop()) {
+            return stop();
+        }
+        int finished = 0;
+        if (wtire_audio2(0, packet.get(), &finished, audio_block_size(), -1.0f, -1.0f) < 0) {
+            return error_code;
+        }
     }
-    return result == AVERROR_EOF ? 0 : fail(result);
 }
 
 // The last block, shorter than the others, and what the encoder holds.

@@ -30,11 +30,11 @@ SwsContext* init_sws_context2(SwsContext** ctx, AVFrame* src, AVFrame* dst) {
 
 int libavIF::convert_frame(AVFrame* frame1, AVFrame* frame2, const OutputOption& option) {
     PairWriter writer(this, option, false);
-    writer.load(0, frame1);
-    writer.load(1, frame2);
-    const int stitched = writer.stitch(false, false);
-    if (stitched < 0) {
-        return fail(stitched);
+    writer.load_and_stitch(0, frame1);
+    writer.load_and_stitch(1, frame2);
+    const int queued = writer.queue_panorama(false, false);
+    if (queued < 0) {
+        return fail(queued);
     }
     writer.encode();
     return std::min(writer.write(), 0);

@@ -2,7 +2,6 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <limits>
 #include <vector>
 
 #include <sys/stat.h>
@@ -12,8 +11,10 @@ extern "C" {
 }
 
 #include "base/files.h"
+#include "base/saturate.h"
 #include "base/text.h"
 #include "media/ffmpeg_ptr.h"
+#include "media/frame_ticks.h"
 #include "media/libavif.h"
 
 namespace {
@@ -105,24 +106,23 @@ double stream_seconds(const AVStream* stream) {
     return static_cast<double>(stream->time_base.num) / stream->time_base.den * static_cast<double>(stream->duration);
 }
 
-// Truncates to an int, held to the ends of its range; NaN gives 0.
-int64_t saturated_int(float value) {
-    if (std::isnan(value)) {
-        return 0;
+// Whether the file ends before what its index tells of the stream: a movie that was cut off. FFmpeg reads such a
+// file to where it breaks off as if it were whole.
+bool is_cut_off(const AVFormatContext* input, int stream_index) {
+    if (stream_index < 0 || !input->pb) {
+        return false;
     }
-    if (value >= 2147483648.0f) {
-        return std::numeric_limits<int32_t>::max();
-    }
-    if (value <= -2147483648.0f) {
-        return std::numeric_limits<int32_t>::min();
-    }
-    return static_cast<int32_t>(value);
+    AVStream* stream = input->streams[stream_index];
+    const int count = avformat_index_get_entries_count(stream);
+    const AVIndexEntry* last = count > 0 ? avformat_index_get_entry(stream, count - 1) : nullptr;
+    const int64_t size = avio_size(input->pb);
+    return last && size >= 0 && last->pos + last->size > size;
 }
 
-// Frames of 1001 ticks in `seconds`: exact for the camera's 30000/1001 frames a second at 1/30000; deliberate
-// for every other movie.
+// Frames in `seconds`, in single precision throughout.
 int64_t frames_in(float seconds, AVRational time_base) {
-    return saturated_int(seconds * static_cast<float>(time_base.den) / static_cast<float>(time_base.num) / 1001.0f);
+    return saturated<int32_t>(seconds * static_cast<float>(time_base.den) / static_cast<float>(time_base.num) /
+                              static_cast<float>(kFrameTicks));
 }
 
 }  // namespace
@@ -161,7 +161,7 @@ libavIF::libavIF(const char* path1, const char* path2)
       video_encoder_context(nullptr),
       next_video_pts(0),
       output_path(nullptr),
-      sound_input(0),
+      sound_input(-1),
       resampled{0, AV_SAMPLE_FMT_NONE, 0} {
     replace_string(input_name[0]);
     replace_string(input_name[1]);
@@ -272,13 +272,25 @@ void libavIF::close_input_file() {
     }
 }
 
-int libavIF::read_packet(int which, AVPacket* packet) {
-    AVFormatContext* input = input_format[index_of(which)];
-    const int result = av_read_frame(input, packet);
-    // The demuxer of pictures takes what it could read for the whole file.
-    if (result >= 0 && input->pb && input->pb->error < 0) {
+int libavIF::read_packet(int which, AVPacket* packet, StreamsNeeded needed) {
+    const int i = index_of(which);
+    AVFormatContext* input = input_format[i];
+    int result = av_read_frame(input, packet);
+    if (result >= 0) {
+        const int stream = packet->stream_index;
+        const bool is_needed =
+            (needed.video && stream == video_stream_index[i]) || (needed.sound && stream == audio_stream_index[i]);
+        if (input->pb && input->pb->error < 0) {
+            result = input->pb->error;  // the demuxer of pictures takes what it could read for the whole file
+        } else if (is_needed && (packet->flags & AV_PKT_FLAG_CORRUPT)) {
+            result = AVERROR_INVALIDDATA;
+        }
+    } else if (result == AVERROR_EOF && ((needed.video && is_cut_off(input, video_stream_index[i])) ||
+                                         (needed.sound && is_cut_off(input, audio_stream_index[i])))) {
+        result = AVERROR_INVALIDDATA;
+    }
+    if (result < 0) {
         av_packet_unref(packet);
-        return input->pb->error;
     }
     return result;
 }
@@ -321,8 +333,9 @@ int libavIF::decode_first_picture(AVFrame* frame, bool* found) {
     }
     int got_frame = 0;
     int result = 0;
-    while (!got_frame && (result = read_packet(0, packet.get())) >= 0) {
-        result = decode_packet(0, *packet, frame, &got_frame);
+    while (!got_frame && (result = read_packet(0, packet.get(), {})) >= 0) {
+        // An empty packet would tell the decoder the end.
+        result = packet->size > 0 ? decode_packet(0, *packet, frame, &got_frame) : 0;
         av_packet_unref(packet.get());
         if (result < 0) {
             return result;

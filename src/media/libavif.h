@@ -17,11 +17,17 @@ extern "C" {
 #include <cstdint>
 #include <string>
 
+#include "base/progress.h"
 #include "media/output_file.h"
-#include "nq360.h"
 #include "projection/image_frame.h"
 
 struct OutputOption;
+
+// The streams of an input that a job needs whole, besides what it happens to read.
+struct StreamsNeeded {
+    bool video = false;
+    bool sound = false;
+};
 
 class libavIF {
   public:
@@ -42,8 +48,9 @@ class libavIF {
     bool hasVideo(int which) const { return video_stream_index[which ? 1 : 0] != -1; }
     bool hasAudio(int which) const { return audio_stream_index[which ? 1 : 0] != -1; }
 
-    // Reads the next packet, of any stream. A file that cannot be read to its end gives none.
-    int read_packet(int which, AVPacket* packet);
+    // Reads the next packet, of any stream. `needed` are the kinds of streams that the job cannot do without:
+    // AVERROR_EOF says that these were read to their end, AVERROR_INVALIDDATA that the file was cut off before.
+    int read_packet(int which, AVPacket* packet, StreamsNeeded needed);
 
     // Decodes one packet of the input, an empty one to drain. Always uses the packet up: returns its size, also
     // for packets of other streams. A frame that came out carries its best-effort time in pts.
@@ -90,9 +97,10 @@ class libavIF {
     // Releases the output side; safe to call more than once.
     void close_output_file();
 
-    // Writes the panorama of both inputs to `export_path`: the whole job of an export, with its progress
-    // replies. AVERROR_EXIT with `cancelled` set when the marker was seen.
-    int write_video(const char* export_path, const char* cancel_path, OutputOption option, NQ360_CALLBACK callback);
+    // Writes the panorama of both inputs to `export_path`: the whole job of an export. AVERROR_EXIT with `cancelled`
+    // set when the marker was seen or `report` wanted it to stop.
+    int write_video(const char* export_path, const char* cancel_path, OutputOption option,
+                    const ReportProgress& report);
 
     // Stitches one pair of decoded frames and encodes the result at the next time stamp. Throws a text when a
     // frame is not what the tables were built for.
@@ -100,9 +108,9 @@ class libavIF {
 
     // --- sound ---
 
-    // Writes the sound of input 0 alone, as 16-bit stereo PCM. AVERROR_EXIT with `cancelled` set when the marker
-    // was seen. bit_rate 0: the source's.
-    int write_audio(const char* audio_path, const char* cancel_path, int bit_rate, NQ360_CALLBACK callback);
+    // Writes the sound of input 0 alone, as 16-bit stereo PCM, its progress counted in packets. AVERROR_EXIT with
+    // `cancelled` set when the marker was seen or `report` wanted it to stop. bit_rate 0: the source's.
+    int write_audio(const char* audio_path, const char* cancel_path, int bit_rate, const ReportProgress& report);
 
     // The steps of the sound: the output stream with its encoder, the resampler to it, and the samples' queue.
     int add_audio_stream(AVCodecID codec_id, int bit_rate);
@@ -119,14 +127,15 @@ class libavIF {
     // Encodes and writes a block; a null frame flushes.
     int encode_audio_frame(AVFrame* frame, int* got_packet);
 
-    // The export's step for one packet: queues it and writes every full block, and the rest once *finished. A
-    // failure closes the output. The packet is unreferenced.
+    // The export's step for one packet: queues it and writes every full block, and then, once *finished, the rest. What
+    // is less than a block from the start stays in the queue, deliberately also when *finished. A failure closes the
+    // output. The packet is unreferenced.
     int wtire_audio2(int input, AVPacket* packet, int* finished, int frame_size, float start, float end);
 
     // Samples in a block: the encoder's frame size, or 1000 where it has none.
     int audio_block_size() const;
 
-    // --- fields, in the order in which they are documented ---
+    // --- fields: what the steps above leave for each other ---
 
     double duration;  // seconds of the video stream; -1.0 when unknown
     int32_t width;    // of the picture, not of the padded coded size
@@ -162,7 +171,7 @@ class libavIF {
     int64_t next_video_pts;   // ticks of 1/1001 of a frame
     const char* output_path;  // where the muxer's file goes, whatever name it makes up; borrowed
     OutputFile output_file;
-    int sound_input;  // the input that the sound output is set up for
+    int sound_input;  // whose sound is to be written: 0, 1, or -1 for the first that has any
 
   private:
     // What the resampler reads. The decoder's own fields follow its stream, which may change.
@@ -193,20 +202,19 @@ class libavIF {
 
     int open_video_output(const char* export_path, const OutputOption& option);
     int check_video_output(ImageSize size);
-    int add_sound_output(int audio_source);
     void seek_to_start(int which, float start);
     void equalize_lengths(OutputOption* option) const;
-    int write_pairs(const OutputOption& option, const std::string& export_name, const char* cancel_path,
-                    NQ360_CALLBACK callback);
-    bool report_progress(int64_t count, int interval, const std::string& export_name, const char* cancel_path,
-                         NQ360_CALLBACK callback) const;
+    int write_pairs(const OutputOption& option, const char* cancel_path, const ReportProgress& report);
+    int stop();
     int report_unwritten(int result);
     int report_failed_step(int result, const char* step);
     int finish_video();
 
+    int sound_source() const;
     int open_audio_output(const char* audio_path, int bit_rate);
+    int add_sound_output(int audio_source);
     int store_samples(const AVFrame* frame);
-    int copy_sound(const char* audio_path, const char* cancel_path, NQ360_CALLBACK callback);
+    int copy_sound(const char* cancel_path, const ReportProgress& report);
     int write_remaining_sound();
     int flush_audio_encoder();
 

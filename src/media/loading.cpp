@@ -1,4 +1,4 @@
-// The one source of this folder that reads media files.
+// Pictures out of files, and the band picture.
 #include "media/loading.h"
 
 #include <stdexcept>
@@ -11,12 +11,9 @@
 
 namespace {
 
-// cv::remap addresses its source with 16-bit numbers; a band as high as that alone fills it.
-constexpr int64_t kMostRows = 32766;
-
 int scaled_rows(const AVFrame* picture, int width) {
     const double rows = static_cast<double>(width) / picture->width * picture->height;
-    if (rows > static_cast<double>(kMostRows)) {
+    if (rows > static_cast<double>(kMostRemapSide)) {
         throw std::runtime_error("the picture is too high for its width: " + std::to_string(picture->width) + "x" +
                                  std::to_string(picture->height));
     }
@@ -26,21 +23,14 @@ int scaled_rows(const AVFrame* picture, int width) {
 // The picture as 4:2:0 of the new size; null when that has no rows or FFmpeg cannot scale it.
 FramePtr scaled_picture(const AVFrame* picture, int width) {
     const int rows = scaled_rows(picture, width);
-    FramePtr scaled(av_frame_alloc());
-    if (rows < 1 || !scaled) {
+    if (rows < 1) {
         return nullptr;
     }
-    scaled->width = width;
-    scaled->height = rows;
-    scaled->format = AV_PIX_FMT_YUV420P;
-    const ScalerPtr scaler(make_scaler({picture->width, picture->height, static_cast<AVPixelFormat>(picture->format)},
-                                       {width, rows, AV_PIX_FMT_YUV420P}));
-    if (!scaler || av_frame_get_buffer(scaled.get(), 32) < 0 ||
-        sws_scale(scaler.get(), picture->data, picture->linesize, 0, picture->height, scaled->data, scaled->linesize) <
-            0) {
-        return nullptr;
-    }
-    return scaled;
+    const PictureFormat target = {width, rows, AV_PIX_FMT_YUV420P};
+    const ScalerPtr scaler(make_scaler(format_of(picture), target));
+    FramePtr scaled = make_frame(target);
+    const bool done = scaler && scaled && scale_frame(scaler.get(), picture, scaled.get()) >= 0;
+    return done ? std::move(scaled) : nullptr;
 }
 
 cv::Mat rearranged(const cv::Mat& plane) {

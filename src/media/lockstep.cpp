@@ -9,27 +9,22 @@ extern "C" {
 }
 
 int LockstepInput::read_packet() {
-    while (wants_frame() && !packet_read && !at_end_of_file) {
-        const int packet = source->read();
-        if (packet < 0) {
-            return packet;
+    const int packet = source->read();
+    if (packet == LockstepSource::kVideo) {
+        packet_read = true;
+    } else if (packet == LockstepSource::kEndOfFile) {
+        packet_read = true;
+        at_end_of_file = true;
+        wants_sound = false;
+    } else if (packet == LockstepSource::kSound && wants_sound) {
+        bool past_end = false;
+        const int result = source->write_sound(&past_end);
+        if (result < 0) {
+            return result;
         }
-        if (packet == LockstepSource::kVideo) {
-            packet_read = true;
-        } else if (packet == LockstepSource::kEndOfFile) {
-            packet_read = true;
-            at_end_of_file = true;
-            wants_sound = false;
-        } else if (packet == LockstepSource::kSound && wants_sound) {
-            bool past_end = false;
-            const int result = source->write_sound(&past_end);
-            if (result < 0) {
-                return result;
-            }
-            wants_sound = !past_end;
-        }
+        wants_sound = !past_end;
     }
-    return 0;
+    return std::min(packet, 0);
 }
 
 int LockstepInput::decode() {
@@ -51,7 +46,7 @@ int LockstepInput::decode() {
         ended = true;
     }
     // A movie without frames makes no pair; a still without its picture is a broken file.
-    return ended && still && frames == 0 ? AVERROR_EOF : std::min(result, 0);
+    return ended && still && frames == 0 ? source->miss_picture() : std::min(result, 0);
 }
 
 void LockstepInput::judge(double seconds) {
@@ -68,23 +63,14 @@ void LockstepInput::judge(double seconds) {
     ++frames;
 }
 
-int LockstepInput::finish_sound() {
-    while (wants_sound && !at_end_of_file) {
-        const int packet = source->read();
-        if (packet < 0) {
-            return packet;
-        }
-        at_end_of_file = packet == LockstepSource::kEndOfFile;
-        if (packet == LockstepSource::kSound) {
-            bool past_end = false;
-            const int result = source->write_sound(&past_end);
-            if (result < 0) {
-                return result;
-            }
-            wants_sound = !past_end;
-        }
+bool LockstepInput::needs_reading_on() const {
+    return !at_end_of_file && (still ? !packet_read : wants_sound);
+}
+
+void Lockstep::begin_pass() const {
+    if (begin_pass_) {
+        begin_pass_();
     }
-    return 0;
 }
 
 bool Lockstep::can_pair() const {
@@ -96,12 +82,16 @@ int Lockstep::read_packets() {
     if (!can_pair()) {
         return 0;
     }
-    for (LockstepInput* input : inputs_) {
-        const int result = input->read_packet();
-        if (result < 0) {
-            return result;
+    const auto needs_packet = [](const LockstepInput* input) { return input->needs_packet(); };
+    do {
+        begin_pass();
+        for (LockstepInput* input : inputs_) {
+            const int result = input->needs_packet() ? input->read_packet() : 0;
+            if (result < 0) {
+                return result;
+            }
         }
-    }
+    } while (std::any_of(std::begin(inputs_), std::end(inputs_), needs_packet));
     return 0;
 }
 
@@ -139,13 +129,17 @@ void Lockstep::pair_done() {
     done_ = inputs_[0]->still && inputs_[1]->still;
 }
 
-int Lockstep::finish_sound() {
+int Lockstep::finish() {
     for (LockstepInput* input : inputs_) {
-        // A still ends with its picture, with what sound came before it.
-        const int result = input->still ? 0 : input->finish_sound();
-        if (result < 0) {
-            return result;
+        while (input->needs_reading_on()) {
+            begin_pass();
+            const int result = input->read_packet();
+            if (result < 0) {
+                return result;
+            }
         }
+        // A movie has ended however far it was read. A still has, unless its file holds a second picture.
+        input->ended = !input->still || input->at_end_of_file;
     }
     return 0;
 }

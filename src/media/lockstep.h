@@ -11,8 +11,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <utility>
 
-// Seconds by which a range is widened, so that what lies exactly on a bound counts as inside.
+// Seconds by which a range is widened, so that what lies exactly on a bound counts as inside. In single precision, as
+// all times of a range are, that vanishes from 0.25 s up; a frame's time is rounded alike, and so equals its bound
+// there.
 constexpr float kBoundMargin = 1e-8f;
 
 // What the lockstep needs of an input's demuxer and decoder. Results below 0 are FFmpeg's error codes.
@@ -26,6 +30,7 @@ class LockstepSource {
     virtual int write_sound(bool* past_end) = 0;  // the sound packet read last; whether it lies past the range
     virtual int send() = 0;                       // hands the video packet read last, or the end, to the decoder
     virtual int receive(double* seconds) = 0;     // a Frame, and its time
+    virtual int miss_picture() = 0;               // the error of a still whose file holds no picture
 };
 
 // One input: its flags, and the steps that change them.
@@ -37,16 +42,17 @@ struct LockstepInput {
     bool wants_sound = false;  // the input whose sound is copied, until the sound is done
 
     bool frame_ready = false;
-    bool ended = false;        // no frame comes any more: end of file, or one past the range
+    bool ended = false;        // no frame comes any more: end of file, or one past the range; at last of both movies
     bool packet_read = false;  // a packet, or the end, waits to be sent
     bool at_end_of_file = false;
     int64_t frames = 0;  // frames that became ready
 
     bool wants_frame() const { return !frame_ready && !ended; }
 
-    int read_packet();   // up to the next video packet, if the decoder needs one; on the caller's thread
-    int decode();        // sends it and takes what comes; may run beside the other input's
-    int finish_sound();  // reads on for sound alone
+    bool needs_packet() const { return wants_frame() && !packet_read && !at_end_of_file; }
+    int read_packet();              // the next packet of the file; on the caller's thread
+    int decode();                   // sends it and takes what comes; may run beside the other input's
+    bool needs_reading_on() const;  // after the last pair: for the sound behind it, or to see whether a still goes on
     void take_frame() { frame_ready = still; }
 
   private:
@@ -55,7 +61,10 @@ struct LockstepInput {
 
 class Lockstep {
   public:
-    Lockstep(LockstepInput* input1, LockstepInput* input2) : inputs_{input1, input2} {}
+    // `begin_pass`, which may be empty, is called on the caller's thread before each round of reading, in which each
+    // input that needs a packet reads one.
+    Lockstep(LockstepInput* input1, LockstepInput* input2, std::function<void()> begin_pass)
+        : inputs_{input1, input2}, begin_pass_(std::move(begin_pass)) {}
 
     // Advances both inputs to their next pair. 1: both frames are ready; 0: there is no further pair.
     int next_pair();
@@ -68,16 +77,18 @@ class Lockstep {
     // To be called once the pair has been used.
     void pair_done();
 
-    // After the last pair: the sound that lies behind it.
-    int finish_sound();
+    // After the last pair: the sound that lies behind it, and whether more pictures follow a still's.
+    int finish();
 
     // The number of the pair that is ready, counted from 1.
     int64_t count() const;
 
   private:
+    void begin_pass() const;
     bool can_pair() const;
     int decode_both();
 
     LockstepInput* inputs_[2];
+    std::function<void()> begin_pass_;
     bool done_ = false;
 };

@@ -8,15 +8,13 @@ extern "C" {
 }
 
 #include "media/ffmpeg_ptr.h"
+#include "media/frame_ticks.h"
 #include "media/libavif.h"
 
 namespace {
 
 // openh264 refuses more bits a second than its highest level has.
 constexpr double kMostOpenh264BitRate = 288e6;
-
-// Packets last one frame, in the units of the encoder: a player that adds up durations needs the last one too.
-constexpr int64_t kFrameTicks = 1001;
 
 const AVCodec* find_video_encoder(AVCodecID id) {
     const AVCodec* codec = id == AV_CODEC_ID_H264 ? avcodec_find_encoder_by_name("libopenh264") : nullptr;
@@ -176,7 +174,7 @@ int libavIF::write_video_packet(int encode_result, AVPacket* packet) {
     }
     packet->stream_index = video_stream->index;
     if (packet->duration == 0) {
-        packet->duration = kFrameTicks;
+        packet->duration = kFrameTicks;  // a player that adds up durations needs the last one too
     }
     // Times go in the encoder's units, deliberately unscaled: the stream's time base and the step fit them.
     error_code = av_interleaved_write_frame(output_format, packet);

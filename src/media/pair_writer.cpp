@@ -2,11 +2,10 @@
 
 #include <algorithm>
 
-namespace {
+#include "media/frame_ticks.h"
+#include "media/scaler.h"
 
-// The time from frame to frame, whatever the movie's rate; deliberate, as is the encoder's time base that goes
-// with it.
-constexpr int64_t kFrameTicks = 1001;
+namespace {
 
 // A movie whose sound stands far from its pictures must not fill the memory with it.
 constexpr size_t kMostHeldBytes = size_t{4} << 20;
@@ -17,28 +16,21 @@ PairWriter::PairWriter(libavIF* media, const OutputOption& option, bool many_pai
     : media_(media), stitcher_(option, many_pairs) {}
 
 // An encoder may keep a frame's memory; then the next panorama gets memory of its own.
-int PairWriter::prepare_panorama() {
+bool PairWriter::prepare_panorama() {
     FramePtr& panorama = panoramas_[stitching_];
     const AVCodecContext* encoder = media_->video_encoder_context;
     if (panorama && av_frame_is_writable(panorama.get())) {
-        return 0;
+        return true;
     }
-    panorama.reset(av_frame_alloc());
-    if (!panorama) {
-        return AVERROR(ENOMEM);
-    }
-    panorama->width = encoder->width;
-    panorama->height = encoder->height;
-    panorama->format = encoder->pix_fmt;
-    panorama->color_range = encoder->color_range;
-    return av_frame_get_buffer(panorama.get(), 0);
+    panorama = make_frame({encoder->width, encoder->height, encoder->pix_fmt}, encoder->color_range);
+    return panorama != nullptr;
 }
 
-void PairWriter::load(int lens, const AVFrame* frame) noexcept {
+void PairWriter::load_and_stitch(int lens, const AVFrame* frame) noexcept {
     try {
         stitcher_.load(lens, frame);
         loaded_[lens] = true;
-        if (++lenses_loaded_ == 2 && prepare_panorama() >= 0) {
+        if (++lenses_loaded_ == 2 && prepare_panorama()) {
             stitcher_.stitch_chroma(panoramas_[stitching_].get());
             stitcher_.stitch_luma(panoramas_[stitching_].get());
         }
@@ -47,14 +39,14 @@ void PairWriter::load(int lens, const AVFrame* frame) noexcept {
     }
 }
 
-int PairWriter::stitch(bool keep1, bool keep2) {
+int PairWriter::queue_panorama(bool keep1, bool keep2) {
     for (const std::exception_ptr& thrown : thrown_) {
         if (thrown) {
             std::rethrow_exception(thrown);
         }
     }
     AVFrame* panorama = panoramas_[stitching_].get();
-    if (!panorama || !panorama->buf[0]) {
+    if (!panorama) {
         return AVERROR(ENOMEM);
     }
     panorama->pts = media_->next_video_pts;

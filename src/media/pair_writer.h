@@ -1,9 +1,9 @@
 // Turns the pairs of an export into written packets, so that the slow steps can overlap.
 //
-// A pair is loaded (both lenses, at the same time if need be), stitched, encoded and written. While one
-// panorama is encoded, the next pair may be decoded and loaded, and stitched. Writing stays on
-// the caller's thread and in the order of a plain loop: sound that is read while a panorama is still to be
-// written is held until it is.
+// The lenses of a pair are loaded, at the same time if need be, and whoever loads the second one stitches the pair;
+// the panorama is queued, encoded and written. While one panorama is encoded, the next pair may be decoded, loaded and
+// stitched. Writing stays on the caller's thread and in the order of a plain loop: sound that is read while a
+// panorama is still to be written is held until it is.
 #pragma once
 
 #include <atomic>
@@ -19,13 +19,13 @@ class PairWriter {
     PairWriter(libavIF* media, const OutputOption& option, bool many_pairs);
 
     // Takes over a lens's frame (0 or 1); the lens that comes second stitches the pair. Any thread. What
-    // is thrown is kept for stitch().
-    void load(int lens, const AVFrame* frame) noexcept;
+    // is thrown is kept for queue_panorama().
+    void load_and_stitch(int lens, const AVFrame* frame) noexcept;
     bool is_loaded(int lens) const { return loaded_[lens]; }
 
-    // Takes the panorama of the loaded pair, which waits to be encoded from then on. A lens that is `kept`
-    // stays loaded for the next pair. Throws what load() kept.
-    int stitch(bool keep1, bool keep2);
+    // Gives the stitched panorama its time; it waits to be encoded from then on. A lens that is kept stays loaded for
+    // the next pair. Throws what load_and_stitch() kept.
+    int queue_panorama(bool keep1, bool keep2);
 
     // Encodes the waiting panorama, if there is one; any thread. write() tells the result.
     void encode() noexcept;
@@ -47,7 +47,7 @@ class PairWriter {
         float end;
     };
 
-    int prepare_panorama();
+    bool prepare_panorama();
     int write_sound(const Sound& sound);
 
     libavIF* media_;

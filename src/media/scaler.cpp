@@ -31,6 +31,22 @@ AVPixelFormat plain_format(AVPixelFormat format, bool* full_range) {
 
 }  // namespace
 
+PictureFormat format_of(const AVFrame* frame) {
+    return {frame->width, frame->height, static_cast<AVPixelFormat>(frame->format)};
+}
+
+FramePtr make_frame(PictureFormat format, AVColorRange range) {
+    FramePtr frame(av_frame_alloc());
+    if (!frame) {
+        return nullptr;
+    }
+    frame->width = format.width;
+    frame->height = format.height;
+    frame->format = format.format;
+    frame->color_range = range;
+    return av_frame_get_buffer(frame.get(), 0) < 0 ? nullptr : std::move(frame);
+}
+
 SwsContext* make_scaler(PictureFormat source, PictureFormat target) {
     ScalerPtr scaler(sws_alloc_context());
     if (!scaler) {
@@ -51,4 +67,8 @@ SwsContext* make_scaler(PictureFormat source, PictureFormat target) {
         }
     }
     return sws_init_context(scaler.get(), nullptr, nullptr) < 0 ? nullptr : scaler.release();
+}
+
+int scale_frame(SwsContext* scaler, const AVFrame* source, AVFrame* target) {
+    return sws_scale(scaler, source->data, source->linesize, 0, source->height, target->data, target->linesize);
 }

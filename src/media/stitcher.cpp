@@ -37,17 +37,6 @@ void check_size(const AVFrame* frame, ImageSize expected, int lens) {
     }
 }
 
-FramePtr make_frame_420(ImageSize size) {
-    FramePtr frame = new_frame();
-    frame->width = size.width;
-    frame->height = size.height;
-    frame->format = AV_PIX_FMT_YUV420P;
-    if (av_frame_get_buffer(frame.get(), 32) < 0) {
-        throw std::bad_alloc();
-    }
-    return frame;
-}
-
 // The table of a plane's correction, null where the plane stays as it is.
 const uint8_t* correction_of(const YuvCorrectMap& map, int plane) {
     switch (plane) {
@@ -139,7 +128,10 @@ const AVFrame* Stitcher::as_420(Lens* lens, const AVFrame* frame) const {
     }
     const ImageSize target = option_.transmap.projsize;
     if (!lens->converted) {
-        lens->converted = make_frame_420(target);
+        lens->converted = make_frame({target.width, target.height, AV_PIX_FMT_YUV420P});
+        if (!lens->converted) {
+            throw std::bad_alloc();
+        }
     }
     if (!lens->scaler || lens->width != frame->width || lens->height != frame->height) {
         lens->scaler.reset(make_scaler({frame->width, frame->height, AV_PIX_FMT_YUV422P},
@@ -147,8 +139,7 @@ const AVFrame* Stitcher::as_420(Lens* lens, const AVFrame* frame) const {
         lens->width = frame->width;
         lens->height = frame->height;
     }
-    if (!lens->scaler || sws_scale(lens->scaler.get(), frame->data, frame->linesize, 0, frame->height,
-                                   lens->converted->data, lens->converted->linesize) < 0) {
+    if (!lens->scaler || scale_frame(lens->scaler.get(), frame, lens->converted.get()) < 0) {
         throw std::runtime_error("FFmpeg cannot convert this 4:2:2 picture");
     }
     return lens->converted.get();

@@ -61,24 +61,12 @@ bool is_planar_420(AVPixelFormat format) {
     return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P;
 }
 
-PictureFormat format_of(const AVFrame* frame) {
-    return {frame->width, frame->height, static_cast<AVPixelFormat>(frame->format)};
-}
-
 bool operator==(const PictureFormat& a, const PictureFormat& b) {
     return a.width == b.width && a.height == b.height && a.format == b.format;
 }
 
-int allocate_picture(AVCodecContext* encoder, FramePtr* frame) {
-    frame->reset(av_frame_alloc());
-    if (!*frame) {
-        return AVERROR(ENOMEM);
-    }
-    (*frame)->width = encoder->width;
-    (*frame)->height = encoder->height;
-    (*frame)->format = encoder->pix_fmt;
-    (*frame)->color_range = encoder->color_range;
-    return av_frame_get_buffer(frame->get(), 32);
+FramePtr make_picture(const AVCodecContext* encoder) {
+    return make_frame({encoder->width, encoder->height, encoder->pix_fmt}, encoder->color_range);
 }
 
 }  // namespace
@@ -187,18 +175,14 @@ int libavIF::write_thumbnail_stream(int thumbnail_width, int thumbnail_height, i
 
 int libavIF::write_first_picture(int orientation) {
     FramePtr decoded(av_frame_alloc());
-    FramePtr scaled;
-    FramePtr turned;
-    int result = decoded ? allocate_picture(video_encoder_context, &scaled) : AVERROR(ENOMEM);
-    if (result >= 0) {
-        result = allocate_picture(video_encoder_context, &turned);
-    }
-    if (result < 0) {
-        return fail(result);
+    const FramePtr scaled = make_picture(video_encoder_context);
+    const FramePtr turned = make_picture(video_encoder_context);
+    if (!decoded || !scaled || !turned) {
+        return fail(AVERROR(ENOMEM));
     }
     const PictureFormat expected = {video_decoder[0]->width, video_decoder[0]->height, video_decoder[0]->pix_fmt};
     bool found = false;
-    result = decode_first_picture(decoded.get(), &found);
+    int result = decode_first_picture(decoded.get(), &found);
     if (result < 0) {
         return result;
     }
@@ -212,8 +196,7 @@ int libavIF::write_first_picture(int orientation) {
     if (!sws_context) {
         return fail(AVERROR(EINVAL));
     }
-    result =
-        sws_scale(sws_context, decoded->data, decoded->linesize, 0, decoded->height, scaled->data, scaled->linesize);
+    result = scale_frame(sws_context, decoded.get(), scaled.get());
     if (result < 0) {
         return fail(result);
     }

@@ -1,14 +1,12 @@
 // The export's writer: opens the output, runs the lockstep over both inputs, reports progress, ends the file.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
-#include "api/reply.h"
 #include "base/files.h"
 #include "base/log.h"
-#include "base/text.h"
+#include "base/saturate.h"
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "media/lockstep.h"
@@ -36,35 +34,9 @@ bool is_picture_container(const AVOutputFormat* format) {
     return std::strcmp(format->name, "image2") == 0;
 }
 
-int64_t saturated_int64(double value) {
-    if (std::isnan(value)) {
-        return 0;
-    }
-    if (value >= 9223372036854775808.0) {
-        return std::numeric_limits<int64_t>::max();
-    }
-    if (value <= -9223372036854775808.0) {
-        return std::numeric_limits<int64_t>::min();
-    }
-    return static_cast<int64_t>(value);
-}
-
 double seconds_of(const AVStream* stream) {
     return stream->duration == AV_NOPTS_VALUE ? std::numeric_limits<double>::infinity()
                                               : static_cast<double>(stream->duration) * av_q2d(stream->time_base);
-}
-
-// Whether the file ends before what its index tells of the stream: a movie that was cut off. FFmpeg reads such a
-// file to where it breaks off as if it were whole.
-bool is_cut_off(const AVFormatContext* input, int stream_index) {
-    if (stream_index < 0 || !input->pb) {
-        return false;
-    }
-    AVStream* stream = input->streams[stream_index];
-    const int count = avformat_index_get_entries_count(stream);
-    const AVIndexEntry* last = count > 0 ? avformat_index_get_entry(stream, count - 1) : nullptr;
-    const int64_t size = avio_size(input->pb);
-    return last && size >= 0 && last->pos + last->size > size;
 }
 
 // The panorama that waits is encoded while the next pair is decoded and loaded.
@@ -87,15 +59,21 @@ int encode_beside_decoding(PairWriter* writer, Lockstep* lockstep, LoadReady loa
 // One input of the lockstep, as FFmpeg reads and decodes it.
 class MediaSource : public LockstepSource {
   public:
-    // The sound between `start` and `end` (seconds) goes to `writer`. An end of 0 is one: widened as for the
-    // pictures, it is not taken for an open end.
-    MediaSource(libavIF* media, int input, float start, float end, PairWriter* writer)
-        : media_(media), input_(input), start_(start - kBoundMargin), end_(end + kBoundMargin), writer_(writer) {}
+    // The sound between `start` and `end` (seconds) goes to `writer`, if it is wanted. Widened as for the pictures, an
+    // end of 0 is above 0, so that the sound's steps do not take it for an open end.
+    MediaSource(libavIF* media, int input, float start, float end, bool wants_sound, PairWriter* writer)
+        : media_(media),
+          input_(input),
+          start_(start - kBoundMargin),
+          end_(end + kBoundMargin),
+          needed_{true, wants_sound},
+          writer_(writer) {}
 
     int read() override;
     int write_sound(bool* past_end) override;
     int send() override;
     int receive(double* seconds) override;
+    int miss_picture() override { return failed_to_decode(AVERROR_EOF); }
 
     AVFrame* frame() const { return frame_.get(); }
     const char* failed_step() const { return failed_step_; }  // null while nothing failed
@@ -111,6 +89,7 @@ class MediaSource : public LockstepSource {
     int input_;
     float start_;
     float end_;
+    StreamsNeeded needed_;
     PairWriter* writer_;
     PacketPtr packet_{new_packet()};
     FramePtr frame_{new_frame()};
@@ -120,29 +99,24 @@ class MediaSource : public LockstepSource {
 
 int MediaSource::read() {
     av_packet_unref(packet_.get());
-    const AVFormatContext* input = media_->input_format[input_];
-    int result = media_->read_packet(input_, packet_.get());
+    const int result = media_->read_packet(input_, packet_.get(), needed_);
     at_end_ = result == AVERROR_EOF;
-    const bool cut_off = at_end_ && (is_cut_off(input, media_->video_stream_index[input_]) ||
-                                     is_cut_off(input, media_->audio_stream_index[input_]));
-    if (cut_off || (result >= 0 && (packet_->flags & AV_PKT_FLAG_CORRUPT))) {
-        result = AVERROR_INVALIDDATA;
-    }
-    if (result == AVERROR_EOF) {
+    if (at_end_) {
         return kEndOfFile;
     }
     if (result < 0) {
         return failed(result, input_ == 0 ? "read_frame1" : "read_frame2");
     }
     if (packet_->stream_index == media_->video_stream_index[input_]) {
-        return kVideo;
+        return packet_->size > 0 ? kVideo : kOther;  // the decoder takes an empty packet for the end
     }
     return packet_->stream_index == media_->audio_stream_index[input_] ? kSound : kOther;
 }
 
 int MediaSource::write_sound(bool* past_end) {
     const int result = writer_->take_sound(input_, packet_.get(), start_, end_, past_end);
-    return result < 0 ? failed(result, "wtire_audio") : 0;
+    // Only input 2's is told, as established.
+    return result < 0 ? failed(result, input_ == 0 ? nullptr : "wtire_audio") : 0;
 }
 
 int MediaSource::send() {
@@ -172,10 +146,6 @@ int MediaSource::receive(double* seconds) {
 
 }  // namespace
 
-int libavIF::audio_block_size() const {
-    return audio_encoder_context && audio_encoder_context->frame_size > 0 ? audio_encoder_context->frame_size : 1000;
-}
-
 // Says before anything is written what the container or the encoder would refuse in its own words, or accept
 // and make an unusable file of.
 int libavIF::check_video_output(ImageSize size) {
@@ -193,29 +163,6 @@ int libavIF::check_video_output(ImageSize size) {
         return fail(AVERROR(EINVAL),
                     "a movie has even sides of at least %d and at most %lld pixels in all, not %d x %d",
                     kLeastMovieSide, static_cast<long long>(kMostMoviePixels), size.width, size.height);
-    }
-    return 0;
-}
-
-int libavIF::add_sound_output(int audio_source) {
-    if (!hasAudio(0) && !hasAudio(1)) {
-        return 0;
-    }
-    sound_input = hasAudio(audio_source) && (audio_source == 0 || audio_source == 1) ? audio_source : !hasAudio(0);
-    nq360_log(1, "[libavIF::write_video] add audio stream ");
-    if (add_audio_stream(AV_CODEC_ID_PCM_S16LE, 0) < 0) {
-        nq360_log(3, "[libavIF::write_video] add audio stream error %d:%s", error_code, error_text);
-        return error_code;
-    }
-    nq360_log(1, "[libavIF::write_video] init swr_context ");
-    if (init_swr_context() < 0) {
-        nq360_log(3, "[libavIF::write_video] init swr_context error %d:%s", error_code, error_text);
-        return error_code;
-    }
-    nq360_log(1, "[libavIF::write_video] init audio buffer ");
-    if (init_audio_fifo() < 0) {
-        nq360_log(3, "[libavIF::write_video] init audio buffer error %d:%s", error_code, error_text);
-        return error_code;
     }
     return 0;
 }
@@ -268,7 +215,7 @@ void libavIF::seek_to_start(int which, float start) {
     }
     const AVRational time_base = input_format[which]->streams[video_stream_index[which]]->time_base;
     const double ticks = static_cast<double>(start * static_cast<float>(time_base.den)) / time_base.num;
-    av_seek_frame(input_format[which], video_stream_index[which], saturated_int64(std::floor(ticks)),
+    av_seek_frame(input_format[which], video_stream_index[which], saturated<int64_t>(std::floor(ticks)),
                   AVSEEK_FLAG_BACKWARD);
     avcodec_flush_buffers(video_decoder[which]);
     if (audio_decoder[which]) {
@@ -296,53 +243,51 @@ void libavIF::equalize_lengths(OutputOption* option) const {
 }
 
 int libavIF::write_video(const char* export_path, const char* cancel_path, OutputOption option,
-                         NQ360_CALLBACK callback) {
+                         const ReportProgress& report) {
     OutputCloser closer(this);
     if (open_video_output(export_path, option) < 0) {
         return error_code;
     }
-    std::string export_name = export_path;
-    replace_string(export_name);
-
     nq360_log(1, "[libavIF::write_video] start loop");
     seek_to_start(0, option.start1);
     seek_to_start(1, option.start2);
     equalize_lengths(&option);
-    if (write_pairs(option, export_name, cancel_path, callback) < 0) {
+    if (write_pairs(option, cancel_path, report) < 0) {
         return error_code;
     }
     return finish_video();
 }
 
-int libavIF::write_pairs(const OutputOption& option, const std::string& export_name, const char* cancel_path,
-                         NQ360_CALLBACK callback) {
+int libavIF::write_pairs(const OutputOption& option, const char* cancel_path, const ReportProgress& report) {
     PairWriter writer(this, option, !(is_still[0] && is_still[1]));
-    MediaSource source1(this, 0, option.start1, option.end1, &writer);
-    MediaSource source2(this, 1, option.start2, option.end2, &writer);
-    LockstepInput input1 = {&source1, is_still[0], option.start1, option.end1, option.audio_source == 0 && hasAudio(0)};
-    LockstepInput input2 = {&source2, is_still[1], option.start2, option.end2, option.audio_source == 1 && hasAudio(1)};
+    const bool wants_sound[2] = {option.audio_source == 0 && hasAudio(0), option.audio_source == 1 && hasAudio(1)};
+    MediaSource source1(this, 0, option.start1, option.end1, wants_sound[0], &writer);
+    MediaSource source2(this, 1, option.start2, option.end2, wants_sound[1], &writer);
+    LockstepInput input1 = {&source1, is_still[0], option.start1, option.end1, wants_sound[0]};
+    LockstepInput input2 = {&source2, is_still[1], option.start2, option.end2, wants_sound[1]};
     last_pts[0] = last_pts[1] = -1;
 
-    Lockstep lockstep(&input1, &input2);
+    Lockstep lockstep(&input1, &input2,
+                      [this] { nq360_log(1, "[libavIF::write_video] output_frame_size:%d", audio_block_size()); });
     const auto load_ready = [&](int lens) {
         const bool ready = lens == 0 ? input1.frame_ready : input2.frame_ready;
         if (ready && !writer.is_loaded(lens)) {
-            writer.load(lens, lens == 0 ? source1.frame() : source2.frame());
+            writer.load_and_stitch(lens, lens == 0 ? source1.frame() : source2.frame());
         }
     };
     int result = 0;
     while (result >= 0 && (result = lockstep.next_pair()) > 0) {
-        nq360_log(1, "[libavIF::write_video] output_frame_size:%d", audio_block_size());
-        if (report_progress(lockstep.count(), option.update_frame, export_name, cancel_path, callback)) {
+        const int64_t count = lockstep.count();
+        if (count % option.update_frame == 0 &&
+            ((report && report(NQ360_PROGRESS, count)) || isCancelled(cancel_path))) {
             nq360_log(1, "[libavIF::write_video] cancelled");
-            cancelled = true;
-            return fail(AVERROR_EXIT);
+            return stop();
         }
         load_ready(0);
         load_ready(1);
-        const int stitched = writer.stitch(is_still[0], is_still[1]);
-        if (stitched < 0) {
-            return report_unwritten(stitched);
+        const int queued = writer.queue_panorama(is_still[0], is_still[1]);
+        if (queued < 0) {
+            return report_unwritten(queued);
         }
         lockstep.pair_done();
         result = lockstep.read_packets();
@@ -351,17 +296,25 @@ int libavIF::write_pairs(const OutputOption& option, const std::string& export_n
         }
         result = encode_beside_decoding(&writer, &lockstep, load_ready);
         if (writer.write() < 0) {
-            return writer.sound_failed() ? report_failed_step(error_code, "wtire_audio") : report_unwritten(error_code);
+            return writer.sound_failed()
+                       ? report_failed_step(error_code, option.audio_source == 1 ? "wtire_audio" : nullptr)
+                       : report_unwritten(error_code);
         }
     }
     if (result == 0) {
-        result = lockstep.finish_sound();
+        result = lockstep.finish();
     }
     if (result < 0) {
         return report_failed_step(result, source1.failed_step() ? source1.failed_step() : source2.failed_step());
     }
     nq360_log(1, "[libavIF::write_video] loop finished %d %d", input1.ended, input2.ended);
     return next_video_pts == 0 ? fail(AVERROR_EXIT, "no pair of pictures lies in the range") : 0;
+}
+
+// The end of a job that its caller stopped. The text stays what the steps before have left, deliberately.
+int libavIF::stop() {
+    cancelled = true;
+    return error_code = AVERROR_EXIT;
 }
 
 int libavIF::report_unwritten(int result) {
@@ -380,20 +333,6 @@ int libavIF::report_failed_step(int result, const char* step) {
         nq360_log(3, "[libavIF::write_video] %s error %d:%s", step, error_code, error_text);
     }
     return error_code;
-}
-
-bool libavIF::report_progress(int64_t count, int interval, const std::string& export_name, const char* cancel_path,
-                              NQ360_CALLBACK callback) const {
-    if (count % interval != 0) {
-        return false;
-    }
-    if (callback) {
-        char text[kReplySize];
-        snprintf(text, sizeof(text), R"({"movie_path1":"%s","movie_path2":"%s","export_path":"%s","frame_count":%d})",
-                 input_name[0].c_str(), input_name[1].c_str(), export_name.c_str(), static_cast<int>(count));
-        callback(NQ360_PROGRESS, text);
-    }
-    return isCancelled(cancel_path);
 }
 
 // What the encoders still hold, and the end of the file.

@@ -132,7 +132,8 @@ int _jpeg::xml_data(char** out) {
         return fail(-1, "APP1(0xFFE1) MAKER not Found");
     }
     Segment xmp = {-1, -1};
-    if (const int result = find_app1(characters(kXmpSignature), kXmpSignatureSize, &xmp); result != 0) {
+    // A segment too short for the signature is taken as well: what follows it is read, as of a longer one.
+    if (const int result = find_app1(characters(kXmpSignature), 0, &xmp); result != 0) {
         return result;
     }
     if (xmp.start == -1) {

@@ -12,6 +12,10 @@ struct ImageSize {
     int32_t height;
 };
 
+// What addresses pixels with 16-bit numbers, as cv::remap does, takes at most this many a side, of its source and of
+// its output. Pixels.
+constexpr int64_t kMostRemapSide = 32766;
+
 // Column and row of a pixel.
 struct ImagePoint {
     int32_t x;

@@ -4,11 +4,10 @@
 #include <cmath>
 #include <limits>
 
+#include "projection/angles.h"
 #include "projection/processor.h"
 
 namespace {
-
-constexpr double kPi = 3.14159265358979323846;
 
 double longitude_of_column(int x, int columns) {
     return x * (2 * kPi) / columns - kPi;

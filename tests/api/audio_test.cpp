@@ -220,7 +220,7 @@ TEST_F(GetAudio, MarkerCancelsAndThePartialFileGoes) {
     });
     EXPECT_EQ(outcome.result, 0);
     EXPECT_TRUE(partial);
-    EXPECT_EQ(outcome.end(), failure(29999, "Canceled", input, -1, "Immediate exit requested", NQ360_CANCELLED));
+    EXPECT_EQ(outcome.end(), failure(29999, "Canceled", input, -1, "Error number 1024 occurred", NQ360_CANCELLED));
     EXPECT_FALSE(fs::exists(audio));
     EXPECT_TRUE(fs::exists(marker));
 }
@@ -293,7 +293,7 @@ TEST_F(GetAudio, LogTellsItsSteps) {
                                            "[NQT360_get_audio] state = 0"));
     EXPECT_THAT(tagged(any_file()),
                 ElementsAre("[NQT360_get_audio]", "[_NQT360_get_audio]", "[NQT360_get_audio] state = -1"));
-    EXPECT_THAT(tagged(dir.file("missing")), ElementsAre("[NQT360_get_audio]"));
+    EXPECT_THAT(tagged(dir.file("missing")), ElementsAre("[NQT360_get_audio]", "[NQT360_get_audio] state = -1"));
 }
 
 TEST_F(GetAudio, NamesAreEscapedInItsReplies) {

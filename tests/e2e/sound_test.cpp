@@ -168,7 +168,7 @@ TEST_F(SoundOfExport, IsCutWithThePictures) {
             expected.insert(expected.end(), data, data + packet.bytes.size() / 2);
         }
     }
-    EXPECT_EQ(stored_samples(output), expected) << "to the last moment: sound behind the range ends it";
+    EXPECT_EQ(stored_samples(output), whole_blocks(expected));
     EXPECT_NEAR(static_cast<double>(expected.size()) / 2 / 48000, 15 * kFrameSeconds, kFrameSeconds + 1024 / 48000.0);
 }
 
@@ -179,7 +179,7 @@ TEST_F(SoundOfExport, OfARangeOfOneInstantIsShort) {
     call.end1 = call.end2 = 0;
     expect_finished();
     EXPECT_EQ(codes_of(output), equal_codes(0, 1));
-    EXPECT_EQ(stored_samples(output).size() / 2, 1024u);
+    EXPECT_EQ(stored_samples(output).size() / 2, 1000u) << "a block of the packet of 1024";
 }
 
 // A player that reads in order needs both at hand.

@@ -47,10 +47,6 @@ FramePtr noise_frame(int width, int height, AVPixelFormat format) {
     return frame;
 }
 
-PictureFormat format_of(const AVFrame* frame) {
-    return {frame->width, frame->height, static_cast<AVPixelFormat>(frame->format)};
-}
-
 FramePtr scaled(const AVFrame* source, int width, int height, AVPixelFormat format) {
     FramePtr target = make_frame(width, height, format);
     const ScalerPtr scaler(make_scaler(format_of(source), format_of(target.get())));
