@@ -422,8 +422,7 @@ TEST_F(Movies, ThatAreCancelledSaySo) {
     const std::string marker = dir.file("stop", Bytes());
     call.cancel = marker.c_str();
     const Outcome outcome = run();
-    EXPECT_EQ(outcome.end(), (Reply{NQ360_CANCELLED, error3(39999, "Canceled", shot.one, shot.two, output, -1,
-                                                            "")}));
+    EXPECT_EQ(outcome.end(), (Reply{NQ360_CANCELLED, error3(39999, "Canceled", shot.one, shot.two, output, -1, "")}));
     EXPECT_EQ(outcome.result, 0);
 }
 
