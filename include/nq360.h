@@ -10,6 +10,8 @@
 #ifndef NQ360_H
 #define NQ360_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -113,6 +115,204 @@ int NQ360_get_audio(const char* movie_path, const char* audio_path, int bit_rate
  * @return bytes free to an unprivileged user on that volume; 0 when it cannot be asked
  */
 unsigned long long NQ360_freesize(const char* path);
+
+/* ---- The interface with options ----
+ *
+ * Each job of it takes a record. NQ360_..._init fills one so that the job does what the plain function of the same
+ * name does; then set what is to differ. `size` lets programs keep working when fields are added at a record's end: a
+ * field that a program does not know keeps the value of init. A record whose size this library does not know, and a
+ * value out of its range, end the job with errnum ..005 and an "api_errstr" that begins with the field's name.
+ *
+ * Whatever is written goes beside its name first and is renamed when it is whole: a failure, a cancel or a killed
+ * process leaves what stood there before. An existing file's mode is kept, and a link stays a link.
+ *
+ * Every job returns the state that its last reply told: #NQ360_FINISHED, #NQ360_CANCELLED or #NQ360_FAILED.
+ */
+
+/**
+ * Receives each reply, on the thread of the call. It must not throw.
+ *
+ * @param state  what the reply reports
+ * @param json   as for #NQ360_CALLBACK
+ * @param user   as the record has it
+ * @return at #NQ360_STARTED and #NQ360_PROGRESS: 0 to go on, anything else cancels the job; else of no meaning
+ */
+typedef int (*NQ360_REPLY)(NQ360_STATE state, const char* json, void* user);
+
+/**
+ * Receives each log line, on the thread of the call. It must not throw.
+ *
+ * @param level  1: information, 3: an error
+ * @param line   without the newline; it belongs to the library and is released when the callback returns
+ * @param user   as the record has it
+ */
+typedef void (*NQ360_LOG)(int level, const char* line, void* user);
+
+/** How the sound is written. */
+typedef enum NQ360_SOUND {
+    NQ360_SOUND_PCM = 0, /**< 16-bit stereo PCM, bit for bit the source's where that is the same */
+    NQ360_SOUND_AAC = 1  /**< stereo AAC, which sites take */
+} NQ360_SOUND;
+
+/** What is to become of two halves. Angles in degrees, times in seconds; flags are 0 or 1. */
+typedef struct NQ360_EXPORT_OPTIONS {
+    size_t size; /**< of this record; set by init */
+
+    const char* lens1; /**< the halves, as movie_path1 and movie_path2 of #NQ360_export */
+    const char* lens2;
+    const char* output; /**< the panorama, as export_path. Must be a regular file or none yet. */
+
+    int width; /**< of the panorama in pixels, as for #NQ360_export; both 0 (init): the usual size for the lenses, which
+                    is 2880 x 1440, 3840 x 1920 or 7680 x 3840, for movies at most 3840 x 1920 */
+    int height;
+    double angle; /**< turn of the panorama about its y axis, as for #NQ360_export. Init: 0. Any finite number. */
+    double yaw;   /**< then the look is turned to the right by this, ... Init: 0. -360 to 360. */
+    double pitch; /**< ... up by this, ... Init: 0. -360 to 360. */
+    double roll;  /**< ... and its horizon clockwise by this. Init: 0. -360 to 360. */
+    double turn1; /**< turn of each lens picture about its centre, as angle1 and angle2. Init: 0. Any finite number. */
+    double turn2;
+    int correct1[3]; /**< added to Y, U and V of lens 1, the sum held to 0..255. Init: #CORRECT_NONE. Any number. */
+    int correct2[3];
+    double gain1[3]; /**< factors, applied before: on Y (about 16 where the range is limited, about 0 where it is full),
+                          on U and V about 128. Init: 1. 0 to 16. */
+    double gain2[3];
+    const char* band; /**< as band_path. Init: null. */
+    double feather; /**< on each side of the seam, over which both lenses are mixed. Init: 0, a hard seam. 0 to 5.5. */
+
+    int audio_source; /**< 0: sound of lens1 (init); 1: of lens2; -1: none */
+    int sound_codec;  /**< an #NQ360_SOUND. Init: #NQ360_SOUND_PCM. */
+    double start1;    /**< first and last instant of each movie that is exported, as for #NQ360_export. Init: 0 and
+                           3600. Any finite number. */
+    double end1;
+    double start2;
+    double end2;
+
+    const char* datetime; /**< as for #NQ360_export, but escaped where the metadata needs it. Init: null. */
+    int quality;        /**< of a picture: 1 to 100; 0 (init): the encoder's own choice. 95 is near a good camera's. */
+    long long bit_rate; /**< of a movie's pictures, bits per second: 1 to 288000000; 0 (init): as of the inputs */
+    int keep_metadata;  /**< 1: what lens 1's file tells of the shot (camera, times, place, exposure) is kept, and the
+                             spherical metadata is as its standards have it. Init: 0. */
+    int web;            /**< 1: a movie's index lies in front, so that it plays while it loads. Init: 0. */
+    int filter;         /**< 1: where the panorama is much smaller than the lenses' own scale, it is filtered before
+                             sampling. Init: 0. */
+    int whole_inputs_only; /**< 1: an input that cannot be read whole is refused, and the reply says how much is there.
+                                0 (init): what can be read is exported. */
+
+    const char* cancel_path; /**< as for #NQ360_export, but looked for at every frame. Init: null. */
+    NQ360_REPLY reply;       /**< may be null (init) */
+    NQ360_LOG log;           /**< null (init): log lines go to the standard error stream */
+    void* user;              /**< handed to reply and log. Init: null. */
+} NQ360_EXPORT_OPTIONS;
+
+/** Fills the record; null is allowed. */
+void NQ360_export_options_init(NQ360_EXPORT_OPTIONS* options);
+
+/**
+ * Stitches two halves as #NQ360_export does, with the same replies.
+ *
+ * A bad value: errnum 30005. An output that is neither a regular file nor free, or has no writable folder: 30003.
+ * @return the state of the last reply; #NQ360_FAILED for null
+ */
+int NQ360_export_with(const NQ360_EXPORT_OPTIONS* options);
+
+/** What is to be told of a file. */
+typedef struct NQ360_ANALYZE_OPTIONS {
+    size_t size;           /**< of this record; set by init */
+    const char* input;     /**< as input_path of #NQ360_analyze_image */
+    const char* thumbnail; /**< as thumbnail_path. Init: null. */
+    int thumbnail_width;   /**< as for #NQ360_analyze_image. Init: 0. 0 to 32766. */
+    int thumbnail_always;  /**< 0 (init): a thumbnail only for files of the camera or of the stitching software */
+    NQ360_REPLY reply;     /**< may be null (init); it may not cancel */
+    NQ360_LOG log;         /**< null (init): log lines go to the standard error stream */
+    void* user;            /**< handed to reply and log. Init: null. */
+} NQ360_ANALYZE_OPTIONS;
+
+/** Fills the record; null is allowed. */
+void NQ360_analyze_options_init(NQ360_ANALYZE_OPTIONS* options);
+
+/**
+ * Describes a file as #NQ360_analyze_image does. It reads little-endian EXIF too, and its reply has one more key:
+ * "unread", a list of what the file should hold and could not be read ("exif", "xmp", "picture", "movie"). To know of a
+ * picture, it is decoded whole. A bad value: errnum 10005.
+ * @return the state of the last reply; #NQ360_FAILED for null
+ */
+int NQ360_analyze_with(const NQ360_ANALYZE_OPTIONS* options);
+
+/** What sound is to be taken out of a movie. */
+typedef struct NQ360_AUDIO_OPTIONS {
+    size_t size;             /**< of this record; set by init */
+    const char* movie;       /**< as movie_path of #NQ360_get_audio */
+    const char* output;      /**< as audio_path. Must be a regular file or none yet. */
+    int sound_codec;         /**< an #NQ360_SOUND. Init: #NQ360_SOUND_PCM. */
+    long long bit_rate;      /**< of AAC, bits per second: 8000 to 512000; 0 (init): the encoder's choice */
+    const char* cancel_path; /**< as for #NQ360_get_audio. Init: null. */
+    NQ360_REPLY reply;       /**< may be null (init) */
+    NQ360_LOG log;           /**< null (init): log lines go to the standard error stream */
+    void* user;              /**< handed to reply and log. Init: null. */
+} NQ360_AUDIO_OPTIONS;
+
+/** Fills the record; null is allowed. */
+void NQ360_audio_options_init(NQ360_AUDIO_OPTIONS* options);
+
+/**
+ * Writes a movie's sound to a file of its own, as #NQ360_get_audio does with the same replies. A bad value: errnum
+ * 20005. A failure is always told with #NQ360_FAILED.
+ * @return the state of the last reply; #NQ360_FAILED for null
+ */
+int NQ360_get_audio_with(const NQ360_AUDIO_OPTIONS* options);
+
+/**
+ * A shot whose halves stay decoded, for whoever looks at it again and again. Used by one thread at a time; the library
+ * knows of it nowhere else.
+ */
+typedef struct NQ360_SHOT NQ360_SHOT;
+
+/**
+ * Opens lens1 and lens2 of the record and decodes them, of movies the frames at start1 and start2. Of the other fields
+ * it takes reply, log and user, for this call alone.
+ * @return the shot, to be closed by #NQ360_shot_close; null when the halves cannot be read or are not of one size and
+ *         of this camera: the reply says why, as that of #NQ360_export
+ */
+NQ360_SHOT* NQ360_shot_open(const NQ360_EXPORT_OPTIONS* options);
+
+/** Frees the shot; null is allowed. */
+void NQ360_shot_close(NQ360_SHOT* shot);
+
+/**
+ * Makes one panorama as a JPEG in memory. It takes the fields that tell how it is to look (width and height, 1024 x 512
+ * where both are 0, to quality, of which 0 stands for 85), reply, log and user. Metadata, output and sound are left
+ * alone.
+ *
+ * @param options  the record
+ * @param shot     an open shot, whose frames are changed to those at start1 and start2 if they are others; null: lens1
+ *                 and lens2 are opened for this call
+ * @param jpeg     receives the picture's bytes, to be released by #NQ360_free; null after a failure
+ * @param size     receives their number; 0 after a failure
+ * @return the state of the last reply; #NQ360_FAILED for null
+ */
+int NQ360_preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** jpeg, size_t* size);
+
+/**
+ * Finds what makes the halves meet at the seam in brightness, colour and direction, with the record's turns,
+ * corrections and gains as what is there already. Movies are looked at in several places of their ranges. It takes
+ * lens1, lens2, turn1, turn2, start1 to end2, reply, log and user.
+ *
+ * The last reply is an object with "correct1", "correct2", "gain1", "gain2" (three numbers each, for Y, U, V), "turn"
+ * (degrees to be added to turn2), "step" (Y, U, V, by which lens 2 differs at the seam), "step_corrected" and
+ * "step_gained" (the same after each), "compared" (the share of the seam that could be), "confidence" (0 to 1) and
+ * "warning" (in words why the halves may not belong together, else empty).
+ *
+ * @param options  the record
+ * @param shot     an open shot; null: lens1 and lens2 are opened for this call
+ * @return the state of the last reply; #NQ360_FAILED for null
+ */
+int NQ360_match(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot);
+
+/** Releases what the library has handed out; null is allowed. */
+void NQ360_free(void* memory);
+
+/** The library's version, as "1.1.0". */
+const char* NQ360_version(void);
 
 #ifdef __cplusplus
 }

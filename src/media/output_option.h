@@ -1,6 +1,8 @@
 // The settings of one export, from the entry to the frame preparation and the writer.
 #pragma once
 
+#include <array>
+
 #include "projection/correct_map.h"
 #include "projection/equidistant_map.h"
 #include "projection/image_frame.h"
@@ -21,4 +23,14 @@ struct OutputOption {
     EquidistantTransMap transmap;
     const char* datetime = nullptr;  // borrowed
     int32_t update_frame = 10;       // frames between two progress replies; never 0
+
+    ViewTurn view{};     // turns the look after `rotation`
+    double feather = 0;  // radians on each side of the seam over which the lenses are mixed
+    std::array<double, 3> gains[2] = {{{1, 1, 1}}, {{1, 1, 1}}};  // of each lens's planes, before its correction
+    bool filter = false;              // a panorama much smaller than the lenses' own scale is filtered before sampling
+    int32_t quality = 0;              // of a picture, 1 to 100; 0: the encoder's own choice
+    int64_t bit_rate = 0;             // of a movie's pictures; 0: as of the inputs
+    bool sound_aac = false;           // AAC instead of PCM
+    bool read_what_is_there = false;  // an input that is not whole is read as far as it goes
+    bool cancel_at_every_frame = false;  // not at progress replies only
 };

@@ -12,6 +12,13 @@ struct RotationCorrect {
     double yangle;
 };
 
+// A turn of the look, after RotationCorrect's: to the right, then up, then the horizon clockwise. Radians.
+struct ViewTurn {
+    double yaw = 0;
+    double pitch = 0;
+    double roll = 0;
+};
+
 // For every pixel of the panorama, which source position to sample. The sources of a plane stand above each
 // other in one tall picture: lens 1, lens 2, then the band. Without tables, sizes alone, it asks for tables that are
 // made row by row when they are used.
