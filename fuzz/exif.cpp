@@ -14,10 +14,8 @@ void read_texts(const _exif& exif) {
     }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    _exif exif(data, size);
+void read_block(const uint8_t* data, size_t size, ExifDialect dialect) {
+    _exif exif(data, size, dialect);
     read_texts(exif);
     if (exif.isTarget()) {
         fuzz::require(exif.maker && exif.model, "a target has a maker and a model");
@@ -33,5 +31,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         exif.read_block(offsets[1]);
         read_texts(exif);
     }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    read_block(data, size, ExifDialect::kCamera);
+    read_block(data, size, ExifDialect::kAny);
     return 0;
 }

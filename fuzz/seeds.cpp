@@ -82,6 +82,9 @@ void put_blocks(const Corpus& corpus) {
     corpus.put("exif", "all-types", block_of_all_types(MetadataBlock::tiff()));
     corpus.put("exif", "circle", block_of_a_circle());
     corpus.put("exif", "little-endian", Bytes{0x49, 0x49, 0x2A, 0x00} + zeros(8));
+    corpus.put("exif", "little-endian-texts",
+               Bytes{0x49, 0x49, 0x2A, 0x00, 8, 0, 0, 0, 2, 0, 0x0F, 1, 2, 0, 3, 0, 0, 0} + text({"HP\0\0", 4}) +
+                   Bytes{0x10, 1, 2, 0, 6, 0, 0, 0, 34, 0, 0, 0} + text_with_zero("Model"));
 }
 
 void put_segments(const Corpus& corpus) {

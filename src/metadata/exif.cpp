@@ -8,6 +8,7 @@
 namespace {
 
 constexpr uint8_t kTiffHeader[] = {0x4D, 0x4D, 0x00, 0x2A};
+constexpr uint8_t kLittleEndianHeader[] = {0x49, 0x49, 0x2A, 0x00};
 constexpr uint8_t kMakerHeader[] = {'M', 'K', 'R', 'I'};
 constexpr uint8_t kMakerNote[] = {'M', 'K', 'C', 0};
 
@@ -56,7 +57,7 @@ bool begins_with(const char* text, const char* prefix) {
 
 }  // namespace
 
-_exif::_exif(const uint8_t* block, size_t block_length) {
+_exif::_exif(const uint8_t* block, size_t block_length, ExifDialect dialect) : dialect_(dialect) {
     if (!block) {
         nq360_log(1, "[exif] no exif data ");
         return;
@@ -80,7 +81,8 @@ int _exif::header() {
     if (data) {
         std::copy_n(data, std::min(length, sizeof bytes), bytes);
     }
-    is_tiff = std::memcmp(bytes, kTiffHeader, sizeof bytes) == 0;
+    little_endian_ = dialect_ == ExifDialect::kAny && std::memcmp(bytes, kLittleEndianHeader, sizeof bytes) == 0;
+    is_tiff = little_endian_ || std::memcmp(bytes, kTiffHeader, sizeof bytes) == 0;
     is_mkri = std::memcmp(bytes, kMakerHeader, sizeof bytes) == 0;
     if (is_tiff) {
         nq360_log(1, "[exif] TIFF Header");
@@ -90,8 +92,8 @@ int _exif::header() {
         nq360_log(1, "[exif] MKRI Header");
         return 0;
     }
-    const uint32_t little_endian = bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-    nq360_log(1, "[exif] other Header:%x", little_endian);
+    const uint32_t in_file_order = bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+    nq360_log(1, "[exif] other Header:%x", in_file_order);
     return -1;
 }
 
@@ -147,7 +149,7 @@ void _exif::read_value(int64_t offset, _line* out) const {
             break;
         case kAscii:
             // An offset also where the text would fit into the entry: so the camera writes it.
-            out->ascii_offset = value;
+            out->ascii_offset = holds_text(offset, out->count) ? static_cast<uint32_t>(offset) : value;
             break;
         case kShort:
             out->short_value = single || out->count == 2 ? read16(offset) : out->short_value;
@@ -245,6 +247,15 @@ bool _exif::holds(int64_t offset, uint64_t size) const {
     return offset >= 0 && static_cast<uint64_t>(offset) <= length && size <= length - static_cast<uint64_t>(offset);
 }
 
+// Whether the four bytes of an entry's value are a text: the offsets of the camera's begin with a zero byte.
+bool _exif::holds_text(int64_t offset, uint32_t count) const {
+    if (dialect_ != ExifDialect::kAny || count == 0 || count > 4 || data[offset] == 0) {
+        return false;
+    }
+    const uint8_t* end = std::find(data + offset, data + offset + count, 0);
+    return std::all_of(data + offset, end, [](uint8_t byte) { return byte >= ' ' && byte < 0x7F; });
+}
+
 bool _exif::is_open(int directory) const {
     return std::find(open_directories_.begin(), open_directories_.end(), directory) != open_directories_.end();
 }
@@ -258,11 +269,15 @@ bool _exif::spend(uint64_t bytes) {
 }
 
 uint16_t _exif::read16(int64_t offset) const {
-    return static_cast<uint16_t>(data[offset] << 8 | data[offset + 1]);
+    const uint8_t first = data[offset];
+    const uint8_t second = data[offset + 1];
+    return static_cast<uint16_t>(little_endian_ ? second << 8 | first : first << 8 | second);
 }
 
 uint32_t _exif::read32(int64_t offset) const {
-    return static_cast<uint32_t>(read16(offset)) << 16 | read16(offset + 2);
+    const uint32_t first = read16(offset);
+    const uint32_t second = read16(offset + 2);
+    return little_endian_ ? second << 16 | first : first << 16 | second;
 }
 
 // Copies a text and terminates it, which the file need not do. One that is not wholly inside the block leaves

@@ -1,6 +1,6 @@
 // The few values that the analysis needs out of a block of camera metadata: a big-endian TIFF structure (the
 // EXIF segment of a JPEG) or the camera's own block of a movie, which has the same directories behind another
-// header. The camera writes big-endian numbers only, so a little-endian header is deliberately not recognised.
+// header.
 #pragma once
 
 #include <cstddef>
@@ -24,6 +24,12 @@ struct _line {
     int32_t slong_value = 0;
 };
 
+// Whose blocks are read.
+enum class ExifDialect {
+    kCamera,  // big-endian numbers, and every text at an offset: so the camera writes it
+    kAny,     // little-endian numbers too, and texts of up to four bytes in their entries, as TIFF has them
+};
+
 class _exif {
   public:
     // The texts are zero-terminated and belong to the object; null until found. Numbers are -1 until found.
@@ -37,14 +43,14 @@ class _exif {
     int64_t multi_capture = -1;
     int32_t camera_orientation = -1;
     bool is_mkri = false;
-    bool is_tiff = false;
+    bool is_tiff = false;  // of whichever byte order
     bool has_makernote = false;
     const uint8_t* data = nullptr;  // borrowed; must outlive the parsing, not the object's texts
     int32_t start = 0;              // offset of the first directory
     size_t length = 0;              // bytes at `data`
 
     // Parses the block at once. It may be null; bytes past `length` are never read, whatever the offsets say.
-    _exif(const uint8_t* block, size_t block_length);
+    _exif(const uint8_t* block, size_t block_length, ExifDialect dialect = ExifDialect::kCamera);
     ~_exif();
     _exif(const _exif&) = delete;
     _exif& operator=(const _exif&) = delete;
@@ -71,6 +77,7 @@ class _exif {
 
   private:
     bool holds(int64_t offset, uint64_t size) const;
+    bool holds_text(int64_t offset, uint32_t count) const;
     bool is_open(int directory) const;
     bool spend(uint64_t bytes);
     uint16_t read16(int64_t offset) const;
@@ -78,6 +85,8 @@ class _exif {
     void read_value(int64_t offset, _line* out) const;
     void import_text(const _line& entry, std::unique_ptr<char[]>* owner, char** field);
 
+    ExifDialect dialect_;
+    bool little_endian_ = false;
     std::unique_ptr<char[]> maker_text_;
     std::unique_ptr<char[]> model_text_;
     std::unique_ptr<char[]> datetime_text_;

@@ -20,9 +20,9 @@ namespace {
 
 // An _exif on a copy of exactly the block's bytes, so that a sanitizer sees each read beside them.
 struct Parsed {
-    explicit Parsed(const Bytes& block) : copy(new uint8_t[block.size()]) {
+    explicit Parsed(const Bytes& block, ExifDialect dialect = ExifDialect::kCamera) : copy(new uint8_t[block.size()]) {
         std::copy(block.begin(), block.end(), copy.get());
-        log = logged([&] { exif = std::make_unique<_exif>(copy.get(), block.size()); });
+        log = logged([&] { exif = std::make_unique<_exif>(copy.get(), block.size(), dialect); });
     }
     _exif* operator->() const { return exif.get(); }
 
@@ -55,6 +55,21 @@ void expect_defaults(const _exif& exif) {
     EXPECT_FALSE(exif.is_tiff);
     EXPECT_FALSE(exif.has_makernote);
     EXPECT_EQ(exif.start, 0);
+}
+
+// A little-endian block of one directory, whose values of more than four bytes lie behind it.
+Bytes little_endian_block(const std::vector<Bytes>& entries, const Bytes& behind = {}) {
+    Bytes block = {0x49, 0x49, 0x2A, 0x00, 8, 0, 0, 0, static_cast<uint8_t>(entries.size()), 0};
+    for (const Bytes& one : entries) {
+        block += one;
+    }
+    return block + zeros(4) + behind;
+}
+
+Bytes little_endian_entry(uint16_t tag, uint8_t type, uint8_t count, const Bytes& value) {
+    Bytes bytes = Bytes{static_cast<uint8_t>(tag), static_cast<uint8_t>(tag >> 8), type, 0, count, 0, 0, 0} + value;
+    bytes.resize(12);
+    return bytes;
 }
 
 _line line_of(const Bytes& entry_bytes, const _line& before = {}) {
@@ -528,4 +543,96 @@ TEST(Exif, AgreesWithExiftool) {
     EXPECT_EQ(theirs.at("Model"), exif->model);
     EXPECT_EQ(theirs.at("Orientation"), exif->orientation);
     EXPECT_EQ(theirs.at("DateTimeOriginal"), exif->datetime);
+}
+
+TEST(Exif, AnyDialectReadsLittleEndianNumbers) {
+    const Bytes block = little_endian_block({little_endian_entry(0x010F, kTypeAscii, 6, Bytes{74, 0, 0, 0}),
+                                             little_endian_entry(0x0112, kTypeShort, 1, Bytes{6, 0}),
+                                             little_endian_entry(0x3000, kTypeShort, 1, Bytes{0x81, 0}),
+                                             little_endian_entry(0x6300, kTypeLong, 1, Bytes{4, 3, 2, 1}),
+                                             little_endian_entry(0x6301, kTypeByte, 1, Bytes{2})},
+                                            text_with_zero("Maker"));
+    Parsed exif(block, ExifDialect::kAny);
+    EXPECT_EQ(exif.log, "[exif] TIFF Header\n[exif] start offset:8\n");
+    EXPECT_TRUE(exif->is_tiff);
+    EXPECT_STREQ(exif->maker, "Maker");
+    EXPECT_EQ(exif->orientation, 6);
+    EXPECT_EQ(exif->capture_mode, 0x81);
+    EXPECT_EQ(exif->multi_capture, 0x01020304);
+    EXPECT_EQ(exif->camera_orientation, 2);
+    expect_defaults(*Parsed(block).exif);
+}
+
+TEST(Exif, AnyDialectDividesLittleEndianRationals) {
+    const Bytes block = little_endian_block({little_endian_entry(1, kTypeRational, 1, Bytes{26, 0, 0, 0})},
+                                            Bytes{3, 0, 0, 0, 4, 0, 0, 0});
+    Parsed exif(block, ExifDialect::kAny);
+    _line line;
+    ASSERT_EQ(exif->read_line(10, &line), 0);
+    EXPECT_EQ(line.rational_value, 0.75f);
+}
+
+TEST(Exif, AnyDialectKeepsTheRulesOfTheMakerNote) {
+    const auto with_note = [](const Bytes& signature) {
+        return little_endian_block(
+            {little_endian_entry(0x927C, kTypeUndefined, 20, Bytes{26, 0, 0, 0})},
+            signature + zeros(2) + Bytes{1, 0} + little_endian_entry(0x3000, kTypeShort, 1, Bytes{0x80, 0}));
+    };
+    EXPECT_EQ(Parsed(with_note(text({"MKC\0", 4})), ExifDialect::kAny)->capture_mode, 0x80);
+    EXPECT_EQ(Parsed(with_note(text("MKD ")), ExifDialect::kAny)->capture_mode, -1);
+}
+
+TEST(Exif, AnyDialectTakesShortTextsFromTheirEntries) {
+    for (const char* model : {"a", "ab", "abc"}) {
+        const Bytes value = text_with_zero(model);
+        const Bytes inside = entry(0x0110, kTypeAscii, static_cast<uint32_t>(value.size()), value);
+        EXPECT_STREQ(Parsed(tiff_block({inside}), ExifDialect::kAny)->model, model);
+    }
+    const Bytes little = little_endian_block({little_endian_entry(0x010F, kTypeAscii, 3, text_with_zero("HP"))});
+    EXPECT_STREQ(Parsed(little, ExifDialect::kAny)->maker, "HP");
+}
+
+TEST(Exif, AnyDialectReadsTheCamerasOwnBlockAsBefore) {
+    MetadataBlock short_texts = MetadataBlock::tiff();
+    const Bytes maker = short_texts.entry_text(0x010F, "abc");
+    short_texts.set_start(short_texts.put_directory({maker}));
+    EXPECT_STREQ(Parsed(short_texts.bytes(), ExifDialect::kAny)->maker, "abc");
+    for (const Bytes& block : {camera_block(MetadataBlock::tiff()), camera_block(MetadataBlock::maker())}) {
+        Parsed exif(block, ExifDialect::kAny);
+        EXPECT_TRUE(exif->isTarget());
+        EXPECT_EQ(exif.log, Parsed(block).log);
+    }
+}
+
+TEST(Exif, AnyDialectIsSafeInEveryPrefixAndDamagedByte) {
+    const Bytes whole = little_endian_block({little_endian_entry(0x010F, kTypeAscii, 6, Bytes{50, 0, 0, 0}),
+                                             little_endian_entry(0x0110, kTypeAscii, 3, text_with_zero("HP")),
+                                             little_endian_entry(0x8769, kTypeLong, 1, Bytes{8, 0, 0, 0})},
+                                            text_with_zero("Maker"));
+    for (size_t at = 0; at < whole.size(); ++at) {
+        Parsed(slice(whole, 0, at), ExifDialect::kAny);
+        for (const uint8_t value : {0, 1, 0x7F, 0x80, 0xFF}) {
+            Bytes damaged = whole;
+            damaged[at] = value;
+            EXPECT_LT(text_of(Parsed(damaged, ExifDialect::kAny)->maker).size(), whole.size());
+        }
+    }
+}
+
+TEST(Exif, AnyDialectAgreesWithExiftoolInEitherByteOrder) {
+    TempDir dir;
+    for (const std::string order : {"II", "MM"}) {
+        const std::string path = dir.file(order + ".jpg", jpeg_start() + jpeg_end());
+        output_of({"exiftool", "-q", "-ExifByteOrder=" + order, "-Make=HP", "-Model=Some camera", "-Orientation#=8",
+                   "-DateTimeOriginal=2019:03:04 05:06:07", path});
+        const Bytes file = read_file(path);
+        const std::string header = order == "II" ? std::string("II*\0", 4) : std::string("MM\0*", 4);
+        const size_t start = to_string(file).find(header);
+        ASSERT_NE(start, std::string::npos);
+        Parsed exif(slice(file, start, file.size()), ExifDialect::kAny);
+        EXPECT_STREQ(exif->maker, "HP");
+        EXPECT_STREQ(exif->model, "Some camera");
+        EXPECT_EQ(exif->orientation, 8);
+        EXPECT_STREQ(exif->datetime, "2019:03:04 05:06:07");
+    }
 }
