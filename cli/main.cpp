@@ -7,10 +7,10 @@
 #include <memory>
 #include <vector>
 
-#include "command.h"
-#include "errors.h"
-#include "help_format.h"
-#include "interrupt.h"
+#include "commands/command.h"
+#include "jobs/errors.h"
+#include "terminal/help_format.h"
+#include "terminal/interrupt.h"
 
 namespace {
 

@@ -1,0 +1,133 @@
+// nq360 analyze
+#include <optional>
+#include <vector>
+
+#include "commands/command.h"
+#include "jobs/description.h"
+#include "jobs/errors.h"
+#include "jobs/failure.h"
+#include "jobs/input_files.h"
+#include "jobs/library.h"
+#include "jobs/replies.h"
+#include "terminal/interrupt.h"
+#include "terminal/progress.h"
+
+namespace {
+
+constexpr int kThumbnailWidth = 320;
+
+std::string padded(const std::string& text, size_t width) {
+    const size_t used = display_width(text);
+    return text + std::string(used < width ? width - used : 0, ' ') + "  ";
+}
+
+std::string row(const std::string& type, const std::string& size, const std::string& length, const std::string& frames,
+                const std::string& is_360, const std::string& date, const std::string& source,
+                const std::string& name) {
+    return padded(type, 5) + padded(size, 9) + padded(length, 7) + padded(frames, 6) + padded(is_360, 3) +
+           padded(date, 19) + padded(source, 25) + name + "\n";
+}
+
+std::string header() {
+    return row("TYPE", "SIZE", "LENGTH", "FRAMES", "360", "DATE", "SOURCE", "NAME");
+}
+
+std::string row(const Description& file, const std::string& path) {
+    const auto or_dash = [](const std::string& text) { return text.empty() ? "-" : printable(text); };
+    // A picture has a length of its own in the reply, which tells nobody anything.
+    const bool has_length = !file.is_picture && file.duration >= 0;
+    const bool has_frames = !file.is_picture && file.frames > 0;
+    return row(file.is_picture ? "JPEG" : "MOVIE", std::to_string(file.width) + "x" + std::to_string(file.height),
+               has_length ? clock_text(file.duration) : "-", has_frames ? std::to_string(file.frames) : "-",
+               file.is_360 ? "yes" : "no", or_dash(file.datetime), or_dash(file.source), printable(path));
+}
+
+class Analyze : public Command {
+  public:
+    explicit Analyze(CLI::App& app)
+        : Command(app, "analyze",
+                  "Describes pictures and movies. In a folder, all that are in it. A file that cannot be read is named "
+                  "and the others go on.") {
+        parser()
+            .add_option("FILE", arguments_, "picture (.jpg, .jpeg), movie (.mov, .mp4) or folder of these")
+            ->option_text("FILE|DIR...")
+            ->required();
+        parser().add_flag(
+            "--json", json_,
+            "print one JSON object a line and file, with the keys of the library's replies; that of a file "
+            "that failed has the key \"errnum\" or a width of 0");
+        CLI::Option* thumbnails = parser()
+                                      .add_option("--thumbnails", thumbnail_folder_,
+                                                  "write a thumbnail of each file, NAME.jpg, into this folder")
+                                      ->option_text("DIR");
+        parser()
+            .add_option("--width", thumbnail_width_, "width of the thumbnails in pixels (320)")
+            ->option_text("N")
+            ->check(CLI::Range(1, 32766))
+            ->needs(thumbnails);
+        add_loudness();
+    }
+
+  private:
+    int run() override {
+        const std::vector<std::string> files = input_files(arguments_);
+        std::optional<ThumbnailNames> names;
+        if (thumbnail_folder_) {
+            names.emplace(*thumbnail_folder_, files);
+        }
+        Progress progress("files", false);
+        if (files.size() > 1) {
+            progress.begin(static_cast<int64_t>(files.size()));
+        }
+        if (!json_) {
+            console().print(header());
+        }
+        for (const std::string& file : files) {
+            if (interrupted()) {
+                console().complain("cancelled");
+                return kCancelled;
+            }
+            analyze(file, names ? std::optional(names->path_for(file)) : std::nullopt);
+            if (files.size() > 1) {
+                progress.advance(described_ + failed_);
+            }
+        }
+        if (files.size() > 1 && failed_ > 0) {
+            console().tell(std::to_string(described_) + " described, " + std::to_string(failed_) + " failed");
+        }
+        return failed_ > 0 ? kFailed : kDone;
+    }
+
+    void analyze(const std::string& file, const std::optional<std::string>& thumbnail) {
+        const Outcome outcome = analyze_file(file, thumbnail, thumbnail_width_);
+        const Json reply = read_reply(outcome.reply, Operation::kAnalysis);
+        if (json_) {
+            console().print(json_line(reply));
+        }
+        std::string failure;
+        if (outcome.state != NQ360_FINISHED) {
+            failure = analysis_failure(reply, file, thumbnail.value_or(""));
+        } else if (const Description found = read_description(reply); found.width <= 0 || found.height <= 0) {
+            failure = printable(file) + ": holds no picture that can be read; it may be damaged or cut short";
+        } else if (!json_) {
+            console().print(row(found, file));
+        }
+        ++(failure.empty() ? described_ : failed_);
+        if (!failure.empty()) {
+            console().complain(failure);
+        }
+    }
+
+    std::vector<std::string> arguments_;
+    bool json_ = false;
+    std::optional<std::string> thumbnail_folder_;
+    int thumbnail_width_ = kThumbnailWidth;
+    int64_t described_ = 0;
+    int64_t failed_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> make_analyze(CLI::App& app) {
+    return std::make_unique<Analyze>(app);
+}

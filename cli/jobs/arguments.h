@@ -1,0 +1,49 @@
+// Arguments that are more than a number or a name. The parsers throw std::invalid_argument with a text that
+// says what is expected.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "jobs/library.h"
+
+struct Size {
+    int width = 0;
+    int height = 0;
+};
+
+std::optional<Size> parse_size(const std::string& text);       // "3840x1920"
+std::optional<double> parse_seconds(const std::string& text);  // "90", "1:30", "0:01:30.5"
+Correction parse_correction(const std::string& text);          // "6,-2,-": a number or - for each of Y, U, V
+int parse_whole_degrees(const std::string& text);
+float parse_degrees(const std::string& text);
+int parse_sound(const std::string& text);  // "1", "2", "none": 0, 1, -1
+
+std::string correction_text(const Correction& correction);
+
+// An option whose argument a parser reads; `metavar` is its name in the help.
+template <typename T>
+CLI::Option* add_parsed(CLI::App& app, const std::string& name, T& target, T (*parse)(const std::string&),
+                        const std::string& metavar, const std::string& description) {
+    const auto read = [name, &target, parse](const std::string& text) {
+        try {
+            target = parse(text);
+        } catch (const std::invalid_argument& wrong) {
+            throw CLI::ValidationError(name, wrong.what());
+        }
+    };
+    return app.add_option_function<std::string>(name, read, description)->option_text(metavar);
+}
+
+// An option that is a plain text.
+template <typename T>
+CLI::Option* add_text(CLI::App& app, const std::string& name, T& target, const std::string& metavar,
+                      const std::string& description) {
+    return app
+        .add_option_function<std::string>(
+            name, [&target](const std::string& text) { target = text; }, description)
+        ->option_text(metavar);
+}

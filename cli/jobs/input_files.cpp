@@ -1,0 +1,90 @@
+#include "jobs/input_files.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "jobs/errors.h"
+#include "terminal/console.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr size_t kMostName = 200;  // bytes; leaves room for a number and the extension in any file system
+
+bool is_picture_or_movie(const fs::path& path) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension == ".jpg" || extension == ".jpeg" || extension == ".mov" || extension == ".mp4";
+}
+
+// Names that begin with a dot are other programs' notes beside the pictures.
+std::vector<std::string> files_of(const std::string& folder) {
+    std::vector<std::string> files;
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        const bool is_hidden = entry->path().filename().string()[0] == '.';
+        std::error_code unknown;
+        if (!is_hidden && is_picture_or_movie(entry->path()) && !entry->is_directory(unknown)) {
+            files.push_back(entry->path().string());
+        }
+    }
+    if (error) {
+        throw CommandError(printable(folder) + ": the folder cannot be read (" + error.message() + ")");
+    }
+    if (files.empty()) {
+        throw CommandError(printable(folder) + ": no picture (.jpg, .jpeg) or movie (.mov, .mp4) in this folder");
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+// Whether nothing but an earlier thumbnail can be lost: what has another name besides could be anybody's picture.
+bool is_replaceable(const fs::path& path) {
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(path, error);
+    return !fs::exists(status) || (fs::is_regular_file(status) && fs::hard_link_count(path, error) == 1);
+}
+
+}  // namespace
+
+std::vector<std::string> input_files(const std::vector<std::string>& arguments) {
+    std::vector<std::string> files;
+    for (const std::string& argument : arguments) {
+        std::error_code unknown;
+        if (fs::is_directory(argument, unknown)) {
+            const std::vector<std::string> found = files_of(argument);
+            files.insert(files.end(), found.begin(), found.end());
+        } else {
+            files.push_back(argument);
+        }
+    }
+    return files;
+}
+
+ThumbnailNames::ThumbnailNames(const std::string& folder, const std::vector<std::string>& files) : folder_(folder) {
+    std::error_code error;
+    fs::create_directory(folder_, error);
+    if (!fs::is_directory(folder_, error)) {
+        throw CommandError(printable(folder) + ": the folder for the thumbnails cannot be made");
+    }
+    fs::path last;
+    for (const std::string& file : files) {
+        const fs::path parent = fs::path(file).has_parent_path() ? fs::path(file).parent_path() : fs::path(".");
+        if (parent != last && fs::equivalent(parent, folder_, error)) {
+            throw UsageError(printable(folder) + ": holds pictures itself; choose another folder for the thumbnails");
+        }
+        last = parent;
+    }
+}
+
+std::string ThumbnailNames::path_for(const std::string& file) {
+    const std::string name = fs::path(file).filename().string().substr(0, kMostName);
+    std::string chosen = name + ".jpg";
+    for (int number = 2; !is_replaceable(folder_ / chosen) || !given_.insert(chosen).second; ++number) {
+        chosen = name + "." + std::to_string(number) + ".jpg";
+    }
+    return (folder_ / chosen).string();
+}
