@@ -108,6 +108,25 @@ inline Vector panorama_from_camera(Vector q, double angle) {
     return {c * q.x - s * q.z, q.y, s * q.x + c * q.z};
 }
 
+// Where somebody looks, in degrees: to the right by `yaw`, then up by `pitch`; `roll` turns what is seen clockwise.
+struct Look {
+    double yaw = 0;
+    double pitch = 0;
+    double roll = 0;
+};
+
+// The direction that lies ahead, to the right and above in these shares, in the panorama's frame.
+inline Vector seen_direction(double ahead, double right, double above, const Look& look) {
+    const double cy = std::cos(look.yaw * kDegree), sy = std::sin(look.yaw * kDegree);
+    const double cp = std::cos(look.pitch * kDegree), sp = std::sin(look.pitch * kDegree);
+    const double cr = std::cos(look.roll * kDegree), sr = std::sin(look.roll * kDegree);
+    // On a level head, and then of what is seen clockwise.
+    const double level_right = cr * right - sr * above;
+    const double level_above = sr * right + cr * above;
+    const double level_ahead = cp * ahead - sp * level_above;
+    return {cy * level_ahead - sy * level_right, sy * level_ahead + cy * level_right, sp * ahead + cp * level_above};
+}
+
 // A panorama of width x height has the longitude -180 degrees at column 0 and the zenith at row 0.
 inline Position panorama_position(Vector p, int width, int height) {
     const double longitude = std::atan2(p.y, p.x);

@@ -14,6 +14,7 @@
 #include "sample/options.h"
 #include "sample/picture.h"
 #include "sample/scene.h"
+#include "sample/sphere.h"
 #include "sample/still.h"
 
 namespace {
@@ -26,13 +27,24 @@ struct DumpOptions {
     int width = 3840;
     int height = 0;  // 0: half the width
     int frame = 0;
+    std::array<double, 3> view{};  // yaw, pitch and roll in degrees
     bool gray = false;
 };
 
+// Full-range Y, U, V.
+cv::Mat draw_panorama(const DumpOptions& options, int height) {
+    const auto scene = scene_named(options.scene);
+    if (options.view == std::array<double, 3>{}) {
+        return scene->draw(options.width, height, options.frame * kTurnOfFrame).rowRange(0, height);
+    }
+    // Twice as fine, so that looking up takes little away.
+    const Sphere sphere(*scene, 2 * options.width, false);
+    return looked_at(sphere, {options.view[0], options.view[1], options.view[2]}, {options.width, height});
+}
+
 void write_scene(const DumpOptions& options) {
     const int height = options.height > 0 ? options.height : options.width / 2;
-    const cv::Mat drawn = scene_named(options.scene)->draw(options.width, height, options.frame * kTurnOfFrame);
-    const cv::Mat yuv = drawn.rowRange(0, height);
+    const cv::Mat yuv = draw_panorama(options, height);
     cv::Mat picture;
     if (options.gray) {
         cv::extractChannel(yuv, picture, 0);
@@ -249,9 +261,14 @@ void add_dump(CLI::App& app, DumpOptions& options) {
     command->add_option("output", options.output, "PNG file")->required();
     command->add_option("--width", options.width, "Columns")->check(CLI::Range(2, 32766))->capture_default_str();
     command->add_option("--height", options.height, "Rows; half the columns unless given")->check(CLI::Range(1, 32766));
-    command->add_option("--frame", options.frame, "As it stands at this frame of a movie")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
+    CLI::Option* frame = command->add_option("--frame", options.frame, "As it stands at this frame of a movie")
+                             ->check(CLI::NonNegativeNumber)
+                             ->capture_default_str();
+    command
+        ->add_option("--view", options.view,
+                     "YAW,PITCH,ROLL in degrees: looked at to the right, up, and turned clockwise")
+        ->delimiter(',')
+        ->excludes(frame);
     command->add_flag("--gray", options.gray, "Y alone");
     add_scene_option(*command, options.scene);
 }

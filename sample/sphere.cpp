@@ -1,6 +1,9 @@
 #include "sample/sphere.h"
 
 #include <algorithm>
+#include <cmath>
+
+#include <opencv2/imgproc.hpp>
 
 namespace sample {
 namespace {
@@ -48,6 +51,29 @@ Sphere Sphere::limited() const {
 
 cv::Mat Sphere::plane(size_t index, int shift) const {
     return planes_[index].colRange(shift, shift + width_ + 2 * kSphereMargin);
+}
+
+cv::Mat looked_at(const Sphere& sphere, const Look& look, cv::Size size) {
+    cv::Mat columns(size, CV_32FC1);
+    cv::Mat rows(size, CV_32FC1);
+    for (int y = 0; y < size.height; ++y) {
+        for (int x = 0; x < size.width; ++x) {
+            const double longitude = x * 2 * kPi / size.width - kPi;
+            const double colatitude = y * kPi / size.height;
+            const Vector seen = seen_direction(std::sin(colatitude) * std::cos(longitude),
+                                               std::sin(colatitude) * std::sin(longitude), std::cos(colatitude), look);
+            const Position found = panorama_position(seen, sphere.width(), sphere.width() / 2);
+            columns.at<float>(y, x) = static_cast<float>(found.x + kSphereMargin);
+            rows.at<float>(y, x) = static_cast<float>(found.y + kSphereMargin);
+        }
+    }
+    std::array<cv::Mat, 3> planes;
+    for (size_t i = 0; i < planes.size(); ++i) {
+        cv::remap(sphere.plane(i, 0), planes[i], columns, rows, cv::INTER_CUBIC);
+    }
+    cv::Mat seen;
+    cv::merge(planes, seen);
+    return seen;
 }
 
 }  // namespace sample

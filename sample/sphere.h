@@ -5,6 +5,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "sample/lens.h"
 #include "sample/scene.h"
 
 namespace sample {
@@ -40,5 +41,8 @@ class Sphere {
     int width_;
     std::array<cv::Mat, 3> planes_;
 };
+
+// The panorama that somebody who looks there has, CV_8UC3 in the order Y, U, V.
+cv::Mat looked_at(const Sphere& sphere, const Look& look, cv::Size size);
 
 }  // namespace sample

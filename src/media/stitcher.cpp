@@ -82,16 +82,16 @@ void repeat_last(cv::Mat plane, int columns, int rows) {
 
 TableRows luma_rows_of(const OutputOption& option) {
     const EquidistantTransMap& map = option.transmap;
-    return map.ymapx.empty()
-               ? TableRows(luma_mapper(map.equsize, map.projsize, option.radius, option.bandheight, option.rotation))
-               : TableRows(map.ymapx, map.ymapy);
+    return map.ymapx.empty() ? TableRows(luma_mapper(map.equsize, map.projsize, option.radius, option.bandheight,
+                                                     option.rotation, option.view))
+                             : TableRows(map.ymapx, map.ymapy);
 }
 
 TableRows chroma_rows_of(const OutputOption& option) {
     const EquidistantTransMap& map = option.transmap;
-    return map.uvmapx.empty()
-               ? TableRows(chroma_mapper(map.equsize, map.projsize, option.radius, option.bandheight, option.rotation))
-               : TableRows(map.uvmapx, map.uvmapy);
+    return map.uvmapx.empty() ? TableRows(chroma_mapper(map.equsize, map.projsize, option.radius, option.bandheight,
+                                                        option.rotation, option.view))
+                              : TableRows(map.uvmapx, map.uvmapy);
 }
 
 // A plane of FFmpeg's frame, with the last column and row that ours may not have.

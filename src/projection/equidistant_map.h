@@ -12,7 +12,10 @@ struct RotationCorrect {
     double yangle;
 };
 
-// A turn of the look, after RotationCorrect's: to the right, then up, then the horizon clockwise. Radians.
+// A turn of the look, after RotationCorrect's, radians. The look is the direction of the panorama's centre, the middle
+// column of the horizon. Yaw brings there what was to the right of it; pitch then what is above; roll turns the picture
+// clockwise about its centre. Each turn is about the axes that the ones before have left: yaw about "up", pitch about
+// the new "left", roll about the new look.
 struct ViewTurn {
     double yaw = 0;
     double pitch = 0;

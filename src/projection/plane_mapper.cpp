@@ -31,6 +31,33 @@ double dot(const Vector3& a, const Vector3& b) {
     return a.x * b.x + a.y * b.y + a.z * b.z;
 }
 
+// Rz(yaw) * Ry(-pitch) * Rx(roll), each right-handed: in the panorama's frame x is the look, y its right, z up. The
+// columns of the matrix are what comes to lie in these three directions.
+Rotation rotation_from_view(const ViewTurn& view) {
+    const double sy = std::sin(view.yaw), cy = std::cos(view.yaw);
+    const double sp = std::sin(view.pitch), cp = std::cos(view.pitch);
+    const double sr = std::sin(view.roll), cr = std::cos(view.roll);
+    return {{cy * cp, -sy * cr - cy * sp * sr, sy * sr - cy * sp * cr},
+            {sy * cp, cy * cr - sy * sp * sr, -cy * sr - sy * sp * cr},
+            {sp, cp * sr, cp * cr}};
+}
+
+Vector3 row_times(const Vector3& row, const Rotation& matrix) {
+    return {row.x * matrix.x.x + row.y * matrix.y.x + row.z * matrix.z.x,
+            row.x * matrix.x.y + row.y * matrix.y.y + row.z * matrix.z.y,
+            row.x * matrix.x.z + row.y * matrix.y.z + row.z * matrix.z.z};
+}
+
+// From the panorama's frame to the lenses'.
+Rotation rotation_of(const RotationCorrect& rc, const ViewTurn& view) {
+    const Rotation camera = rotation_from_angles(rc.xangle, rc.zangle, rc.yangle);
+    if (view.yaw == 0 && view.pitch == 0 && view.roll == 0) {
+        return camera;  // without the zeros' signs that a product could change
+    }
+    const Rotation turn = rotation_from_view(view);
+    return {row_times(camera.x, turn), row_times(camera.y, turn), row_times(camera.z, turn)};
+}
+
 // Rows of the band picture itself, without the six that its rearrangement adds.
 double band_rows(int bandheight) {
     return (bandheight - 6.0) * 0.5;
@@ -99,12 +126,12 @@ Vector3 sphere_point(double radius, double sin_colatitude, double cos_colatitude
 }  // namespace
 
 void uvpoint_of_panorama_point(double* u, double* v, int x, int y, ImageSize equsize, const PlaneSources& sources,
-                               const RotationCorrect& rc) {
+                               const RotationCorrect& rc, const ViewTurn& view) {
     const double longitude = longitude_of_column(x, equsize.width);
     const double colatitude = colatitude_of_row(y, equsize.height);
     const Vector3 p = sphere_point(sources.radius, std::sin(colatitude), std::cos(colatitude), std::sin(longitude),
                                    std::cos(longitude));
-    uvpoint_from_sphere(u, v, sources, rotation_from_angles(rc.xangle, rc.zangle, rc.yangle), p);
+    uvpoint_from_sphere(u, v, sources, rotation_of(rc, view), p);
 }
 
 // The azimuth is never needed as an angle: with q the rotated point on the unit sphere, cos(psi) and sin(psi) are
@@ -154,10 +181,11 @@ inline double arc_over_sine(double z) {
 
 }  // namespace
 
-PlaneMapper::PlaneMapper(ImageSize equsize, const PlaneSources& sources, const RotationCorrect& rc)
+PlaneMapper::PlaneMapper(ImageSize equsize, const PlaneSources& sources, const RotationCorrect& rc,
+                         const ViewTurn& view)
     : equsize_(equsize),
       sources_(sources),
-      rotation_(rotation_from_angles(rc.xangle, rc.zangle, rc.yangle)),
+      rotation_(rotation_of(rc, view)),
       cos_longitude_(equsize.width),
       sin_longitude_(equsize.width) {
     for (int x = 0; x < equsize.width; ++x) {
@@ -274,13 +302,16 @@ void PlaneMapper::map_unsettled_points(int y, float* mapx, float* mapy) const {
 }
 
 PlaneMapper luma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                        const RotationCorrect& rc) {
+                        const RotationCorrect& rc, const ViewTurn& view) {
     const ImagePoint center{projsize.width / 2, projsize.height / 2};
-    return {equsize, {projsize, center, static_cast<int>(projradius), bandheight, rc.frame1angle, rc.frame2angle}, rc};
+    return {equsize,
+            {projsize, center, static_cast<int>(projradius), bandheight, rc.frame1angle, rc.frame2angle},
+            rc,
+            view};
 }
 
 PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                          const RotationCorrect& rc) {
+                          const RotationCorrect& rc, const ViewTurn& view) {
     // Without a band this gives 3 rows, deliberately left so: fewer than six cover nothing.
     const int chroma_band = static_cast<int>((bandheight - 6.0) * 0.5 + 6);
     const ImagePoint center{projsize.width / 2 / 2, projsize.height / 2 / 2};
@@ -291,5 +322,6 @@ PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradi
              chroma_band,
              rc.frame1angle,
              rc.frame2angle},
-            rc};
+            rc,
+            view};
 }

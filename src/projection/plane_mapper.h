@@ -18,7 +18,7 @@ struct PlaneSources {
 
 // One pixel, as uvpoint_from_equidistantxypoint describes.
 void uvpoint_of_panorama_point(double* u, double* v, int x, int y, ImageSize equsize, const PlaneSources& sources,
-                               const RotationCorrect& rc);
+                               const RotationCorrect& rc, const ViewTurn& view = {});
 
 struct Vector3 {
     double x, y, z;
@@ -32,7 +32,7 @@ struct Rotation {
 class PlaneMapper {
   public:
     // `equsize`: of the panorama's plane.
-    PlaneMapper(ImageSize equsize, const PlaneSources& sources, const RotationCorrect& rc);
+    PlaneMapper(ImageSize equsize, const PlaneSources& sources, const RotationCorrect& rc, const ViewTurn& view);
 
     // Fills row `y` of the tables, both as wide as the plane.
     void map_row(int y, float* mapx, float* mapy) const;
@@ -62,8 +62,8 @@ class PlaneMapper {
     double error_bound_;
 };
 
-// The mappers of the Y plane, and of U and V, for what create_equidistantmap is given.
+// The mappers of the Y plane, and of U and V, for what create_equidistantmap is given, and a turn of the look.
 PlaneMapper luma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                        const RotationCorrect& rc);
+                        const RotationCorrect& rc, const ViewTurn& view = {});
 PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                          const RotationCorrect& rc);
+                          const RotationCorrect& rc, const ViewTurn& view = {});

@@ -7,9 +7,18 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include "media/libavif.h"
+#include "projection/angles.h"
+#include "projection/lens_circle.h"
 #include "projection/soavfunc.h"
+#include "support/picture.h"
+#include "support/run_sample.h"
+#include "support/samples.h"
+#include "support/temp_dir.h"
 
 namespace {
+
+using namespace test_support;
 
 FramePtr random_frame(int width, int height, AVPixelFormat format, unsigned seed) {
     FramePtr frame(av_frame_alloc());
@@ -201,6 +210,45 @@ TEST_P(StitcherTest, RepeatsTheLastChromaOfAnOddSize) {
         const cv::Mat whole(39, 66, CV_8UC1, panorama->data[plane], static_cast<size_t>(panorama->linesize[plane]));
         EXPECT_EQ(cv::norm(whole.col(65), whole.col(64), cv::NORM_INF), 0);
         EXPECT_EQ(cv::norm(whole.row(38), whole.row(37), cv::NORM_INF), 0);
+    }
+}
+
+FramePtr decoded(const std::string& path) {
+    libavIF media(path.c_str());
+    AVFrame* frame = nullptr;
+    EXPECT_EQ(media.open_input_file(0), 0);
+    EXPECT_EQ(media.get_frame(&frame), 0);
+    return FramePtr(frame);
+}
+
+// The settings of an export from the camera's lens pictures of `lens` pixels a side.
+OutputOption camera_option(ImageSize panorama, int lens) {
+    OutputOption option;
+    option.output_size = panorama;
+    option.rotation.yangle = kPi / 2;
+    option.radius = projection_radius(lens);
+    option.transmap.equsize = panorama;
+    option.transmap.projsize = {lens, lens};
+    return option;
+}
+
+TEST(StitcherView, APanoramaIsTheSceneSoTurned) {
+    const TempDir dir;
+    const Shot shot = stills_in(dir, {"--size", "1440", "--grain", "0", "--angle", "90"});
+    const FramePtr lens1 = decoded(shot.one);
+    const FramePtr lens2 = decoded(shot.two);
+    OutputOption option = camera_option({960, 480}, 1440);
+    std::mt19937 random(7);
+    const auto angle = [&random] {
+        return static_cast<int>(random() % 720) - 360 + static_cast<int>(random() % 8) / 8.0;
+    };
+    for (int triple = 0; triple < 10; ++triple) {
+        const double yaw = angle(), pitch = angle(), roll = angle();
+        option.view = {radians(yaw), radians(pitch), radians(roll)};
+        const std::string scene = dir.file("scene.png");
+        const std::string view = std::to_string(yaw) + "," + std::to_string(pitch) + "," + std::to_string(roll);
+        run_sample({"dump", scene, "--width", "960", "--gray", "--view=" + view});
+        const FramePtr panorama = stitched(option, triple % 2 == 0, lens1, lens2);
     }
 }
 

@@ -21,6 +21,7 @@ extern "C" {
 }
 
 #include "projection/parallel.h"
+#include "projection/plane_mapper.h"
 
 namespace {
 
@@ -383,13 +384,15 @@ struct MapSetting {
     double projradius;
     int bandheight;
     RotationCorrect rc;
+    ViewTurn view;
 };
 
 // For the names of the test cases.
 void PrintTo(const MapSetting& s, std::ostream* out) {
     *out << s.equsize.width << "x" << s.equsize.height << " from " << s.projsize.width << "x" << s.projsize.height
          << " r " << s.projradius << " band " << s.bandheight << " turns " << s.rc.frame1angle << ", "
-         << s.rc.frame2angle << " x " << s.rc.xangle << " z " << s.rc.zangle << " y " << s.rc.yangle;
+         << s.rc.frame2angle << " x " << s.rc.xangle << " z " << s.rc.zangle << " y " << s.rc.yangle << " view "
+         << s.view.yaw << ", " << s.view.pitch << ", " << s.view.roll;
 }
 
 // One plane's sizes.
@@ -423,12 +426,23 @@ PlaneSetting chroma_of(const MapSetting& s) {
             std::trunc((luma.band - 6) * 0.5 + 6)};
 }
 
-UV plain_source(const PlaneSetting& s, const RotationCorrect& rc, int x, int y) {
+// What comes to lie at p when the look is turned: the last turn, about the look, is undone first.
+cv::Vec3d before_turn(const cv::Vec3d& p, const ViewTurn& view) {
+    const double sr = std::sin(view.roll), cr = std::cos(view.roll);
+    const cv::Vec3d level(p[0], cr * p[1] - sr * p[2], sr * p[1] + cr * p[2]);
+    const double sp = std::sin(view.pitch), cp = std::cos(view.pitch);
+    const cv::Vec3d flat(cp * level[0] - sp * level[2], level[1], sp * level[0] + cp * level[2]);
+    const double sy = std::sin(view.yaw), cy = std::cos(view.yaw);
+    return {cy * flat[0] - sy * flat[1], sy * flat[0] + cy * flat[1], flat[2]};
+}
+
+UV plain_source(const PlaneSetting& s, const RotationCorrect& rc, const ViewTurn& view, int x, int y) {
     const double lambda = x * 2 * kPi / s.cols - kPi;
     const double theta = y * kPi / s.rows;
-    const double px = s.r * (std::sin(theta) * std::cos(lambda));
-    const double py = s.r * (std::sin(theta) * std::sin(lambda));
-    const double pz = s.r * std::cos(theta);
+    const cv::Vec3d p = before_turn(
+        {s.r * (std::sin(theta) * std::cos(lambda)), s.r * (std::sin(theta) * std::sin(lambda)), s.r * std::cos(theta)},
+        view);
+    const double px = p[0], py = p[1], pz = p[2];
 
     const double sx = std::sin(rc.xangle), sy = std::sin(rc.yangle), sz = std::sin(rc.zangle);
     const double cx = std::cos(rc.xangle), cy = std::cos(rc.yangle), cz = std::cos(rc.zangle);
@@ -466,7 +480,8 @@ struct Disagreement {
     int64_t more = 0;
 };
 
-Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSetting& s, const RotationCorrect& rc) {
+Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSetting& s, const RotationCorrect& rc,
+                     const ViewTurn& view) {
     std::atomic<int64_t> one_ulp{0}, more{0};
     const auto compare_entry = [&](float actual, double expected_exactly) {
         const float expected = static_cast<float>(expected_exactly);
@@ -478,7 +493,7 @@ Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSettin
     in_parallel(s.rows, [&](const cv::Range& rows) {
         for (int y = rows.start; y < rows.end; ++y) {
             for (int x = 0; x < s.cols; ++x) {
-                const UV expected = plain_source(s, rc, x, y);
+                const UV expected = plain_source(s, rc, view, x, y);
                 compare_entry(mapx.at<float>(y, x), expected.u);
                 compare_entry(mapy.at<float>(y, x), expected.v);
             }
@@ -487,12 +502,13 @@ Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSettin
     return {2 * int64_t{s.rows} * s.cols, one_ulp, more};
 }
 
-void expect_agreement(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSetting& s, const RotationCorrect& rc) {
+void expect_agreement(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSetting& s, const RotationCorrect& rc,
+                      const ViewTurn& view) {
     for (const cv::Mat& map : {mapx, mapy}) {
         ASSERT_EQ(map.type(), CV_32FC1);
         ASSERT_EQ(map.size(), cv::Size(s.cols, s.rows));
     }
-    const Disagreement found = compare(mapx, mapy, s, rc);
+    const Disagreement found = compare(mapx, mapy, s, rc, view);
     EXPECT_EQ(found.more, 0);
     EXPECT_LE(found.one_ulp * 1000000, found.entries);
 }
@@ -502,8 +518,29 @@ class MapAgreementTest : public testing::TestWithParam<MapSetting> {};
 TEST_P(MapAgreementTest, EveryEntryOfAllFourTables) {
     const MapSetting& s = GetParam();
     const EquidistantTransMap map = create_equidistantmap(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc);
-    expect_agreement(map.ymapx, map.ymapy, luma_of(s), s.rc);
-    expect_agreement(map.uvmapx, map.uvmapy, chroma_of(s), s.rc);
+    expect_agreement(map.ymapx, map.ymapy, luma_of(s), s.rc, {});
+    expect_agreement(map.uvmapx, map.uvmapy, chroma_of(s), s.rc, {});
+}
+
+// The whole tables of a mapper.
+struct Tables {
+    explicit Tables(const PlaneMapper& mapper)
+        : x(mapper.size().height, mapper.size().width, CV_32FC1), y(x.size(), CV_32FC1) {
+        for (int row = 0; row < x.rows; ++row) {
+            mapper.map_row(row, x.ptr<float>(row), y.ptr<float>(row));
+        }
+    }
+
+    cv::Mat x;
+    cv::Mat y;
+};
+
+TEST_P(MapAgreementTest, EveryEntryOfATurnedLook) {
+    const MapSetting& s = GetParam();
+    const Tables luma(luma_mapper(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc, s.view));
+    const Tables chroma(chroma_mapper(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc, s.view));
+    expect_agreement(luma.x, luma.y, luma_of(s), s.rc, s.view);
+    expect_agreement(chroma.x, chroma.y, chroma_of(s), s.rc, s.view);
 }
 
 // Settings drawn from a fixed seed; mt19937's numbers, unlike the distributions, are the same in every library.
@@ -525,7 +562,8 @@ class SettingDraw {
                 real(0.3, 0.999) * largest,
                 // None, fewer than a rearranged band can have, and bands of even and odd height.
                 whole(0, 2) == 0 ? whole(0, 5) : 2 * rows + 6,
-                {angle(), angle(), angle(), angle(), angle()}};
+                {angle(), angle(), angle(), angle(), angle()},
+                {}};
     }
 
   private:
@@ -536,23 +574,23 @@ class SettingDraw {
 std::vector<MapSetting> map_settings() {
     const double quarter = kPi / 2;
     std::vector<MapSetting> settings = {
-        {{3840, 1920}, {1936, 1936}, 907, 0, {0, 0, 0, 0, 0}},
-        {{2000, 1000}, {3888, 3888}, 1821, 0, {quarter, -quarter, 0, 0, quarter}},
-        {{1920, 960}, {1440, 1440}, 675, 206, {2 * quarter, 0, 0, 0, -quarter}},
+        {{3840, 1920}, {1936, 1936}, 907, 0, {0, 0, 0, 0, 0}, {}},
+        {{2000, 1000}, {3888, 3888}, 1821, 0, {quarter, -quarter, 0, 0, quarter}, {}},
+        {{1920, 960}, {1440, 1440}, 675, 206, {2 * quarter, 0, 0, 0, -quarter}, {}},
         // An odd band height, and odd sizes throughout.
-        {{1501, 751}, {1936, 1936}, 907, 2 * 33 + 6, {-quarter, 3 * quarter, 0, 0, 30 * kPi / 180}},
-        {{777, 333}, {401, 411}, 200.4, 2 * 7 + 6, {0.1, -0.2, 0.3, -0.4, 0.5}},
-        {{1000, 500}, {1936, 1936}, 907, 1, {0, 0, 0, 0, quarter}},
-        {{1000, 500}, {1440, 1440}, 675, 5, {quarter, quarter, 0.7, 0, 0}},
+        {{1501, 751}, {1936, 1936}, 907, 2 * 33 + 6, {-quarter, 3 * quarter, 0, 0, 30 * kPi / 180}, {}},
+        {{777, 333}, {401, 411}, 200.4, 2 * 7 + 6, {0.1, -0.2, 0.3, -0.4, 0.5}, {}},
+        {{1000, 500}, {1936, 1936}, 907, 1, {0, 0, 0, 0, quarter}, {}},
+        {{1000, 500}, {1440, 1440}, 675, 5, {quarter, quarter, 0.7, 0, 0}, {}},
         // A circle that touches the edge of an odd picture, where columns near 0 come out of a cancellation.
-        {{1024, 512}, {11, 11}, 5.4, 0, {0, quarter, 0, 0, 0}},
+        {{1024, 512}, {11, 11}, 5.4, 0, {0, quarter, 0, 0, 0}, {}},
         // A band so high that nothing is left for the lenses.
-        {{640, 320}, {100, 100}, 45, 2 * 120 + 6, {0, 0, 0.2, 0, 0.1}},
+        {{640, 320}, {100, 100}, 45, 2 * 120 + 6, {0, 0, 0.2, 0, 0.1}, {}},
         // Angles of many turns, whose sums with the azimuth lose digits.
-        {{800, 400}, {500, 500}, 240, 0, {2e6, 1, 300, -400, 500}},
-        {{800, 400}, {500, 500}, 240, 0, {-1, -3e6, 0, 0, 500}},
+        {{800, 400}, {500, 500}, 240, 0, {2e6, 1, 300, -400, 500}, {}},
+        {{800, 400}, {500, 500}, 240, 0, {-1, -3e6, 0, 0, 500}, {}},
         // A circle of one pixel, of which chroma has nothing left: no direction is defined there.
-        {{50, 20}, {9, 9}, 1.5, 0, {0, 0, 0, 0, 0}},
+        {{50, 20}, {9, 9}, 1.5, 0, {0, 0, 0, 0, 0}, {}},
     };
     SettingDraw draw(20240229);
     while (settings.size() < 34) {
@@ -565,6 +603,13 @@ std::vector<MapSetting> map_settings() {
             settings.back().rc.yangle = draw.quarter_turns();
         }
     }
+    // No quarter turns: they bring the seam onto pixels, where rounding says which lens it is.
+    for (MapSetting& setting : settings) {
+        setting.view = {draw.angle(), draw.angle(), draw.angle()};
+    }
+    settings[0].view = {draw.angle(), 0, 0};
+    settings[1].view = {0, draw.angle(), 0};
+    settings[2].view = {0, 0, draw.angle()};
     return settings;
 }
 
