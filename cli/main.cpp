@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <iostream>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 #include "commands/command.h"
 #include "jobs/errors.h"
 #include "terminal/help_format.h"
 #include "terminal/interrupt.h"
+#include "terminal/wrong_use.h"
 
 namespace {
 
@@ -46,20 +47,16 @@ std::vector<std::string> arguments_of(int argc, char** argv) {
 // Help and version go to the standard output stream, what is wrong with the arguments to the other one.
 int end_parsing(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-        return app.exit(error);
+        std::ostringstream text;
+        app.exit(error, text);
+        console().print(text.str());
+        return kDone;
     }
     std::string command = "nq360";
-    std::string wrong = printable(error.what());
-    if (app.get_subcommands().empty()) {
-        const std::vector<std::string> words = app.remaining();
-        const char* const kind = !words.empty() && words.front()[0] == '-' ? "option" : "command";
-        wrong = words.empty() ? "a command is missing"
-                              : std::string("there is no ") + kind + " '" + printable(words.front()) + "'";
-    }
     for (const CLI::App* chosen : app.get_subcommands()) {
         command += " " + chosen->get_name();
     }
-    console().complain(wrong);
+    console().complain(wrong_use(app, error));
     console().tell("Try '" + command + " --help'.");
     return kWrongUse;
 }
@@ -80,20 +77,6 @@ int end_by_closed_pipe() {
     return kFailed;
 }
 
-int run(const Commands& commands) {
-    try {
-        return run_chosen(commands);
-    } catch (const ClosedPipe&) {
-        return end_by_closed_pipe();
-    } catch (const UsageError& error) {
-        console().complain(error.what());
-        return kWrongUse;
-    } catch (const std::exception& error) {
-        console().complain(error.what());
-        return kFailed;
-    }
-}
-
 int parse_and_run(int argc, char** argv) {
     CLI::App app(kDescription, "nq360");
     app.formatter(std::make_shared<HelpFormat>());
@@ -101,6 +84,7 @@ int parse_and_run(int argc, char** argv) {
     app.footer(kFooter);
     app.set_help_flag("-h,--help", "show this help and exit");
     app.set_version_flag("--version", "nq360 " NQ360_VERSION, "show the version and exit");
+    app.option_defaults()->disable_flag_override();
     Commands commands;
     commands.push_back(make_analyze(app));
     commands.push_back(make_export(app));
@@ -112,7 +96,21 @@ int parse_and_run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return end_parsing(app, error);
     }
-    return run(commands);
+    return run_chosen(commands);
+}
+
+int run(int argc, char** argv) {
+    try {
+        return parse_and_run(argc, argv);
+    } catch (const ClosedPipe&) {
+        return end_by_closed_pipe();
+    } catch (const UsageError& error) {
+        console().complain(error.what());
+        return kWrongUse;
+    } catch (const std::exception& error) {
+        console().complain(error.what());
+        return kFailed;
+    }
 }
 
 }  // namespace
@@ -122,7 +120,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     watch_interrupts();
     try {
-        return parse_and_run(argc, argv);
+        return run(argc, argv);
     } catch (...) {
         std::fputs("nq360: cannot start; is there enough memory?\n", stderr);
         return kFailed;

@@ -79,7 +79,7 @@ class Analyze : public Command {
         if (files.size() > 1) {
             progress.begin(static_cast<int64_t>(files.size()));
         }
-        if (!json_) {
+        if (!json_ && !console().quiet()) {
             console().print(header());
         }
         for (const std::string& file : files) {

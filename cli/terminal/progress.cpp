@@ -59,7 +59,7 @@ bool Progress::line_is_due(int64_t done) {
 std::string Progress::figures(int64_t done) const {
     std::string text = std::to_string(done);
     if (total_ > 0) {
-        text += "/" + std::to_string(total_);
+        text += "/" + std::to_string(std::max(total_, done));  // a few more may come than were announced
     }
     text += " " + unit_;
     const double elapsed = seconds();

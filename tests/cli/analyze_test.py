@@ -31,6 +31,12 @@ class Table(CommandTest):
         self.assertEqual(movie.split()[:5], ["MOVIE", "1440x1440", "0:01", "30", "yes"])
         self.assertTrue(movie.endswith("MERIDAN OPTICS RT-KA500    " + sample("movie2.mov")))
 
+    def test_quiet_prints_no_head(self):
+        result = run("analyze", "--quiet", sample("still1.jpg"))
+        self.assert_done(result)
+        (row,) = result.stdout.decode().splitlines()
+        self.assertTrue(row.startswith("JPEG"))
+
     def test_lists_a_folder_sorted(self):
         for name in ["b.JPG", "a.jpeg", "C.mp4.jpg", ".hidden.jpg", "notes.txt"]:
             os.link(sample("still1.jpg"), name)

@@ -2,9 +2,10 @@
 import os
 import re
 import shutil
+import subprocess
 import wave
 
-from command import CommandTest, main, run, sample
+from command import SAMPLE, CommandTest, main, run, sample
 
 
 class Audio(CommandTest):
@@ -15,6 +16,16 @@ class Audio(CommandTest):
         with wave.open("out.wav") as sound:
             self.assertEqual((sound.getnchannels(), sound.getsampwidth()), (2, 2))
             self.assertAlmostEqual(sound.getnframes() / sound.getframerate(), 1.0, delta=0.1)
+
+    def test_counts_no_more_than_there_are(self):
+        # The 9 packets that are announced for these are 10 in the end.
+        subprocess.run([SAMPLE, "movie", "a.mov", "b.mov", "--size", "64", "--frames", "6"], check=True)
+        result = run("audio", "a.mov", "out.wav")
+        self.assert_done(result)
+        counts = re.findall(r"(\d+)/(\d+) packets", result.stderr.decode())
+        self.assertTrue(counts)
+        for done, total in counts:
+            self.assertLessEqual(int(done), int(total))
 
     def test_does_not_overwrite(self):
         with open("out.wav", "w", encoding="ascii") as file:

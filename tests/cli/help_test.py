@@ -5,7 +5,7 @@ import shutil
 import subprocess
 import unittest
 
-from command import SOURCE, CommandTest, main, run
+from command import COMMAND, SOURCE, CommandTest, main, run
 
 COMMANDS = ["analyze", "export", "match", "audio", "space"]
 
@@ -51,6 +51,13 @@ class Help(CommandTest):
         self.assert_done(result)
         self.assertRegex(result.stdout, rb"^nq360 \d+\.\d+\.\d+\n$")
 
+    def test_is_not_done_where_it_cannot_be_written(self):
+        for arguments in [["--help"], ["export", "--help"], ["--version"]]:
+            with open("/dev/full", "wb") as full:
+                result = subprocess.run([COMMAND, *arguments], stdout=full, stderr=subprocess.PIPE, check=False)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn(b"standard output cannot be written", result.stderr)
+
     def test_wrong_use_is_told(self):
         cases = [
             ([], "a command is missing", "Try 'nq360 --help'"),
@@ -60,6 +67,16 @@ class Help(CommandTest):
             (["analyze", "a.jpg", "--width", "100"], "--thumbnails", "Try 'nq360 analyze --help'"),
             (["analyze", "a.jpg", "--thumbnails", "x", "--width", "0"], "--width", "Try 'nq360 analyze --help'"),
             (["space"], "PATH is required", "Try 'nq360 space --help'"),
+            (["space", "a", "b", "c"], "'b' is one name too many", "Try 'nq360 space --help'"),
+            (["export", "a.jpg", "b.jpg", "o.jpg", "-t", "90"], "there is no option '-t'"),
+            (["export", "-t", "90", "a.jpg", "b.jpg", "o.jpg"], "there is no option '-t'"),
+            (["export", "a.jpg", "-t", "o.jpg"], "there is no option '-t'"),
+            (["export", "a.jpg", "b.jpg", "o.jpg", "--siz", "2x1"], "there is no option '--siz'"),
+            (["export", "a.jpg", "b.jpg", "o.jpg", "-fx"], "there is no option '-x'"),
+            (["export", "a.jpg", "b.jpg", "o.jpg", "--size", "2x1", "--size", "4x2"], "--size is given twice"),
+            (["export", "a.jpg", "b.jpg", "o.jpg", "--size"], "--size needs a value, WxH"),
+            (["export", "a.jpg", "b.jpg", "o.jpg", "--force=no"], "--force takes no value"),
+            (["analyze", "a.jpg", "--json=maybe"], "--json takes no value"),
         ]
         for arguments, *texts in cases:
             with self.subTest(arguments=arguments):
