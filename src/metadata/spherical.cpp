@@ -3,7 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <new>
+#include <utility>
+
+#include "metadata/xml_text.h"
 
 namespace {
 
@@ -77,6 +81,19 @@ bool take_value(const char* piece, const char* closing_tag, size_t drop, char** 
     return true;
 }
 
+// One line for each element that has a text.
+std::string elements(const std::string& prefix,
+                     std::initializer_list<std::pair<const char*, std::string>> names_and_texts) {
+    std::string lines;
+    for (const auto& [name, text] : names_and_texts) {
+        if (!text.empty()) {
+            const std::string tag = prefix + ":" + name;
+            lines += "<" + tag + ">" + escape_xml(text) + "</" + tag + ">\n";
+        }
+    }
+    return lines;
+}
+
 }  // namespace
 
 int isTALUMO360Viewer(char* xmp, char** software, char** date) {
@@ -109,4 +126,51 @@ char* TALUMO360ViewerMetadata(bool picture, int width, int height, const char* d
         snprintf(text, kTextSize, kMovieText, kSoftware, day);
     }
     return text;
+}
+
+std::string gpano_packet(int width, int height, const std::string& date) {
+    const std::string columns = std::to_string(width);
+    const std::string rows = std::to_string(height);
+    return "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n"
+           "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">\n"
+           "<rdf:RDF xmlns:rdf=\"" RDF_NAMESPACE
+           "\">\n"
+           "<rdf:Description rdf:about=\"\" xmlns:GPano=\"http://ns.google.com/photos/1.0/panorama/\">\n" +
+           elements("GPano", {{"UsePanoramaViewer", "True"},
+                              {"StitchingSoftware", kSoftware},
+                              {"ProjectionType", "equirectangular"},
+                              {"CroppedAreaLeftPixels", "0"},
+                              {"CroppedAreaTopPixels", "0"},
+                              {"CroppedAreaImageWidthPixels", columns},
+                              {"CroppedAreaImageHeightPixels", rows},
+                              {"FullPanoWidthPixels", columns},
+                              {"FullPanoHeightPixels", rows},
+                              {"SourcePhotosCount", "2"},
+                              {"FirstPhotoDate", date},
+                              {"LastPhotoDate", date}}) +
+           "</rdf:Description>\n"
+           "</rdf:RDF>\n"
+           "</x:xmpmeta>\n"
+           "<?xpacket end=\"r\"?>";
+}
+
+std::string spherical_video_document(int width, int height, const std::string& timestamp) {
+    const std::string columns = std::to_string(width);
+    const std::string rows = std::to_string(height);
+    return "<?xml version=\"1.0\"?>\n"
+           "<rdf:SphericalVideo xmlns:rdf=\"" RDF_NAMESPACE
+           "\" xmlns:GSpherical=\"http://ns.google.com/videos/1.0/spherical/\">\n" +
+           elements("GSpherical", {{"Spherical", "true"},
+                                   {"Stitched", "true"},
+                                   {"StitchingSoftware", kSoftware},
+                                   {"ProjectionType", "equirectangular"},
+                                   {"SourceCount", "2"},
+                                   {"Timestamp", timestamp},
+                                   {"FullPanoWidthPixels", columns},
+                                   {"FullPanoHeightPixels", rows},
+                                   {"CroppedAreaImageWidthPixels", columns},
+                                   {"CroppedAreaImageHeightPixels", rows},
+                                   {"CroppedAreaLeftPixels", "0"},
+                                   {"CroppedAreaTopPixels", "0"}}) +
+           "</rdf:SphericalVideo>";
 }

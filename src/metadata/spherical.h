@@ -2,6 +2,8 @@
 // analysed file, made for an exported one.
 #pragma once
 
+#include <string>
+
 // Looks in an XMP or RDF text for the stitching software and the capture date; the last of each in the text
 // count. The text is cut into pieces in place. `software` and `date` become null or copies that the caller
 // frees with free, also when this throws for lack of memory.
@@ -14,3 +16,8 @@ int isTALUMO360Viewer(char* xmp, char** software, char** date);
 // The date stands as given: it is not escaped, and too long a one cuts the text at 10239 bytes. Null is empty.
 // The caller frees the text with free. Throws when there is no memory.
 char* TALUMO360ViewerMetadata(bool picture, int width, int height, const char* date);
+
+// The same for a panorama that keeps what lens 1's file tells, as the standards have it: a GPano packet that names the
+// size, and a Spherical Video V1 document. The date is escaped, whatever it holds; empty: none is written.
+std::string gpano_packet(int width, int height, const std::string& date);
+std::string spherical_video_document(int width, int height, const std::string& timestamp);

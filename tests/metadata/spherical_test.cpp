@@ -238,3 +238,65 @@ TEST(Metadata, OwnTextsAreRecognised) {
     EXPECT_EQ(movie.software, kSoftware);
     EXPECT_EQ(movie.date, "2019:03:04");
 }
+
+TEST(StandardMetadata, PacketNamesTheWholeSphereAndBothDates) {
+    const std::string packet = gpano_packet(7680, 3840, "2026-01-02T03:04:05");
+    EXPECT_THAT(packet, HasSubstr("<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">"));
+    for (const auto& [name, value] :
+         std::vector<std::pair<std::string, std::string>>{{"UsePanoramaViewer", "True"},
+                                                          {"StitchingSoftware", kSoftware},
+                                                          {"ProjectionType", "equirectangular"},
+                                                          {"CroppedAreaLeftPixels", "0"},
+                                                          {"CroppedAreaTopPixels", "0"},
+                                                          {"CroppedAreaImageWidthPixels", "7680"},
+                                                          {"CroppedAreaImageHeightPixels", "3840"},
+                                                          {"FullPanoWidthPixels", "7680"},
+                                                          {"FullPanoHeightPixels", "3840"},
+                                                          {"SourcePhotosCount", "2"},
+                                                          {"FirstPhotoDate", "2026-01-02T03:04:05"},
+                                                          {"LastPhotoDate", "2026-01-02T03:04:05"}}) {
+        EXPECT_EQ(count(packet, element("GPano:" + name, value)), 1) << name;
+    }
+    EXPECT_EQ(count(packet, "Pose"), 0);
+}
+
+TEST(StandardMetadata, DocumentNamesTheWholeSphereAndItsTime) {
+    const std::string document = spherical_video_document(3840, 1920, "1767323045");
+    for (const auto& [name, value] :
+         std::vector<std::pair<std::string, std::string>>{{"Spherical", "true"},
+                                                          {"Stitched", "true"},
+                                                          {"StitchingSoftware", kSoftware},
+                                                          {"ProjectionType", "equirectangular"},
+                                                          {"SourceCount", "2"},
+                                                          {"Timestamp", "1767323045"},
+                                                          {"FullPanoWidthPixels", "3840"},
+                                                          {"FullPanoHeightPixels", "1920"},
+                                                          {"CroppedAreaImageWidthPixels", "3840"},
+                                                          {"CroppedAreaImageHeightPixels", "1920"},
+                                                          {"CroppedAreaLeftPixels", "0"},
+                                                          {"CroppedAreaTopPixels", "0"}}) {
+        EXPECT_EQ(count(document, element("GSpherical:" + name, value)), 1) << name;
+    }
+}
+
+TEST(StandardMetadata, NoDateIsNoElement) {
+    EXPECT_EQ(count(gpano_packet(64, 32, ""), "Date"), 0);
+    EXPECT_EQ(count(spherical_video_document(64, 32, ""), "Timestamp"), 0);
+}
+
+TEST(StandardMetadata, DateIsEscaped) {
+    EXPECT_THAT(gpano_packet(64, 32, "<a&b>"), HasSubstr(element("GPano:FirstPhotoDate", "&lt;a&amp;b&gt;")));
+    EXPECT_THAT(spherical_video_document(64, 32, "</GSpherical:StitchingSoftware>"),
+                HasSubstr(element("GSpherical:Timestamp", "&lt;/GSpherical:StitchingSoftware&gt;")));
+}
+
+TEST(StandardMetadata, IsRecognised) {
+    const Recognised picture = recognise(gpano_packet(64, 32, "2026-01-02T03:04:05"));
+    EXPECT_EQ(picture.result, 0);
+    EXPECT_EQ(picture.date, "2026-01-02T03:04:05");
+    const Recognised movie = recognise(spherical_video_document(64, 32, "1767323045"));
+    EXPECT_EQ(movie.result, 0);
+    EXPECT_EQ(movie.software, kSoftware);
+    EXPECT_EQ(movie.date, "1767323045");
+    EXPECT_EQ(recognise(gpano_packet(64, 32, "</GPano:StitchingSoftware")).result, 0);
+}
