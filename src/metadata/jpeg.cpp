@@ -17,6 +17,11 @@ constexpr int64_t kExifSignatureSize = 6;
 // The largest text whose segment, with two filling bytes, fits into 20480 bytes.
 constexpr size_t kXmpLimit = 20445;
 
+// What a segment's length, which counts itself, leaves for its payload.
+constexpr size_t kPayloadMost = 65533;
+
+constexpr size_t kStartSize = 2;
+
 // Four characters as get_app1_header gives them.
 constexpr uint32_t characters(const char* text) {
     uint32_t number = 0;
@@ -28,6 +33,15 @@ constexpr uint32_t characters(const char* text) {
 
 bool is_start_of_image(const uint8_t* bytes) {
     return bytes[0] == 0xFF && bytes[1] == 0xD8;
+}
+
+std::string xmp_payload(const std::string& text) {
+    return std::string(kXmpSignature, sizeof kXmpSignature) + text;
+}
+
+std::string app1_segment(const std::string& payload) {
+    const size_t length = 2 + payload.size();
+    return std::string("\xFF\xE1") + static_cast<char>(length >> 8) + static_cast<char>(length) + payload;
 }
 
 }  // namespace
@@ -173,18 +187,27 @@ void _jpeg::wtire_xmp_data(const char* xmp) {
     }
     const size_t text_size = std::strlen(xmp);
     require_text_fits(text_size, kXmpLimit);
-    uint8_t start[2] = {};
+    require_jpeg();
+    // Two zero bytes follow the text.
+    insert(kStartSize, app1_segment(xmp_payload(std::string(xmp, text_size + 1) + '\0')));
+    flush();
+}
+
+void _jpeg::require_jpeg() {
+    uint8_t start[kStartSize] = {};
     if (seek(0) != 0 || !read(start, sizeof start) || !is_start_of_image(start)) {
         fail_writing("the file is no JPEG");
     }
-    // The segment's length counts itself, the signature, the text and two zero bytes behind it.
-    const size_t length = 2 + sizeof kXmpSignature + text_size + 2;
-    std::string segment = "\xFF\xE1";
-    segment += static_cast<char>(length >> 8);
-    segment += static_cast<char>(length);
-    segment.append(kXmpSignature, sizeof kXmpSignature);
-    segment.append(xmp, text_size);
-    segment.append(2, '\0');
-    insert(sizeof start, segment);
+}
+
+void _jpeg::insert_metadata(const std::string& exif, const std::string& xmp) {
+    if (!stream) {
+        fail_writing("the file is closed");
+    }
+    const std::string exif_payload = std::string("Exif\0", kExifSignatureSize) + exif;
+    require_text_fits(exif_payload.size(), kPayloadMost);
+    require_text_fits(xmp.size(), kPayloadMost - sizeof kXmpSignature);
+    require_jpeg();
+    insert(kStartSize, app1_segment(exif_payload) + app1_segment(xmp_payload(xmp)));
     flush();
 }

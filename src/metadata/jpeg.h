@@ -42,12 +42,17 @@ class _jpeg : public MetadataStream {
     // no JPEG, the text is longer than 20445 bytes, or writing fails.
     void wtire_xmp_data(const char* xmp);
 
+    // Inserts a segment with this EXIF block and one with this XMP packet, in this order, directly after the start of
+    // the image. Throws a text as wtire_xmp_data does, and when one of them does not fit into a segment.
+    void insert_metadata(const std::string& exif, const std::string& xmp);
+
   private:
     struct Segment {
         int64_t start;
         int64_t end;
     };
 
+    void require_jpeg();
     void record_app1(int64_t start, int64_t end);
     int find_app1(uint32_t header, int64_t least, Segment* found);
 };

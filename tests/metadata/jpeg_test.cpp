@@ -448,6 +448,41 @@ TEST_F(Jpeg, WritingIntoAFileOpenedForReadingIsThrown) {
     EXPECT_EQ(read_file(path), jpeg_start() + jpeg_end());
 }
 
+TEST_F(Jpeg, InsertsExifAndXmpAfterTheStartOfImage) {
+    const Bytes before = jpeg_start() + jpeg_segment(kApp0, text("JFIF")) + jpeg_end();
+    const std::string path = file(before);
+    const std::string exif = to_string(block);
+    logged([&] {
+        _jpeg jpeg(path.c_str(), true);
+        jpeg.insert_metadata(exif, "<xmp>");
+        jpeg.close_stream();
+    });
+    EXPECT_EQ(read_file(path),
+              jpeg_start() + exif_segment(block) + xmp_segment("<xmp>") + slice(before, 2, before.size()));
+    EXPECT_EQ(read_jpeg(path).exif, block);
+}
+
+TEST_F(Jpeg, MetadataFillsItsSegmentsAndNoMore) {
+    const auto insert = [&](const std::string& path, size_t exif, size_t xmp) {
+        std::string result;
+        logged([&] {
+            result = thrown([&] {
+                _jpeg jpeg(path.c_str(), true);
+                jpeg.insert_metadata(std::string(exif, 'e'), std::string(xmp, 'x'));
+                jpeg.close_stream();
+            });
+        });
+        return result;
+    };
+    const Bytes picture = jpeg_start() + jpeg_end();
+    EXPECT_EQ(insert(file(picture), 65527, 65504), "");
+    const std::string path = file(picture);
+    EXPECT_EQ(insert(path, 65528, 1), "Can't write metadata: the text has 65534 bytes, 65533 fit");
+    EXPECT_EQ(insert(path, 1, 65505), "Can't write metadata: the text has 65505 bytes, 65504 fit");
+    EXPECT_EQ(read_file(path), picture);
+    EXPECT_EQ(insert(file(text("no picture")), 1, 1), "Can't write metadata: the file is no JPEG");
+}
+
 TEST_F(Jpeg, ExiftoolReadsThePanorama) {
     const std::string path = real_picture();
     const std::string before = output_of({"ffmpeg", "-v", "error", "-i", path, "-f", "framemd5", "-"});
