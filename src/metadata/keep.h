@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <string>
 
+#include "metadata/shot_exif.h"
+
 struct KeptMetadata {
-    std::string exif;           // the block of metadata, as _exif takes it; empty: none
+    ShotExif exif;              // of a movie, out of the camera's own block
     int64_t creation_time = 0;  // of a movie, seconds since 1904 as its header has them; 0: not told
     std::string location;       // of a movie, ISO 6709 ("+35.6586+139.7454/"); empty: not told
 };
