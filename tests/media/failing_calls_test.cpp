@@ -41,7 +41,7 @@ class FailingCalls : public testing::Test {
         ASSERT_EQ(media.init_audio_fifo(), 0);
         do {
             av_packet_unref(packet_.get());
-            ASSERT_GE(media.read_packet(0, packet_.get()), 0);
+            ASSERT_GE(av_read_frame(media.input_format[0], packet_.get()), 0);
         } while (packet_->stream_index != media.audio_stream_index[0]);
     }
     int decode_sound() {
