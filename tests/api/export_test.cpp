@@ -19,6 +19,7 @@ extern "C" {
 #include "nq360.h"
 #include "projection/correct_map.h"
 #include "support/child.h"
+#include "support/export_fixture.h"
 #include "support/failing_new.h"
 #include "support/failing_open.h"
 #include "support/fake_volume.h"
@@ -36,21 +37,13 @@ using testing::Not;
 
 namespace {
 
-class Export : public testing::Test {
+class Export : public ExportFixture {
   protected:
+    Export() : ExportFixture("out.jpg") {}
+
     // Both files exist; what is in them does not matter to the entry's checks.
     void use_any_files() { use({dir.file("1.jpg", text("x")), dir.file("2.jpg", text("xy"))}); }
     void use_stills() { use(stills_in(dir, {"--size", "1440"})); }
-    void use(const Shot& inputs) {
-        shot = inputs;
-        call.movie1 = shot.one.c_str();
-        call.movie2 = shot.two.c_str();
-        call.output = output.c_str();
-    }
-    void use_output(const std::string& path) {
-        output = path;
-        call.output = output.c_str();
-    }
 
     // The reply of a failure, with the paths of the call.
     Reply failure(int errnum, const std::string& errstr, int api_errnum = -1, const std::string& api_errstr = "",
@@ -58,11 +51,6 @@ class Export : public testing::Test {
         return {state,
                 error3(errnum, errstr, shot.one, shot.two, call.output ? call.output : "", api_errnum, api_errstr)};
     }
-
-    TempDir dir;
-    Shot shot;
-    std::string output = dir.file("out.jpg");
-    ExportCall call;
 };
 
 }  // namespace

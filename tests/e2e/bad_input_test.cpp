@@ -19,6 +19,7 @@
 #include "nq360.h"
 #include "support/bytes.h"
 #include "support/child.h"
+#include "support/export_fixture.h"
 #include "support/fake_volume.h"
 #include "support/limits.h"
 #include "support/picture.h"
@@ -35,20 +36,9 @@ using testing::HasSubstr;
 
 namespace {
 
-class BadInput : public testing::Test {
+class BadInput : public ExportFixture {
   protected:
-    BadInput() { use(stills_in(dir, {"--size", "1440"})); }
-
-    void use(const Shot& inputs) {
-        shot = inputs;
-        call.movie1 = shot.one.c_str();
-        call.movie2 = shot.two.c_str();
-        call.output = output.c_str();
-    }
-    void use_output(const std::string& path) {
-        output = path;
-        call.output = output.c_str();
-    }
+    BadInput() : ExportFixture("out.jpg") { use(stills_in(dir, {"--size", "1440"})); }
 
     // Exports, and sees that a failure leaves nothing and that both inputs stay.
     Outcome export_carefully() {
@@ -98,11 +88,7 @@ class BadInput : public testing::Test {
 
     std::string broken(const std::string& name, const Bytes& content) { return dir.file(name, content); }
 
-    TempDir dir;
-    Shot shot;
-    std::string output = dir.file("out.jpg");
     std::string thumbnail = dir.file("thumbnail.jpg");
-    ExportCall call;
 };
 
 // Names that mean something to a shell, to printf, to JSON or to FFmpeg.

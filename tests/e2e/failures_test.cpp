@@ -124,8 +124,7 @@ TEST_F(Failures, OfAVolumeThatFillsUpMeanwhile) {
     if (!volume.is_mounted()) {
         GTEST_SKIP() << "no right to mount a volume; a limit on the file's size stands in for it above";
     }
-    output = dir.file("volume/out.mov");
-    call.output = output.c_str();
+    use_output("volume/out.mov");
     for (const uint64_t left : {0, 16384}) {
         fs::remove(dir.file("volume/rest"));
         expect_unwritten("No space left on device", [&](const Reply& reply) {

@@ -18,6 +18,7 @@
 
 #include "nq360.h"
 #include "support/comma_locale.h"
+#include "support/export_fixture.h"
 #include "support/log_lines.h"
 #include "support/open_files.h"
 #include "support/picture.h"
@@ -31,14 +32,10 @@ using testing::HasSubstr;
 
 namespace {
 
-class Stills : public testing::Test {
+class Stills : public ExportFixture {
   protected:
-    void use(const Shot& inputs) {
-        shot = inputs;
-        call.movie1 = shot.one.c_str();
-        call.movie2 = shot.two.c_str();
-        call.output = output.c_str();
-    }
+    Stills() : ExportFixture("out.jpg") {}
+
     // Pictures of the drawn scene at the smallest size of the camera, made with these arguments besides.
     void use_small(std::vector<std::string> arguments = {}) {
         arguments.insert(arguments.begin(), {"--size", "1440", "--grain", "0"});
@@ -71,11 +68,6 @@ class Stills : public testing::Test {
                                              std::to_string(size.width), "--height", std::to_string(size.height)});
         run_sample(arguments);
     }
-
-    TempDir dir;
-    Shot shot;
-    std::string output = dir.file("out.jpg");
-    ExportCall call;
 };
 
 std::string scene_path(const std::string& name) {
