@@ -1,11 +1,16 @@
 #include "media/stitcher.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "media/scaler.h"
+#include "projection/angles.h"
+#include "projection/reduction.h"
 
 namespace {
 
@@ -80,37 +85,129 @@ void repeat_last(cv::Mat plane, int columns, int rows) {
     }
 }
 
-TableRows luma_rows_of(const OutputOption& option) {
-    const EquidistantTransMap& map = option.transmap;
-    return map.ymapx.empty() ? TableRows(luma_mapper(map.equsize, map.projsize, option.radius, option.bandheight,
-                                                     option.rotation, option.view))
-                             : TableRows(map.ymapx, map.ymapy);
-}
-
-TableRows chroma_rows_of(const OutputOption& option) {
-    const EquidistantTransMap& map = option.transmap;
-    return map.uvmapx.empty() ? TableRows(chroma_mapper(map.equsize, map.projsize, option.radius, option.bandheight,
-                                                        option.rotation, option.view))
-                              : TableRows(map.uvmapx, map.uvmapy);
-}
-
 // A plane of FFmpeg's frame, with the last column and row that ours may not have.
 cv::Mat whole_plane(AVFrame* frame, int plane) {
     return cv::Mat(halved_up(frame->height, plane), halved_up(frame->width, plane), CV_8UC1, frame->data[plane],
                    static_cast<size_t>(frame->linesize[plane]));
 }
 
+// How much of the lens pictures' chroma stands in a pixel of reduced 4:2:0.
+int reduced_rows(const AVFrame* frame, int plane, int k) {
+    return plane > 0 && is_422(frame) ? 2 * k : k;
+}
+
+void reduce_into(const AVFrame* frame, int k, AVFrame* target) {
+    for (int plane = 0; plane < 3; ++plane) {
+        cv::Mat pixels = whole_plane(target, plane);
+        reduce_plane(frame->data[plane], frame->linesize[plane], k, reduced_rows(frame, plane, k), &pixels);
+    }
+}
+
+// Of the size and range that a frame has when it is reduced.
+FramePtr new_reduced(const AVFrame* frame, int k) {
+    const bool full_range = frame->format == AV_PIX_FMT_YUVJ420P || frame->format == AV_PIX_FMT_YUVJ422P;
+    FramePtr reduced =
+        make_frame({frame->width / k, frame->height / k, full_range ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P},
+                   frame->color_range);
+    return reduced ? std::move(reduced) : throw std::bad_alloc();
+}
+
+// Whether planes of U and V can be reduced as those of Y.
+bool divides(int k, ImageSize size) {
+    return size.width % (2 * k) == 0 && size.height % (2 * k) == 0;
+}
+
+}  // namespace
+
+FramePtr reduced_frame(const AVFrame* frame, int k) {
+    if (k == 1 || !divides(k, {frame->width, frame->height}) || (!is_420(frame) && !is_422(frame))) {
+        FramePtr same(av_frame_clone(frame));
+        return same ? std::move(same) : throw std::bad_alloc();
+    }
+    FramePtr reduced = new_reduced(frame, k);
+    reduce_into(frame, k, reduced.get());
+    return reduced;
+}
+
+namespace {
+
+// How many pixels of the lens pictures there are for one of the panorama, along a line.
+double scale_ratio(const OutputOption& option) {
+    const ImageSize panorama = option.transmap.equsize;
+    const double lens_scale = option.radius / (kPi / 2);  // pixels per radian
+    return lens_scale / std::max(panorama.width / (2 * kPi), panorama.height / kPi);
+}
+
+}  // namespace
+
+// The greatest power of two that leaves the lenses as fine as the panorama. Whole tables are made for whole lens
+// pictures.
+int Stitcher::reduction_for(const OutputOption& option) {
+    const EquidistantTransMap& map = option.transmap;
+    if (!option.filter || !map.ymapx.empty()) {
+        return 1;
+    }
+    int k = 1;
+    while (k < kMostReduction && divides(2 * k, map.projsize) && 2 * k <= scale_ratio(option)) {
+        k *= 2;
+    }
+    return k;
+}
+
+namespace {
+
+cv::Mat band_of(const OutputOption& option, int plane) {
+    const bool has_band = option.band.frameType != FRAME_TYPE_NOTLOAD;
+    return has_band ? option.band.YUVMats[static_cast<size_t>(plane)] : cv::Mat();
+}
+
+std::optional<StackReduction> reduction_of(const OutputOption& option, int plane) {
+    const int k = Stitcher::reduction_for(option);
+    const ImageSize lens = option.transmap.projsize;
+    if (k == 1) {
+        return {};
+    }
+    return StackReduction(k, {halved(lens.width, plane), halved(lens.height, plane)}, band_of(option, plane));
+}
+
+// A filtered panorama is one of the lenses' own scale reduced by area, so that it lies in its place when both are shown
+// in one size: how far the middle of its pixels lies from where the first of those that they are the mean of does.
+double offset_of(const OutputOption& option) {
+    return Stitcher::reduction_for(option) == 1 ? 0 : 0.5 - 0.5 / scale_ratio(option);
+}
+
+TableRows rows_of(const OutputOption& option, int plane) {
+    const EquidistantTransMap& map = option.transmap;
+    const bool luma = plane == 0;
+    if (!map.ymapx.empty()) {
+        return luma ? TableRows(map.ymapx, map.ymapy) : TableRows(map.uvmapx, map.uvmapy);
+    }
+    const auto mapper = luma ? luma_mapper : chroma_mapper;
+    return TableRows(mapper(map.equsize, map.projsize, option.radius, option.bandheight, option.rotation, option.view,
+                            offset_of(option)),
+                     reduction_of(option, plane));
+}
+
+// As it stands in the stack.
+cv::Mat stacked_band(const OutputOption& option, int plane) {
+    const std::optional<StackReduction> reduction = reduction_of(option, plane);
+    return reduction ? reduction->band() : band_of(option, plane);
+}
+
 }  // namespace
 
 Stitcher::Stitcher(const OutputOption& option, bool many_pairs)
-    : option_(option), many_pairs_(many_pairs), luma_rows_(luma_rows_of(option)), chroma_rows_(chroma_rows_of(option)) {
-    const EquidistantTransMap& map = option.transmap;
-    const bool has_band = option.band.frameType != FRAME_TYPE_NOTLOAD;
+    : option_(option),
+      many_pairs_(many_pairs),
+      reduction_(reduction_for(option)),
+      luma_rows_(rows_of(option, 0)),
+      chroma_rows_(rows_of(option, 1)) {
+    const ImageSize lens = option.transmap.projsize;
     for (int plane = 0; plane < 3; ++plane) {
-        const cv::Mat band = has_band ? option.band.YUVMats[static_cast<size_t>(plane)] : cv::Mat();
-        const int lens_rows = 2 * halved(map.projsize.height, plane);
-        stacks_.emplace_back(lens_rows + band.rows, halved(map.projsize.width, plane));
-        if (has_band) {
+        const cv::Mat band = stacked_band(option, plane);
+        const int lens_rows = 2 * halved(lens.height, plane) / reduction_;
+        stacks_.emplace_back(lens_rows + band.rows, halved(lens.width, plane) / reduction_);
+        if (!band.empty()) {
             band.copyTo(stacks_.back().pixels().rowRange(lens_rows, lens_rows + band.rows));
         }
     }
@@ -145,18 +242,42 @@ const AVFrame* Stitcher::as_420(Lens* lens, const AVFrame* frame) const {
     return lens->converted.get();
 }
 
+bool Stitcher::is_reduced(const AVFrame* frame) const {
+    const ImageSize whole = option_.transmap.projsize;
+    return reduction_ > 1 && is_420(frame) && frame->width == whole.width / reduction_ &&
+           frame->height == whole.height / reduction_;
+}
+
+// As 4:2:0 in the size in which it stands in the stack.
+const AVFrame* Stitcher::as_loaded(Lens* lens, const AVFrame* frame) const {
+    if (is_reduced(frame)) {
+        return frame;
+    }
+    if (reduction_ == 1) {
+        return as_420(lens, frame);
+    }
+    const ImageSize whole = option_.transmap.projsize;
+    const bool is_whole = frame->width == whole.width && frame->height == whole.height;
+    const AVFrame* picture = is_whole ? frame : as_420(lens, frame);
+    if (!lens->reduced) {
+        lens->reduced = new_reduced(picture, reduction_);
+    }
+    reduce_into(picture, reduction_, lens->reduced.get());
+    return lens->reduced.get();
+}
+
 cv::Mat Stitcher::place_of(int lens, int plane) const {
-    const int rows = halved(option_.transmap.projsize.height, plane);
+    const int rows = halved(option_.transmap.projsize.height, plane) / reduction_;
     return stacks_[static_cast<size_t>(plane)].pixels().rowRange(lens * rows, (lens + 1) * rows);
 }
 
 void Stitcher::load(int lens, const AVFrame* frame) {
     check_format(frame, lens);
-    if (lens == 0 || !is_422(frame)) {
+    if (!is_reduced(frame) && (lens == 0 || !is_422(frame))) {
         // A 4:2:2 picture of the second lens is scaled to the first's size, deliberately.
         check_size(frame, option_.transmap.projsize, lens);
     }
-    const AVFrame* picture = as_420(&lenses_[lens], frame);
+    const AVFrame* picture = as_loaded(&lenses_[lens], frame);
     const YuvCorrectMap& correction = lens == 0 ? option_.correct1 : option_.correct2;
     for (int plane = 0; plane < 3; ++plane) {
         cv::Mat place = place_of(lens, plane);

@@ -8,15 +8,25 @@
 #include "media/output_option.h"
 #include "projection/sample_table.h"
 
+// The picture of a 4:2:0 or 4:2:2 frame with each k x k pixels brought to their mean, as 4:2:0; `k` is 1 or another
+// result of Stitcher::reduction_for. Where there is nothing to reduce (k is 1, or k does not divide the sides, or
+// it is another format, which Stitcher::load refuses) it is another reference to the frame itself.
+FramePtr reduced_frame(const AVFrame* frame, int k);
+
 class Stitcher {
   public:
+    // By how much lens pictures are reduced before a panorama is sampled from them: 1, 2, 4 or 8. 1 without the
+    // option's filter.
+    static int reduction_for(const OutputOption& option);
+
     // `option` is borrowed; without whole tables in its transmap, they are made from its other settings. For many
     // pairs they are kept in the form that sampling needs, otherwise made and used row by row; the panoramas are
     // the same.
     Stitcher(const OutputOption& option, bool many_pairs);
 
-    // Takes over the decoded frame of a lens (0 or 1), converted to 4:2:0 and corrected. The two lenses may be
-    // loaded at the same time. Throws a text when the frame is not what the tables were built for.
+    // Takes over the decoded frame of a lens (0 or 1), converted to 4:2:0, reduced and corrected; one that
+    // reduced_frame has reduced already gives the same panorama. The two lenses may be loaded at the same time. Throws
+    // a text when the frame is not what the tables were built for.
     void load(int lens, const AVFrame* frame);
 
     // Fill the planes of a 4:2:0 frame of the panorama's size. Chroma of an odd size has a last column or row
@@ -27,19 +37,23 @@ class Stitcher {
   private:
     struct Lens {
         FramePtr converted;  // kept for frames that are not 4:2:0
+        FramePtr reduced;    // kept for frames that are to be reduced
         ScalerPtr scaler;
         int width = 0;  // what the scaler reads
         int height = 0;
     };
 
+    bool is_reduced(const AVFrame* frame) const;
     const AVFrame* as_420(Lens* lens, const AVFrame* frame) const;
+    const AVFrame* as_loaded(Lens* lens, const AVFrame* frame) const;
     cv::Mat place_of(int lens, int plane) const;
     // The planes `first` to `last`, which share a table.
     void stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept, AVFrame* panorama) const;
 
     const OutputOption& option_;
     const bool many_pairs_;
-    std::vector<FramedPlane> stacks_;  // per plane: lens 1 above lens 2 above the band
+    const int reduction_;
+    std::vector<FramedPlane> stacks_;  // per plane: lens 1 above lens 2 above the band, all reduced
     TableRows luma_rows_;
     TableRows chroma_rows_;
     SampleTable luma_;  // for many pairs

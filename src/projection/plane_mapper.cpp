@@ -9,11 +9,11 @@
 
 namespace {
 
-double longitude_of_column(int x, int columns) {
+double longitude_of_column(double x, int columns) {
     return x * (2 * kPi) / columns - kPi;
 }
 
-double colatitude_of_row(int y, int rows) {
+double colatitude_of_row(double y, int rows) {
     return y * kPi / rows;
 }
 
@@ -182,14 +182,15 @@ inline double arc_over_sine(double z) {
 }  // namespace
 
 PlaneMapper::PlaneMapper(ImageSize equsize, const PlaneSources& sources, const RotationCorrect& rc,
-                         const ViewTurn& view)
+                         const ViewTurn& view, double offset)
     : equsize_(equsize),
+      offset_(offset),
       sources_(sources),
       rotation_(rotation_of(rc, view)),
       cos_longitude_(equsize.width),
       sin_longitude_(equsize.width) {
     for (int x = 0; x < equsize.width; ++x) {
-        const double longitude = longitude_of_column(x, equsize.width);
+        const double longitude = longitude_of_column(x + offset, equsize.width);
         cos_longitude_[x] = std::cos(longitude);
         sin_longitude_[x] = std::sin(longitude);
     }
@@ -267,8 +268,12 @@ void map_settled_points_quickly(const RowForms& row, const double* cosines, cons
 
 }  // namespace
 
+double PlaneMapper::colatitude_of(int y) const {
+    return colatitude_of_row(y + offset_, equsize_.height);
+}
+
 void PlaneMapper::map_row(int y, float* mapx, float* mapy) const {
-    const double colatitude = colatitude_of_row(y, equsize_.height);
+    const double colatitude = colatitude_of(y);
     const double sine = std::sin(colatitude), cosine = std::cos(colatitude);
     const double lens_height = sources_.size.height;
     const RowForms forms = {form_of_row(rotation_.z, sine, cosine),
@@ -287,7 +292,7 @@ void PlaneMapper::map_row(int y, float* mapx, float* mapy) const {
 }
 
 void PlaneMapper::map_unsettled_points(int y, float* mapx, float* mapy) const {
-    const double colatitude = colatitude_of_row(y, equsize_.height);
+    const double colatitude = colatitude_of(y);
     const double sine = std::sin(colatitude), cosine = std::cos(colatitude);
     for (int x = 0; x < equsize_.width; ++x) {
         if (!std::isnan(mapx[x])) {
@@ -302,16 +307,17 @@ void PlaneMapper::map_unsettled_points(int y, float* mapx, float* mapy) const {
 }
 
 PlaneMapper luma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                        const RotationCorrect& rc, const ViewTurn& view) {
+                        const RotationCorrect& rc, const ViewTurn& view, double offset) {
     const ImagePoint center{projsize.width / 2, projsize.height / 2};
     return {equsize,
             {projsize, center, static_cast<int>(projradius), bandheight, rc.frame1angle, rc.frame2angle},
             rc,
-            view};
+            view,
+            offset};
 }
 
 PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                          const RotationCorrect& rc, const ViewTurn& view) {
+                          const RotationCorrect& rc, const ViewTurn& view, double offset) {
     // Without a band this gives 3 rows, deliberately left so: fewer than six cover nothing.
     const int chroma_band = static_cast<int>((bandheight - 6.0) * 0.5 + 6);
     const ImagePoint center{projsize.width / 2 / 2, projsize.height / 2 / 2};
@@ -323,5 +329,6 @@ PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradi
              rc.frame1angle,
              rc.frame2angle},
             rc,
-            view};
+            view,
+            offset};
 }

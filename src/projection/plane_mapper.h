@@ -32,7 +32,9 @@ struct Rotation {
 class PlaneMapper {
   public:
     // `equsize`: of the panorama's plane.
-    PlaneMapper(ImageSize equsize, const PlaneSources& sources, const RotationCorrect& rc, const ViewTurn& view);
+    // By `offset` pixels to the right and down of a pixel's own place is where it is sampled.
+    PlaneMapper(ImageSize equsize, const PlaneSources& sources, const RotationCorrect& rc, const ViewTurn& view,
+                double offset);
 
     // Fills row `y` of the tables, both as wide as the plane.
     void map_row(int y, float* mapx, float* mapy) const;
@@ -50,7 +52,10 @@ class PlaneMapper {
 
     void map_unsettled_points(int y, float* mapx, float* mapy) const;
 
+    double colatitude_of(int y) const;
+
     ImageSize equsize_;
+    double offset_;
     PlaneSources sources_;
     Rotation rotation_;
     LensForms u_, v_;
@@ -62,8 +67,9 @@ class PlaneMapper {
     double error_bound_;
 };
 
-// The mappers of the Y plane, and of U and V, for what create_equidistantmap is given, and a turn of the look.
+// The mappers of the Y plane, and of U and V, for what create_equidistantmap is given, a turn of the look and the
+// places of the pixels.
 PlaneMapper luma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                        const RotationCorrect& rc, const ViewTurn& view = {});
+                        const RotationCorrect& rc, const ViewTurn& view = {}, double offset = 0);
 PlaneMapper chroma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                          const RotationCorrect& rc, const ViewTurn& view = {});
+                          const RotationCorrect& rc, const ViewTurn& view = {}, double offset = 0);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "projection/plane_mapper.h"
+#include "projection/reduction.h"
 
 class TableRows {
   public:
@@ -12,8 +13,9 @@ class TableRows {
     TableRows(const cv::Mat& mapx, const cv::Mat& mapy) : mapx_(mapx), mapy_(mapy), size_{mapx.cols, mapx.rows} {}
 
     // Rows that are made when asked for: whole tables are several times the size of the panorama, which is too
-    // much to make for one.
-    explicit TableRows(const PlaneMapper& mapper) : mapper_(mapper), size_(mapper.size()) {}
+    // much to make for one. `reduction`: of the stack, if it is to be reduced.
+    explicit TableRows(const PlaneMapper& mapper, const std::optional<StackReduction>& reduction = {})
+        : mapper_(mapper), reduction_(reduction), size_(mapper.size()) {}
 
     ImageSize size() const { return size_; }
 
@@ -29,13 +31,19 @@ class TableRows {
         }
         const auto columns = static_cast<size_t>(size_.width);
         scratch->resize(2 * columns);
-        mapper_->map_row(y, scratch->data(), scratch->data() + columns);
-        return {scratch->data(), scratch->data() + columns};
+        float* const row_x = scratch->data();
+        float* const row_y = row_x + columns;
+        mapper_->map_row(y, row_x, row_y);
+        if (reduction_) {
+            reduction_->move_positions(row_x, row_y, size_.width);
+        }
+        return {row_x, row_y};
     }
 
   private:
     cv::Mat mapx_;
     cv::Mat mapy_;
     std::optional<PlaneMapper> mapper_;
+    std::optional<StackReduction> reduction_;
     ImageSize size_;
 };

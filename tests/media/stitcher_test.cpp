@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "media/libavif.h"
 #include "projection/angles.h"
@@ -249,6 +250,159 @@ TEST(StitcherView, APanoramaIsTheSceneSoTurned) {
         const std::string view = std::to_string(yaw) + "," + std::to_string(pitch) + "," + std::to_string(roll);
         run_sample({"dump", scene, "--width", "960", "--gray", "--view=" + view});
         const FramePtr panorama = stitched(option, triple % 2 == 0, lens1, lens2);
+    }
+}
+
+// ---- A panorama much smaller than the lenses' scale ----
+
+cv::Mat reduced_by_area(const cv::Mat& large, cv::Size size) {
+    cv::Mat small;
+    cv::resize(large, small, size, 0, 0, cv::INTER_AREA);
+    return small;
+}
+
+TEST(StitcherFilter, ReducesToTheGreatestPowerOfTwoThatLeavesTheLensesAsFine) {
+    const auto reduction = [](int lens, int width) {
+        OutputOption option = camera_option({width, width / 2}, lens);
+        option.filter = true;
+        return Stitcher::reduction_for(option);
+    };
+    EXPECT_EQ(reduction(3888, 7680), 1);
+    EXPECT_EQ(reduction(3888, 3840), 1);  // 1.9 pixels to one
+    EXPECT_EQ(reduction(3888, 3600), 2);
+    EXPECT_EQ(reduction(3888, 1920), 2);
+    EXPECT_EQ(reduction(3888, 1600), 4);
+    EXPECT_EQ(reduction(3888, 1024), 4);
+    EXPECT_EQ(reduction(3888, 512), 8);
+    EXPECT_EQ(reduction(3888, 2), 8);
+    EXPECT_EQ(reduction(1936, 1024), 2);
+    EXPECT_EQ(reduction(1440, 1024), 2);
+    EXPECT_EQ(reduction(1440, 600), 4);
+
+    OutputOption high = camera_option({100, 1920}, 3888);  // as fine as a usual one in one direction
+    high.filter = true;
+    EXPECT_EQ(Stitcher::reduction_for(high), 1);
+    EXPECT_EQ(Stitcher::reduction_for(camera_option({512, 256}, 3888)), 1) << "not asked for";
+}
+
+TEST(StitcherFilter, IsALargePanoramaReducedByArea) {
+    const TempDir dir;
+    const Shot shot = stills_in(dir, {"--size", "3888", "--angle", "90"});
+    const FramePtr lens1 = decoded(shot.one);
+    const FramePtr lens2 = decoded(shot.two);
+    const FramePtr large = stitched(camera_option({6400, 3200}, 3888), false, lens1, lens2);
+    for (const bool many_pairs : {false, true}) {
+        OutputOption option = camera_option({1600, 800}, 3888);
+        const FramePtr unfiltered = stitched(option, many_pairs, lens1, lens2);
+        option.filter = true;
+        const FramePtr panorama = stitched(option, many_pairs, lens1, lens2);
+        for (int plane = 0; plane < 3; ++plane) {
+            const cv::Mat filtered = plane_of(panorama, plane);
+            const cv::Mat expected = reduced_by_area(plane_of(large, plane), filtered.size());
+            EXPECT_GT(psnr(filtered, expected), 34) << plane;
+            EXPECT_GT(psnr(filtered, expected), psnr(plane_of(unfiltered, plane), expected) + 5) << plane;
+        }
+    }
+}
+
+TEST(StitcherFilter, LeavesPanoramasOfTheLensesScaleAsTheyAre) {
+    OutputOption option = camera_option({2880, 1440}, 1440);
+    const FramePtr lens1 = random_frame(1440, 1440, AV_PIX_FMT_YUV420P, 31);
+    const FramePtr lens2 = random_frame(1440, 1440, AV_PIX_FMT_YUV420P, 32);
+    const FramePtr plain = stitched(option, false, lens1, lens2);
+    option.filter = true;
+    const FramePtr filtered = stitched(option, false, lens1, lens2);
+    for (int plane = 0; plane < 3; ++plane) {
+        EXPECT_EQ(cv::norm(plane_of(plain, plane), plane_of(filtered, plane), cv::NORM_INF), 0);
+    }
+}
+
+// A shot that is looked at again keeps small frames: reduced elsewhere, they give the same bytes.
+TEST(StitcherFilter, TakesFramesThatAreReducedAlready) {
+    OutputOption option = camera_option({256, 128}, 1440);
+    option.filter = true;
+    option.correct2 = create_linnercorrectmap(20, -4, CORRECT_NONE);
+    const int k = Stitcher::reduction_for(option);
+    ASSERT_EQ(k, 8);
+    for (const AVPixelFormat format : {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUV422P}) {
+        const FramePtr lens1 = random_frame(1440, 1440, format, 33);
+        const FramePtr lens2 = random_frame(1440, 1440, format, 34);
+        lens1->color_range = AVCOL_RANGE_JPEG;
+        const FramePtr small1 = reduced_frame(lens1.get(), k);
+        const FramePtr small2 = reduced_frame(lens2.get(), k);
+        EXPECT_EQ(small1->width, 180);
+        EXPECT_EQ(small1->height, 180);
+        EXPECT_EQ(small1->color_range, AVCOL_RANGE_JPEG);
+        EXPECT_EQ(small1->format, format == AV_PIX_FMT_YUVJ420P ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P);
+        const FramePtr here = stitched(option, false, lens1, lens2);
+        const FramePtr elsewhere = stitched(option, false, small1, small2);
+        for (int plane = 0; plane < 3; ++plane) {
+            EXPECT_EQ(cv::norm(plane_of(here, plane), plane_of(elsewhere, plane), cv::NORM_INF), 0) << plane;
+        }
+    }
+}
+
+TEST(StitcherFilter, TakesAllChromaRowsOf422) {
+    OutputOption option = camera_option({256, 128}, 1440);
+    option.filter = true;
+    const FramePtr tall = ramp_frame(1440, AV_PIX_FMT_YUV422P);
+    const FramePtr expected = ramp_frame(1440, AV_PIX_FMT_YUV420P);
+    const FramePtr panorama = stitched(option, false, tall, tall);
+    const FramePtr plain = stitched(option, false, expected, expected);
+    for (int plane = 1; plane < 3; ++plane) {
+        EXPECT_LE(cv::norm(plane_of(panorama, plane), plane_of(plain, plane), cv::NORM_INF), 1) << plane;
+    }
+}
+
+TEST(StitcherFilter, LeavesAFrameThatCannotBeReduced) {
+    const FramePtr other = random_frame(64, 64, AV_PIX_FMT_YUV444P, 35);
+    EXPECT_EQ(reduced_frame(other.get(), 4)->data[0], other->data[0]);
+    const FramePtr odd = random_frame(66, 64, AV_PIX_FMT_YUV420P, 36);
+    EXPECT_EQ(reduced_frame(odd.get(), 4)->data[0], odd->data[0]);
+    EXPECT_EQ(reduced_frame(odd.get(), 1)->data[0], odd->data[0]);
+    OutputOption option = camera_option({256, 128}, 1440);
+    option.filter = true;
+    Stitcher stitcher(option, false);
+    EXPECT_THROW(stitcher.load(0, other.get()), std::runtime_error);
+    EXPECT_THROW(stitcher.load(0, random_frame(360, 360, AV_PIX_FMT_YUV420P, 37).get()), std::runtime_error);
+}
+
+// A band of two colours, a step at its ends and between its halves.
+ImageFrame two_coloured_band(int width, int rows) {
+    ImageFrame band;
+    band.frameType = FRAME_TYPE_YUV420;
+    for (int plane = 0; plane < 3; ++plane) {
+        const int divisor = plane == 0 ? 1 : 2;
+        const int half = rows / divisor + 3;
+        cv::Mat pixels(2 * half, width / divisor, CV_8UC1, cv::Scalar(60));
+        pixels.rowRange(half, 2 * half).setTo(200);
+        band.YUVMats.push_back(pixels);
+    }
+    return band;
+}
+
+TEST(StitcherFilter, KeepsTheBandOverTheSeam) {
+    const FramePtr lens1 = random_frame(1440, 1440, AV_PIX_FMT_YUV420P, 38);
+    for (int plane = 0; plane < 3; ++plane) {  // grey, so that nothing but the band differs
+        std::fill_n(lens1->data[plane], lens1->linesize[plane] * (plane == 0 ? 1440 : 720), static_cast<uint8_t>(120));
+    }
+    const auto panorama = [&](ImageSize size, bool filter) {
+        OutputOption option = camera_option(size, 1440);
+        option.filter = filter;
+        option.band = two_coloured_band(1440, 121);
+        option.bandheight = option.transmap.bandheight = option.band.YUVMats[0].rows;
+        return stitched(option, false, lens1, lens1);
+    };
+    const FramePtr large = panorama({2400, 1200}, false);
+    const FramePtr small = panorama({600, 300}, true);
+    for (int plane = 0; plane < 3; ++plane) {
+        const cv::Mat filtered = plane_of(small, plane);
+        const cv::Mat expected = reduced_by_area(plane_of(large, plane), filtered.size());
+        // The border of the band is as sharp as the panorama: a pixel may be on either side of it.
+        EXPECT_GT(psnr(filtered, expected), 30) << plane;
+        EXPECT_EQ(cv::countNonZero(filtered < 60), 0) << plane;
+        EXPECT_GT(cv::countNonZero(filtered == 60), filtered.total() / 60) << plane;
+        EXPECT_GT(cv::countNonZero(filtered == 200), filtered.total() / 60) << plane;
     }
 }
 

@@ -385,6 +385,7 @@ struct MapSetting {
     int bandheight;
     RotationCorrect rc;
     ViewTurn view;
+    double offset;
 };
 
 // For the names of the test cases.
@@ -392,7 +393,7 @@ void PrintTo(const MapSetting& s, std::ostream* out) {
     *out << s.equsize.width << "x" << s.equsize.height << " from " << s.projsize.width << "x" << s.projsize.height
          << " r " << s.projradius << " band " << s.bandheight << " turns " << s.rc.frame1angle << ", "
          << s.rc.frame2angle << " x " << s.rc.xangle << " z " << s.rc.zangle << " y " << s.rc.yangle << " view "
-         << s.view.yaw << ", " << s.view.pitch << ", " << s.view.roll;
+         << s.view.yaw << ", " << s.view.pitch << ", " << s.view.roll << " offset " << s.offset;
 }
 
 // One plane's sizes.
@@ -436,7 +437,7 @@ cv::Vec3d before_turn(const cv::Vec3d& p, const ViewTurn& view) {
     return {cy * flat[0] - sy * flat[1], sy * flat[0] + cy * flat[1], flat[2]};
 }
 
-UV plain_source(const PlaneSetting& s, const RotationCorrect& rc, const ViewTurn& view, int x, int y) {
+UV plain_source(const PlaneSetting& s, const RotationCorrect& rc, const ViewTurn& view, double x, double y) {
     const double lambda = x * 2 * kPi / s.cols - kPi;
     const double theta = y * kPi / s.rows;
     const cv::Vec3d p = before_turn(
@@ -481,7 +482,7 @@ struct Disagreement {
 };
 
 Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSetting& s, const RotationCorrect& rc,
-                     const ViewTurn& view) {
+                     const ViewTurn& view, double offset) {
     std::atomic<int64_t> one_ulp{0}, more{0};
     const auto compare_entry = [&](float actual, double expected_exactly) {
         const float expected = static_cast<float>(expected_exactly);
@@ -493,7 +494,7 @@ Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSettin
     in_parallel(s.rows, [&](const cv::Range& rows) {
         for (int y = rows.start; y < rows.end; ++y) {
             for (int x = 0; x < s.cols; ++x) {
-                const UV expected = plain_source(s, rc, view, x, y);
+                const UV expected = plain_source(s, rc, view, x + offset, y + offset);
                 compare_entry(mapx.at<float>(y, x), expected.u);
                 compare_entry(mapy.at<float>(y, x), expected.v);
             }
@@ -503,12 +504,12 @@ Disagreement compare(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSettin
 }
 
 void expect_agreement(const cv::Mat& mapx, const cv::Mat& mapy, const PlaneSetting& s, const RotationCorrect& rc,
-                      const ViewTurn& view) {
+                      const ViewTurn& view, double offset) {
     for (const cv::Mat& map : {mapx, mapy}) {
         ASSERT_EQ(map.type(), CV_32FC1);
         ASSERT_EQ(map.size(), cv::Size(s.cols, s.rows));
     }
-    const Disagreement found = compare(mapx, mapy, s, rc, view);
+    const Disagreement found = compare(mapx, mapy, s, rc, view, offset);
     EXPECT_EQ(found.more, 0);
     EXPECT_LE(found.one_ulp * 1000000, found.entries);
 }
@@ -518,8 +519,8 @@ class MapAgreementTest : public testing::TestWithParam<MapSetting> {};
 TEST_P(MapAgreementTest, EveryEntryOfAllFourTables) {
     const MapSetting& s = GetParam();
     const EquidistantTransMap map = create_equidistantmap(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc);
-    expect_agreement(map.ymapx, map.ymapy, luma_of(s), s.rc, {});
-    expect_agreement(map.uvmapx, map.uvmapy, chroma_of(s), s.rc, {});
+    expect_agreement(map.ymapx, map.ymapy, luma_of(s), s.rc, {}, 0);
+    expect_agreement(map.uvmapx, map.uvmapy, chroma_of(s), s.rc, {}, 0);
 }
 
 // The whole tables of a mapper.
@@ -535,12 +536,12 @@ struct Tables {
     cv::Mat y;
 };
 
-TEST_P(MapAgreementTest, EveryEntryOfATurnedLook) {
+TEST_P(MapAgreementTest, EveryEntryOfATurnedLookBetweenThePixels) {
     const MapSetting& s = GetParam();
-    const Tables luma(luma_mapper(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc, s.view));
-    const Tables chroma(chroma_mapper(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc, s.view));
-    expect_agreement(luma.x, luma.y, luma_of(s), s.rc, s.view);
-    expect_agreement(chroma.x, chroma.y, chroma_of(s), s.rc, s.view);
+    const Tables luma(luma_mapper(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc, s.view, s.offset));
+    const Tables chroma(chroma_mapper(s.equsize, s.projsize, s.projradius, s.bandheight, s.rc, s.view, s.offset));
+    expect_agreement(luma.x, luma.y, luma_of(s), s.rc, s.view, s.offset);
+    expect_agreement(chroma.x, chroma.y, chroma_of(s), s.rc, s.view, s.offset);
 }
 
 // Settings drawn from a fixed seed; mt19937's numbers, unlike the distributions, are the same in every library.
@@ -563,7 +564,8 @@ class SettingDraw {
                 // None, fewer than a rearranged band can have, and bands of even and odd height.
                 whole(0, 2) == 0 ? whole(0, 5) : 2 * rows + 6,
                 {angle(), angle(), angle(), angle(), angle()},
-                {}};
+                {},
+                0};
     }
 
   private:
@@ -574,23 +576,23 @@ class SettingDraw {
 std::vector<MapSetting> map_settings() {
     const double quarter = kPi / 2;
     std::vector<MapSetting> settings = {
-        {{3840, 1920}, {1936, 1936}, 907, 0, {0, 0, 0, 0, 0}, {}},
-        {{2000, 1000}, {3888, 3888}, 1821, 0, {quarter, -quarter, 0, 0, quarter}, {}},
-        {{1920, 960}, {1440, 1440}, 675, 206, {2 * quarter, 0, 0, 0, -quarter}, {}},
+        {{3840, 1920}, {1936, 1936}, 907, 0, {0, 0, 0, 0, 0}, {}, 0},
+        {{2000, 1000}, {3888, 3888}, 1821, 0, {quarter, -quarter, 0, 0, quarter}, {}, 0},
+        {{1920, 960}, {1440, 1440}, 675, 206, {2 * quarter, 0, 0, 0, -quarter}, {}, 0},
         // An odd band height, and odd sizes throughout.
-        {{1501, 751}, {1936, 1936}, 907, 2 * 33 + 6, {-quarter, 3 * quarter, 0, 0, 30 * kPi / 180}, {}},
-        {{777, 333}, {401, 411}, 200.4, 2 * 7 + 6, {0.1, -0.2, 0.3, -0.4, 0.5}, {}},
-        {{1000, 500}, {1936, 1936}, 907, 1, {0, 0, 0, 0, quarter}, {}},
-        {{1000, 500}, {1440, 1440}, 675, 5, {quarter, quarter, 0.7, 0, 0}, {}},
+        {{1501, 751}, {1936, 1936}, 907, 2 * 33 + 6, {-quarter, 3 * quarter, 0, 0, 30 * kPi / 180}, {}, 0},
+        {{777, 333}, {401, 411}, 200.4, 2 * 7 + 6, {0.1, -0.2, 0.3, -0.4, 0.5}, {}, 0},
+        {{1000, 500}, {1936, 1936}, 907, 1, {0, 0, 0, 0, quarter}, {}, 0},
+        {{1000, 500}, {1440, 1440}, 675, 5, {quarter, quarter, 0.7, 0, 0}, {}, 0},
         // A circle that touches the edge of an odd picture, where columns near 0 come out of a cancellation.
-        {{1024, 512}, {11, 11}, 5.4, 0, {0, quarter, 0, 0, 0}, {}},
+        {{1024, 512}, {11, 11}, 5.4, 0, {0, quarter, 0, 0, 0}, {}, 0},
         // A band so high that nothing is left for the lenses.
-        {{640, 320}, {100, 100}, 45, 2 * 120 + 6, {0, 0, 0.2, 0, 0.1}, {}},
+        {{640, 320}, {100, 100}, 45, 2 * 120 + 6, {0, 0, 0.2, 0, 0.1}, {}, 0},
         // Angles of many turns, whose sums with the azimuth lose digits.
-        {{800, 400}, {500, 500}, 240, 0, {2e6, 1, 300, -400, 500}, {}},
-        {{800, 400}, {500, 500}, 240, 0, {-1, -3e6, 0, 0, 500}, {}},
+        {{800, 400}, {500, 500}, 240, 0, {2e6, 1, 300, -400, 500}, {}, 0},
+        {{800, 400}, {500, 500}, 240, 0, {-1, -3e6, 0, 0, 500}, {}, 0},
         // A circle of one pixel, of which chroma has nothing left: no direction is defined there.
-        {{50, 20}, {9, 9}, 1.5, 0, {0, 0, 0, 0, 0}, {}},
+        {{50, 20}, {9, 9}, 1.5, 0, {0, 0, 0, 0, 0}, {}, 0},
     };
     SettingDraw draw(20240229);
     while (settings.size() < 34) {
@@ -606,6 +608,7 @@ std::vector<MapSetting> map_settings() {
     // No quarter turns: they bring the seam onto pixels, where rounding says which lens it is.
     for (MapSetting& setting : settings) {
         setting.view = {draw.angle(), draw.angle(), draw.angle()};
+        setting.offset = draw.whole(0, 1) * draw.real(0, 0.5);
     }
     settings[0].view = {draw.angle(), 0, 0};
     settings[1].view = {0, draw.angle(), 0};
