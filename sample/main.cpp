@@ -110,6 +110,9 @@ void add_shot_options(CLI::App& command, ShotOptions& shot) {
     command.add_option("--turn1", shot.turns[0], "Turn of lens picture 1 that the export's angle 1 undoes, degrees")
         ->capture_default_str();
     command.add_option("--turn2", shot.turns[1], "The same for lens picture 2 and angle 2")->capture_default_str();
+    command.add_option("--factor", shot.factor, "Lens 2's picture is brighter by this, in Y and in colour")
+        ->check(CLI::Range(0.0, 16.0))
+        ->capture_default_str();
     command.add_option("--difference", shot.difference, "Y,U,V added to lens 2's picture")->delimiter(',');
     command.add_option("--grain", shot.grain, "Noise in Y, as a standard deviation")
         ->check(CLI::Range(0.0, 40.0))

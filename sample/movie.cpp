@@ -81,7 +81,8 @@ void write_movie(const MovieOptions& options, const Sphere& sphere, size_t index
     const bool full_range = is_full_range(options, options.codecs[index]);
     const int number = static_cast<int>(index) + 1;
     MovieFile file(options, index);
-    LensFilm film(options, sphere, number, full_range ? kFullLevels : kLimitedLevels);
+    const Sphere seen = number == 2 ? sphere.brighter(options.factor) : sphere;
+    LensFilm film(options, seen, number, full_range ? kFullLevels : kLimitedLevels);
     for (int i = 0; i < options.frames[index]; ++i) {
         file.write(film.frame(i));
     }

@@ -18,7 +18,8 @@ struct ShotOptions {
     std::string scene = "drawn";
     double angle = 0;                 // degrees, as the export's third angle
     std::array<double, 2> turns{};    // degrees, as the export's two lens angles
-    std::array<int, 3> difference{};  // added to lens 2's Y, U and V
+    double factor = 1;                // by which lens 2 sees everything brighter
+    std::array<int, 3> difference{};  // then added to lens 2's Y, U and V
     double grain = 1;                 // standard deviation in steps of Y
     uint64_t seed = 1;
     std::string chroma = "420";

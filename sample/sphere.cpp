@@ -42,9 +42,20 @@ Sphere::Sphere(const Scene& scene, int width, bool turns) : width_(width) {
 Sphere Sphere::limited() const {
     Sphere sphere = *this;
     sphere.planes_ = {};  // or the copies would share, and overwrite, this one's pixels
-    planes_[0].convertTo(sphere.planes_[0], CV_8U, 219.0 / 255, 16);
+    sphere.black_ = 16;
+    planes_[0].convertTo(sphere.planes_[0], CV_8U, 219.0 / 255, sphere.black_);
     for (size_t i = 1; i < planes_.size(); ++i) {
         planes_[i].convertTo(sphere.planes_[i], CV_8U, 224.0 / 255, 128 - 128 * 224.0 / 255);
+    }
+    return sphere;
+}
+
+Sphere Sphere::brighter(double factor) const {
+    Sphere sphere = *this;
+    sphere.planes_ = {};
+    for (size_t i = 0; i < planes_.size(); ++i) {
+        const int unchanged = i == 0 ? black_ : kNeutralChroma;
+        planes_[i].convertTo(sphere.planes_[i], CV_8U, factor, unchanged * (1 - factor));
     }
     return sphere;
 }

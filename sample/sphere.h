@@ -33,12 +33,16 @@ class Sphere {
     // The same with its planes squeezed from full range into the limited range of movies.
     Sphere limited() const;
 
+    // The same with everything brighter by a factor, as a longer exposure records it; black stays black.
+    Sphere brighter(double factor) const;
+
     // A plane whose pixel (kSphereMargin, kSphereMargin) is the direction of longitude -180 degrees at the north
     // pole, once the scene is turned left by `shift` columns, 0 <= shift < width.
     cv::Mat plane(size_t index, int shift) const;
 
   private:
     int width_;
+    int black_ = kBlackY;  // of Y
     std::array<cv::Mat, 3> planes_;
 };
 

@@ -42,7 +42,8 @@ void write_stills(const StillOptions& options) {
     const Sphere sphere(*scene_named(options.scene), sphere_width(options.size), false);
     const Bytes segments = metadata_segments(options);
     for (int number = 1; number <= 2; ++number) {
-        const Bytes jpeg = encode_jpeg(paint_lens(options, sphere, number), options.quality);
+        const Sphere seen = number == 2 ? sphere.brighter(options.factor) : sphere;
+        const Bytes jpeg = encode_jpeg(paint_lens(options, seen, number), options.quality);
         write_file(options.outputs[static_cast<size_t>(number - 1)], with_segments(jpeg, segments));
     }
 }

@@ -277,6 +277,23 @@ TEST_F(Sample, DifferenceIsAddedToLens2Alone) {
     EXPECT_NEAR(cv::mean(plain[1](middle))[0] - cv::mean(offset[1](middle))[0], 20, 0.2);
 }
 
+TEST_F(Sample, FactorChangesTheBrightnessOfLens2Alone) {
+    const auto plain = stills({"--size", "300", "--grain", "0"});
+    const auto darker = stills({"--size", "300", "--grain", "0", "--factor", "0.8"});
+    const cv::Rect middle(100, 100, 100, 100);
+    EXPECT_EQ(cv::norm(plain[0], darker[0], cv::NORM_INF), 0);
+    EXPECT_NEAR(cv::mean(darker[1](middle))[0] / cv::mean(plain[1](middle))[0], 0.8, 0.005);
+    EXPECT_LT(darker[1].at<uint8_t>(0, 0), 4) << "outside the field";
+}
+
+// Movies have limited range: what they call black is 16.
+TEST_F(Sample, FactorLeavesBlackOfAMovieBlack) {
+    run_sample({"movie", mov1, mov2, "--size", "256", "--frames", "1", "--no-labels", "--grain", "0", "--factor", "3"});
+    EXPECT_NEAR(luma_of(mov2).at<uint8_t>(0, 0), 16, 2);
+    const cv::Rect middle(64, 64, 128, 128);
+    EXPECT_GT(cv::mean(luma_of(mov2)(middle))[0], 190);
+}
+
 TEST_F(Sample, ExitStatusTellsWrongArgumentsFromFailures) {
     EXPECT_EQ(run_command({sample_tool(), "--help"}).status, 0);
     EXPECT_EQ(run_command({sample_tool(), "still", one}).status, 2);
