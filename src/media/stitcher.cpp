@@ -22,6 +22,11 @@ bool is_420(const AVFrame* frame) {
     return frame->format == AV_PIX_FMT_YUV420P || frame->format == AV_PIX_FMT_YUVJ420P;
 }
 
+bool is_full_range(const AVFrame* frame) {
+    return frame->format == AV_PIX_FMT_YUVJ420P || frame->format == AV_PIX_FMT_YUVJ422P ||
+           frame->color_range == AVCOL_RANGE_JPEG;
+}
+
 std::string size_text(int width, int height) {
     return std::to_string(width) + "x" + std::to_string(height);
 }
@@ -271,6 +276,18 @@ cv::Mat Stitcher::place_of(int lens, int plane) const {
     return stacks_[static_cast<size_t>(plane)].pixels().rowRange(lens * rows, (lens + 1) * rows);
 }
 
+// The range may change in mid-movie, and with it the tables.
+const YuvCorrectMap& Stitcher::correction_for(int lens, const AVFrame* frame) {
+    Lens& state = lenses_[lens];
+    const bool full_range = is_full_range(frame);
+    if (state.full_range != full_range) {
+        const YuvCorrectMap& offsets = lens == 0 ? option_.correct1 : option_.correct2;
+        state.correction = with_gains(offsets, option_.gains[lens], full_range);
+        state.full_range = full_range;
+    }
+    return state.correction;
+}
+
 void Stitcher::load(int lens, const AVFrame* frame) {
     check_format(frame, lens);
     if (!is_reduced(frame) && (lens == 0 || !is_422(frame))) {
@@ -278,7 +295,7 @@ void Stitcher::load(int lens, const AVFrame* frame) {
         check_size(frame, option_.transmap.projsize, lens);
     }
     const AVFrame* picture = as_loaded(&lenses_[lens], frame);
-    const YuvCorrectMap& correction = lens == 0 ? option_.correct1 : option_.correct2;
+    const YuvCorrectMap& correction = correction_for(lens, frame);
     for (int plane = 0; plane < 3; ++plane) {
         cv::Mat place = place_of(lens, plane);
         copy_plane(picture->data[plane], picture->linesize[plane], correction_of(correction, plane), &place);

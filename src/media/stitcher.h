@@ -2,6 +2,7 @@
 // kept from pair to pair that can be, and no copy beyond the one into the source that the tables address.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "media/ffmpeg_ptr.h"
@@ -41,11 +42,14 @@ class Stitcher {
         ScalerPtr scaler;
         int width = 0;  // what the scaler reads
         int height = 0;
+        std::optional<bool> full_range;  // of the frame that `correction` is for
+        YuvCorrectMap correction{};      // gains and offsets
     };
 
     bool is_reduced(const AVFrame* frame) const;
     const AVFrame* as_420(Lens* lens, const AVFrame* frame) const;
     const AVFrame* as_loaded(Lens* lens, const AVFrame* frame) const;
+    const YuvCorrectMap& correction_for(int lens, const AVFrame* frame);
     cv::Mat place_of(int lens, int plane) const;
     // The planes `first` to `last`, which share a table.
     void stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept, AVFrame* panorama) const;

@@ -253,6 +253,64 @@ TEST(StitcherView, APanoramaIsTheSceneSoTurned) {
     }
 }
 
+// ---- Factors on the planes ----
+
+// The middle of lens 1's half and of lens 2's, of panoramas in which lens 1 looks up.
+std::array<int, 2> luma_of_halves(const FramePtr& panorama) {
+    const cv::Mat luma = plane_of(panorama, 0);
+    return {luma.at<uint8_t>(luma.rows / 4, luma.cols / 2), luma.at<uint8_t>(luma.rows * 3 / 4, luma.cols / 2)};
+}
+
+FramePtr flat_frame(AVPixelFormat format, AVColorRange range, int value) {
+    FramePtr frame = random_frame(96, 96, format, 41);
+    frame->color_range = range;
+    std::fill_n(frame->data[0], frame->linesize[0] * 96, static_cast<uint8_t>(value));
+    return frame;
+}
+
+TEST_P(StitcherTest, ScalesLumaByTheRangeOfEachLensesFrames) {
+    OutputOption option = option_of({128, 64}, {96, 96});
+    option.transmap = create_equidistantmap({128, 64}, {96, 96}, 45, 0, {});
+    option.gains[0] = {1.5, 1, 1};
+    option.gains[1] = {0.5, 1, 1};
+    option.correct2 = create_linnercorrectmap(7, CORRECT_NONE, CORRECT_NONE);
+    const FramePtr limited = flat_frame(AV_PIX_FMT_YUV420P, AVCOL_RANGE_UNSPECIFIED, 116);
+    const FramePtr named_full = flat_frame(AV_PIX_FMT_YUVJ420P, AVCOL_RANGE_UNSPECIFIED, 116);
+    const FramePtr marked_full = flat_frame(AV_PIX_FMT_YUV420P, AVCOL_RANGE_JPEG, 116);
+    const FramePtr full_422 = flat_frame(AV_PIX_FMT_YUVJ422P, AVCOL_RANGE_UNSPECIFIED, 116);
+    using Halves = std::array<int, 2>;
+    EXPECT_EQ(luma_of_halves(stitched(option, GetParam(), limited, limited)), (Halves{166, 73}));
+    EXPECT_EQ(luma_of_halves(stitched(option, GetParam(), named_full, limited)), (Halves{174, 73}));
+    EXPECT_EQ(luma_of_halves(stitched(option, GetParam(), limited, marked_full)), (Halves{166, 65}));
+    EXPECT_EQ(luma_of_halves(stitched(option, GetParam(), full_422, marked_full)), (Halves{174, 65}));
+
+    // The range of a movie may change.
+    Stitcher stitcher(option, GetParam());
+    const FramePtr panorama = empty_panorama(option.output_size);
+    for (const FramePtr* lens1 : {&limited, &marked_full, &limited}) {
+        stitcher.load(0, lens1->get());
+        stitcher.load(1, limited.get());
+        stitcher.stitch_luma(panorama.get());
+        EXPECT_EQ(luma_of_halves(panorama), (Halves{lens1 == &limited ? 166 : 174, 73}));
+    }
+}
+
+TEST_P(StitcherTest, ScalesChromaAboutGrey) {
+    OutputOption option = option_of({128, 64}, {96, 96});
+    const FramePtr lens1 = random_frame(96, 96, AV_PIX_FMT_YUV420P, 42);
+    const FramePtr lens2 = random_frame(96, 96, AV_PIX_FMT_YUVJ420P, 43);
+    option.gains[0] = {1, 0.5, 1};
+    option.gains[1] = {1, 1, 2};
+    const FramePtr panorama = stitched(option, GetParam(), lens1, lens2);
+    for (int i = 0; i < 48 * lens1->linesize[1]; ++i) {
+        lens1->data[1][i] = static_cast<uint8_t>(std::lround(128 + 0.5 * (lens1->data[1][i] - 128)));
+    }
+    for (int i = 0; i < 48 * lens2->linesize[2]; ++i) {
+        lens2->data[2][i] = static_cast<uint8_t>(std::clamp(128 + 2 * (lens2->data[2][i] - 128), 0, 255));
+    }
+    expect_same_planes(panorama, stitched_plainly(option, lens1, lens2));
+}
+
 // ---- A panorama much smaller than the lenses' scale ----
 
 cv::Mat reduced_by_area(const cv::Mat& large, cv::Size size) {
