@@ -1,9 +1,12 @@
 #include "api/analyze.h"
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "api/client.h"
+#include "api/options.h"
 #include "api/reply.h"
 #include "api/unexpected.h"
 #include "base/files.h"
@@ -12,6 +15,7 @@
 #include "base/text_owner.h"
 #include "base/thrown_text.h"
 #include "media/libavif.h"
+#include "media/whole.h"
 #include "metadata/exif.h"
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
@@ -30,7 +34,27 @@ struct Request {
     const char* thumbnail_path;
     int thumbnail_width;
     int write_flag;
+    bool tells_unread = false;  // and reads other cameras' metadata: what the plain interface does not know
 };
+
+// What a file should hold and could not be read, as a key of its reply.
+class Unread {
+  public:
+    void note(bool is_unread, const char* name) {
+        if (is_unread) {
+            names_ += (names_.empty() ? "\"" : ",\"") + std::string(name) + "\"";
+        }
+    }
+    // The reply with the key at its end; frees `reply`.
+    char* added_to(char* reply) const { return with_key(reply, "unread", "[" + names_ + "]"); }
+
+  private:
+    std::string names_;
+};
+
+ExifDialect dialect_of(const Request& request) {
+    return request.tells_unread ? ExifDialect::kAny : ExifDialect::kCamera;
+}
 
 // The stitching software's name and date out of a file's metadata.
 struct ViewerTexts {
@@ -111,7 +135,7 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
         nq360_log(1, "[NQ360_analyze_jpeg] xmp not found");
     }
     file.close_stream();
-    _exif exif(block, file.exif_length);
+    _exif exif(block, file.exif_length, dialect_of(request));
     ViewerTexts texts;
     const int viewer = recognise_viewer(xmp, &texts);
     const bool target = exif.isTarget() || viewer == 0;
@@ -119,6 +143,7 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
     if (media.open_input_file(0) != 0) {
         return reply_not_opened(kTag, request, &media, json_out);
     }
+    media.looks_for_missing_parts = request.tells_unread;
     const bool wants_thumbnail = request.thumbnail_path && (request.write_flag != 0 || target);
     if (wants_thumbnail &&
         media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
@@ -126,6 +151,12 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
     }
     *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software.get(),
                                   texts.date.get(), target, wants_thumbnail, "JPEG");
+    if (request.tells_unread) {
+        Unread unread;
+        unread.note(block && !exif.is_tiff, "exif");
+        unread.note(!media.missing[0].empty() || is_jpeg_cut_off(request.input_path), "picture");
+        *json_out = unread.added_to(const_cast<char*>(*json_out));
+    }
     fill_result(media, exif, target, true, result);
     return 0;
 }
@@ -148,7 +179,7 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     file.exif_data(&block);
     file.xml_data(&xmp);
     file.close_stream();
-    _exif exif(block, file.exif_length);
+    _exif exif(block, file.exif_length, dialect_of(request));
     ViewerTexts texts;
     const int viewer = recognise_viewer(xmp, &texts);
     nq360_log(1, "[NQ360_analyze_movie] isTALUMO360 %d", viewer);
@@ -164,6 +195,7 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     nq360_log(1, "[NQ360_analyze_movie] isTarget__:%d:", target);
     nq360_log(1, "[NQ360_analyze_movie] thumbnail_path:%s:", request.thumbnail_path ? request.thumbnail_path : "");
     nq360_log(1, "[NQ360_analyze_movie] writeFlag:%d:", request.write_flag);
+    media.looks_for_missing_parts = request.tells_unread;
     const bool wants_thumbnail = request.thumbnail_path && (request.write_flag != 0 || target);
     if (wants_thumbnail &&
         media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
@@ -171,8 +203,32 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     }
     *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software.get(),
                                   texts.date.get(), target, wants_thumbnail, "MOVIE");
+    if (request.tells_unread) {
+        Unread unread;
+        unread.note(block && !exif.is_mkri && !exif.is_tiff, "exif");
+        unread.note(share_there(media.input_format[0], media.video_stream_index[0]) < 1, "movie");
+        *json_out = unread.added_to(const_cast<char*>(*json_out));
+    }
     fill_result(media, exif, target, false, result);
     return 0;
+}
+
+using Workflow = int (*)(const Request&, const char**, AnalyzeResult*);
+
+// A workflow with its log lines and the answer to what is thrown in it.
+int run_workflow(const char* tag, Workflow workflow, const Request& request, const char** json_out,
+                 AnalyzeResult* result) {
+    nq360_log(1, "[%s] start:%s:", tag, request.input_path);
+    *json_out = nullptr;
+    try {
+        const int outcome = workflow(request, json_out, result);
+        if (outcome == 0) {
+            nq360_log(1, "[%s] end:%s:", tag, request.input_path);
+        }
+        return outcome;
+    } catch (...) {
+        return reply_unknown(tag, request.input_path, json_out);
+    }
 }
 
 // The entry's checks and the workflow; 0 or -1 with the reply in *json_out. *thumbnail_is_ours is set once nothing
@@ -198,11 +254,9 @@ int analyze(const Request& request, bool* thumbnail_is_ours, const char** json_o
     AnalyzeResult result;
     int outcome = -1;
     if (isJpeg(extension.c_str())) {
-        outcome = _NQ360_analyze_jpeg(request.input_path, request.thumbnail_path, request.thumbnail_width,
-                                      request.write_flag, json_out, &result);
+        outcome = run_workflow("NQ360_analyze_jpeg", analyze_jpeg, request, json_out, &result);
     } else if (isMovie(extension.c_str())) {
-        outcome = _NQ360_analyze_movie(request.input_path, request.thumbnail_path, request.thumbnail_width,
-                                       request.write_flag, json_out, &result);
+        outcome = run_workflow("NQ360_analyze_movie", analyze_movie, request, json_out, &result);
     } else {
         fail(10001, "Not Movie & JPEG");
     }
@@ -221,32 +275,14 @@ void init_analyze_result(AnalyzeResult* result) {
 
 int _NQ360_analyze_jpeg(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
                         const char** json_out, AnalyzeResult* result) {
-    nq360_log(1, "[NQ360_analyze_jpeg] start:%s:", input_path);
-    *json_out = nullptr;
-    try {
-        const int outcome = analyze_jpeg({input_path, thumbnail_path, thumbnail_width, writeFlag}, json_out, result);
-        if (outcome == 0) {
-            nq360_log(1, "[NQ360_analyze_jpeg] end:%s:", input_path);
-        }
-        return outcome;
-    } catch (...) {
-        return reply_unknown("NQ360_analyze_jpeg", input_path, json_out);
-    }
+    return run_workflow("NQ360_analyze_jpeg", analyze_jpeg, {input_path, thumbnail_path, thumbnail_width, writeFlag},
+                        json_out, result);
 }
 
 int _NQ360_analyze_movie(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
                          const char** json_out, AnalyzeResult* result) {
-    nq360_log(1, "[NQ360_analyze_movie] start:%s:", input_path);
-    *json_out = nullptr;
-    try {
-        const int outcome = analyze_movie({input_path, thumbnail_path, thumbnail_width, writeFlag}, json_out, result);
-        if (outcome == 0) {
-            nq360_log(1, "[NQ360_analyze_movie] end:%s:", input_path);
-        }
-        return outcome;
-    } catch (...) {
-        return reply_unknown("NQ360_analyze_movie", input_path, json_out);
-    }
+    return run_workflow("NQ360_analyze_movie", analyze_movie, {input_path, thumbnail_path, thumbnail_width, writeFlag},
+                        json_out, result);
 }
 
 int _NQ360_export_analyze(const char* input_path, AnalyzeResult* result) {
@@ -262,21 +298,52 @@ int _NQ360_export_analyze(const char* input_path, AnalyzeResult* result) {
     return outcome;
 }
 
-int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
-                        NQ360_CALLBACK callback) {
+namespace {
+
+// One analysis, to its reply, whose state it returns. *unexpected tells whether an exception ended it.
+NQ360_STATE analyze_job(const Request& request, const std::function<std::string()>& fault_of_options,
+                        const Client& client, bool* unexpected) {
     bool thumbnail_is_ours = false;
     try {
         const char* reply = nullptr;
-        const int outcome =
-            analyze({input_path, thumbnail_path, thumbnail_width, writeFlag}, &thumbnail_is_ours, &reply);
-        send_reply(callback, outcome == 0 ? NQ360_FINISHED : NQ360_FAILED, reply);
-        return 0;
-    } catch (...) {
-        if (thumbnail_is_ours) {
-            remove_file(thumbnail_path);
+        if (const std::string fault = fault_of_options ? fault_of_options() : ""; !fault.empty()) {
+            client.send(NQ360_FAILED, make_json_errstr1(nullptr, "bad option", fault.c_str(), 10005, -1));
+            return NQ360_FAILED;
         }
-        return answer_unexpected(callback, kBareReply, [&](const char* text) {
-            return make_json_errstr1(input_path, "an unknown error occurred", text, 19999, -1);
+        const int outcome = analyze(request, &thumbnail_is_ours, &reply);
+        const NQ360_STATE state = outcome == 0 ? NQ360_FINISHED : NQ360_FAILED;
+        client.send(state, reply);
+        return state;
+    } catch (...) {
+        *unexpected = true;
+        if (thumbnail_is_ours) {
+            remove_file(request.thumbnail_path);
+        }
+        answer_unexpected(client, kBareReply, [&](const char* text) {
+            return make_json_errstr1(request.input_path, "an unknown error occurred", text, 19999, -1);
         });
+        return NQ360_FAILED;
     }
+}
+
+}  // namespace
+
+int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
+                        NQ360_CALLBACK callback) {
+    const Client client(callback);
+    bool unexpected = false;
+    analyze_job({input_path, thumbnail_path, thumbnail_width, writeFlag}, nullptr, client, &unexpected);
+    return unexpected && client.listens() ? -1 : 0;
+}
+
+int NQ360_analyze_with(const NQ360_ANALYZE_OPTIONS* options) {
+    if (!options) {
+        return NQ360_FAILED;
+    }
+    const LogSink log(log_of(options->log, options->user));
+    const Client client(options->reply, options->user);
+    bool unexpected = false;
+    return analyze_job(
+        {options->input, options->thumbnail, options->thumbnail_width, options->thumbnail_always, true},
+        [&] { return fault_of(*options); }, client, &unexpected);
 }

@@ -113,9 +113,8 @@ char* make_json_result3(const char* movie_path1, const char* movie_path2, const 
                         movie1.c_str(), movie2.c_str(), output.c_str(), static_cast<long long>(frame_count));
 }
 
-void send_reply(NQ360_CALLBACK callback, NQ360_STATE state, const char* reply) {
-    const TextPtr owner(const_cast<char*>(reply));
-    if (callback) {
-        callback(state, reply);
-    }
+char* with_key(char* reply, const char* key, const std::string& value) {
+    const TextPtr owner(reply);
+    const std::string text = reply;
+    return format_reply(R"(%s,"%s":%s})", text.substr(0, text.size() - 1).c_str(), key, value.c_str());
 }

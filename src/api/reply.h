@@ -6,6 +6,8 @@
 // A null text prints as an empty string.
 #pragma once
 
+#include <string>
+
 #include "nq360.h"
 
 class _exif;
@@ -31,5 +33,5 @@ char* make_json_result2(const char* movie_path, const char* audio_path, NQ360_ST
 char* make_json_result3(const char* movie_path1, const char* movie_path2, const char* export_path, NQ360_STATE state,
                         unsigned long long frame_count);
 
-// How a reply ends its operation: sends it when there is a callback, and frees it.
-void send_reply(NQ360_CALLBACK callback, NQ360_STATE state, const char* reply);
+// The reply with a further key at its end, `value` being JSON. Frees `reply`.
+char* with_key(char* reply, const char* key, const std::string& value);

@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include "base/files.h"
-#include "base/text.h"
 
 namespace {
 
@@ -27,10 +26,11 @@ std::string followed(const char* path) {
 // the kind of file to write.
 std::string name_beside(const std::string& target) {
     static std::atomic<unsigned> count{0};
-    std::string extension(target.size() + 1, '\0');
-    get_extension(target.c_str(), extension.data());
+    const size_t name = target.rfind('/') + 1;  // of the whole where there is no '/'
+    const size_t dot = target.rfind('.');
+    const std::string extension = dot == std::string::npos || dot < name ? "" : target.substr(dot);
     return std::string(nq360_dirname(target.c_str())) + "/.nq360-" + std::to_string(getpid()) + "-" +
-           std::to_string(count++) + extension.c_str();
+           std::to_string(count++) + extension;
 }
 
 }  // namespace

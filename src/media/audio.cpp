@@ -28,6 +28,11 @@ AVSampleFormat first_sample_format(const AVCodec* codec) {
 #endif
 }
 
+// Bits per second where nothing is asked for; 0: the source's, which of uncompressed sound is far too much for AAC.
+int usual_bit_rate(AVCodecID codec) {
+    return codec == AV_CODEC_ID_AAC ? 160000 : 0;
+}
+
 // Planes of converted samples, freed together.
 class SampleBuffer {
   public:
@@ -80,6 +85,9 @@ int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
     encoder->codec_id = codec_id;
     encoder->sample_rate = sample_rate;
     encoder->bit_rate = bit_rate ? bit_rate : audio_decoder[input]->bit_rate;
+    if (codec_id == AV_CODEC_ID_AAC && (output_format->oformat->flags & AVFMT_GLOBALHEADER)) {
+        encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    }
     encoder->ch_layout = kStereo;
     encoder->log_level_offset = kErrorsOnly;
     audio_stream->id = static_cast<int>(output_format->nb_streams) - 1;
@@ -238,7 +246,8 @@ int libavIF::encode_audio_frame(AVFrame* frame, int* got_packet) {
     }
     *got_packet = 1;
     packet->stream_index = audio_stream->index;
-    if (packet->pts >= 0) {
+    // AAC begins before the first sample, with what its decoder needs for it; the container leaves that unheard.
+    if (packet->pts >= 0 || audio_encoder_context->codec_id == AV_CODEC_ID_AAC) {
         // Straight to the file: pictures alone go through the muxer's interleaving; deliberate.
         result = av_write_frame(output_format, packet.get());
         if (result < 0) {
@@ -274,7 +283,7 @@ int libavIF::add_sound_output(int audio_source) {
     }
     sound_input = hasAudio(audio_source) && (audio_source == 0 || audio_source == 1) ? audio_source : !hasAudio(0);
     nq360_log(1, "[libavIF::write_video] add audio stream ");
-    if (add_audio_stream(AV_CODEC_ID_PCM_S16LE, 0) < 0) {
+    if (add_audio_stream(sound_codec, usual_bit_rate(sound_codec)) < 0) {
         nq360_log(3, "[libavIF::write_video] add audio stream error %d:%s", error_code, error_text);
         return error_code;
     }
@@ -302,7 +311,8 @@ int libavIF::open_audio_output(const char* audio_path, int bit_rate) {
     nq360_log(1, "[libavIF::write_audio] format name : %s (%s)", format->name, format->long_name);
     nq360_log(1, "[libavIF::write_audio] format ext : %s", format->extensions ? format->extensions : "");
     sound_input = -1;
-    if (add_audio_stream(AV_CODEC_ID_PCM_S16LE, bit_rate) < 0 || init_swr_context() < 0 || init_audio_fifo() < 0) {
+    if (add_audio_stream(sound_codec, bit_rate ? bit_rate : usual_bit_rate(sound_codec)) < 0 ||
+        init_swr_context() < 0 || init_audio_fifo() < 0) {
         return error_code;
     }
     if (open_output_io() < 0) {

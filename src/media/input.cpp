@@ -1,4 +1,5 @@
 // Opening and decoding the inputs.
+#include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -16,6 +17,7 @@ extern "C" {
 #include "media/ffmpeg_ptr.h"
 #include "media/frame_ticks.h"
 #include "media/libavif.h"
+#include "media/whole.h"
 
 namespace {
 
@@ -106,19 +108,6 @@ double stream_seconds(const AVStream* stream) {
     return static_cast<double>(stream->time_base.num) / stream->time_base.den * static_cast<double>(stream->duration);
 }
 
-// Whether the file ends before what its index tells of the stream: a movie that was cut off. FFmpeg reads such a
-// file to where it breaks off as if it were whole.
-bool is_cut_off(const AVFormatContext* input, int stream_index) {
-    if (stream_index < 0 || !input->pb) {
-        return false;
-    }
-    AVStream* stream = input->streams[stream_index];
-    const int count = avformat_index_get_entries_count(stream);
-    const AVIndexEntry* last = count > 0 ? avformat_index_get_entry(stream, count - 1) : nullptr;
-    const int64_t size = avio_size(input->pb);
-    return last && size >= 0 && last->pos + last->size > size;
-}
-
 // Frames in `seconds`, in single precision throughout.
 int64_t frames_in(float seconds, AVRational time_base) {
     return saturated<int32_t>(seconds * static_cast<float>(time_base.den) / static_cast<float>(time_base.num) /
@@ -161,6 +150,10 @@ libavIF::libavIF(const char* path1, const char* path2)
       video_encoder_context(nullptr),
       next_video_pts(0),
       output_path(nullptr),
+      looks_for_missing_parts(false),
+      picture_quality(0),
+      video_bit_rate(0),
+      sound_codec(AV_CODEC_ID_PCM_S16LE),
       sound_input(-1),
       resampled{0, AV_SAMPLE_FMT_NONE, 0} {
     replace_string(input_name[0]);
@@ -285,14 +278,34 @@ int libavIF::read_packet(int which, AVPacket* packet, StreamsNeeded needed) {
         } else if (is_needed && (packet->flags & AV_PKT_FLAG_CORRUPT)) {
             result = AVERROR_INVALIDDATA;
         }
-    } else if (result == AVERROR_EOF && ((needed.video && is_cut_off(input, video_stream_index[i])) ||
-                                         (needed.sound && is_cut_off(input, audio_stream_index[i])))) {
-        result = AVERROR_INVALIDDATA;
+    } else if (result == AVERROR_EOF) {
+        result = check_end(i, needed);
     }
     if (result < 0) {
         av_packet_unref(packet);
     }
     return result;
+}
+
+// What the end of an input says: AVERROR_EOF, or that a stream which is needed goes on behind the file's end.
+int libavIF::check_end(int input, StreamsNeeded needed) {
+    const double video = needed.video ? share_there(input_format[input], video_stream_index[input]) : 1;
+    const double sound = needed.sound ? share_there(input_format[input], audio_stream_index[input]) : 1;
+    const double share = std::min(video, sound);
+    if (share == 1) {
+        return AVERROR_EOF;
+    }
+    note_missing(input, share, "movie");
+    return needed.whole ? AVERROR_INVALIDDATA : AVERROR_EOF;
+}
+
+int libavIF::refuse_incomplete(int input) {
+    return fail(AVERROR_INVALIDDATA, "input %d is not whole: %s", input + 1, missing[input].c_str());
+}
+
+void libavIF::note_missing(int input, double share, const char* what) {
+    const int percent = std::min(static_cast<int>(share * 100), 99);
+    missing[input] = std::to_string(percent) + " % of the " + what + " is there";
 }
 
 int libavIF::decode_packet(int which, AVPacket packet, AVFrame* frame, int* got_frame) {

@@ -23,10 +23,11 @@ extern "C" {
 
 struct OutputOption;
 
-// The streams of an input that a job needs whole, besides what it happens to read.
+// The streams of an input that a job needs, besides what it happens to read.
 struct StreamsNeeded {
     bool video = false;
     bool sound = false;
+    bool whole = true;  // it is an error when one of them is cut off, and not only noted in `missing`
 };
 
 class libavIF {
@@ -51,6 +52,12 @@ class libavIF {
     // Reads the next packet, of any stream. `needed` are the kinds of streams that the job cannot do without:
     // AVERROR_EOF says that these were read to their end, AVERROR_INVALIDDATA that the file was cut off before.
     int read_packet(int which, AVPacket* packet, StreamsNeeded needed);
+
+    // Leaves in `missing` that only this share of the movie or picture could be read.
+    void note_missing(int input, double share, const char* what);
+
+    // Fails in the words of `missing`.
+    int refuse_incomplete(int input);
 
     // Decodes one packet of the input, an empty one to drain. Always uses the packet up: returns its size, also
     // for packets of other streams. A frame that came out carries its best-effort time in pts.
@@ -171,7 +178,12 @@ class libavIF {
     int64_t next_video_pts;   // ticks of 1/1001 of a frame
     const char* output_path;  // where the muxer's file goes, whatever name it makes up; borrowed
     OutputFile output_file;
-    int sound_input;  // whose sound is to be written: 0, 1, or -1 for the first that has any
+    bool looks_for_missing_parts;  // of pictures, which are decoded whatever is missing
+    std::string missing[2];        // what an input that is not whole has; empty of a whole one
+    int picture_quality;           // 1 to 100; 0: the encoder's own choice
+    int64_t video_bit_rate;        // bits per second; 0: as of the inputs
+    AVCodecID sound_codec;         // of the sound that is written: PCM unless set otherwise
+    int sound_input;               // whose sound is to be written: 0, 1, or -1 for the first that has any
 
   private:
     // What the resampler reads. The decoder's own fields follow its stream, which may change.
@@ -188,6 +200,7 @@ class libavIF {
 
     int open_video_decoder(const AVStream* stream, AVCodecContext** decoder);
     int open_audio_decoder(const AVStream* stream, AVCodecContext** decoder);
+    int check_end(int input, StreamsNeeded needed);
     int decode_first_picture(AVFrame* frame, bool* found);
 
     // The container is guessed from the path, or has the format's name.

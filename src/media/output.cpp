@@ -9,6 +9,7 @@ extern "C" {
 
 #include "media/ffmpeg_ptr.h"
 #include "media/frame_ticks.h"
+#include "media/jpeg_quality.h"
 #include "media/libavif.h"
 
 namespace {
@@ -134,6 +135,13 @@ int libavIF::add_video_stream(AVCodecID codec_id, int picture_width, int picture
     AVCodecContext* encoder = video_encoder_context;
     encoder->codec_id = codec_id;
     encoder->bit_rate = scaled_bit_rate(video_decoder[input], codec_id, picture_width, picture_height);
+    if (codec_id == AV_CODEC_ID_H264 && video_bit_rate > 0) {
+        encoder->bit_rate = video_bit_rate;
+    }
+    if (codec_id == AV_CODEC_ID_MJPEG && picture_quality > 0) {
+        encoder->flags |= AV_CODEC_FLAG_QSCALE;
+        encoder->global_quality = FF_QP2LAMBDA * jpeg_quantiser(picture_quality);
+    }
     encoder->width = picture_width;
     encoder->height = picture_height;
     encoder->time_base = {static_cast<int>(kFrameTicks), source_stream->time_base.den};

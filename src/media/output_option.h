@@ -27,10 +27,14 @@ struct OutputOption {
     ViewTurn view{};     // turns the look after `rotation`
     double feather = 0;  // radians on each side of the seam over which the lenses are mixed
     std::array<double, 3> gains[2] = {{{1, 1, 1}}, {{1, 1, 1}}};  // of each lens's planes, before its correction
-    bool filter = false;              // a panorama much smaller than the lenses' own scale is filtered before sampling
-    int32_t quality = 0;              // of a picture, 1 to 100; 0: the encoder's own choice
-    int64_t bit_rate = 0;             // of a movie's pictures; 0: as of the inputs
-    bool sound_aac = false;           // AAC instead of PCM
-    bool read_what_is_there = false;  // an input that is not whole is read as far as it goes
-    bool cancel_at_every_frame = false;  // not at progress replies only
+    bool usual_size = false;     // the panorama has the usual size for the lenses; output_size is then set by these
+    bool filter = false;         // a panorama much smaller than the lenses' own scale is filtered before sampling
+    int32_t quality = 0;         // of a picture, 1 to 100; 0: the encoder's own choice
+    int64_t bit_rate = 0;        // of a movie's pictures; 0: as of the inputs
+    bool sound_aac = false;      // AAC instead of PCM
+    bool keep_metadata = false;  // of lens 1's file, in the panorama
+    bool web = false;            // a movie's index lies in front
+    bool looks_for_missing_parts = false;  // of inputs that are not whole: refused, in words, unless the next is set
+    bool read_what_is_there = false;       // an input that is not whole is read as far as it goes
+    bool cancel_at_every_frame = false;    // not at progress replies only
 };

@@ -5,6 +5,7 @@
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "media/scaler.h"
+#include "media/whole.h"
 
 namespace {
 
@@ -182,12 +183,19 @@ int libavIF::write_first_picture(int orientation) {
     }
     const PictureFormat expected = {video_decoder[0]->width, video_decoder[0]->height, video_decoder[0]->pix_fmt};
     bool found = false;
+    const bool checks_rows = looks_for_missing_parts && video_decoder[0]->codec_id == AV_CODEC_ID_MJPEG;
+    if (checks_rows) {
+        blank_before_decoding(video_decoder[0]);
+    }
     int result = decode_first_picture(decoded.get(), &found);
     if (result < 0) {
         return result;
     }
     if (!found) {
         return fail(AVERROR_INVALIDDATA);
+    }
+    if (const int rows = checks_rows ? decoded_rows(decoded.get()) : decoded->height; rows < decoded->height) {
+        note_missing(0, static_cast<double>(rows) / decoded->height, "picture");
     }
     if (!(format_of(decoded.get()) == expected)) {
         sws_freeContext(sws_context);  // the container told another size or format than the pictures have

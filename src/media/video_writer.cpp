@@ -13,6 +13,7 @@
 #include "media/output_closer.h"
 #include "media/output_option.h"
 #include "media/pair_writer.h"
+#include "media/whole.h"
 #include "projection/parallel.h"
 
 namespace {
@@ -61,13 +62,17 @@ class MediaSource : public LockstepSource {
   public:
     // The sound between `start` and `end` (seconds) goes to `writer`, if it is wanted. Widened as for the pictures, an
     // end of 0 is above 0, so that the sound's steps do not take it for an open end.
-    MediaSource(libavIF* media, int input, float start, float end, bool wants_sound, PairWriter* writer)
+    MediaSource(libavIF* media, int input, float start, float end, StreamsNeeded needed, PairWriter* writer)
         : media_(media),
           input_(input),
           start_(start - kBoundMargin),
           end_(end + kBoundMargin),
-          needed_{true, wants_sound},
-          writer_(writer) {}
+          needed_(needed),
+          writer_(writer) {
+        if (checks_pictures()) {
+            blank_before_decoding(media->video_decoder[input]);
+        }
+    }
 
     int read() override;
     int write_sound(bool* past_end) override;
@@ -82,6 +87,10 @@ class MediaSource : public LockstepSource {
     int failed(int code, const char* step) {
         failed_step_ = step;
         return code;
+    }
+    // Motion JPEG alone is decoded whatever is missing; what follows a damage is left out.
+    bool checks_pictures() const {
+        return media_->looks_for_missing_parts && media_->video_decoder[input_]->codec_id == AV_CODEC_ID_MJPEG;
     }
     int failed_to_decode(int code) { return failed(code, input_ == 0 ? "decode_packet1" : "decode_packet2"); }
 
@@ -105,7 +114,9 @@ int MediaSource::read() {
         return kEndOfFile;
     }
     if (result < 0) {
-        return failed(result, input_ == 0 ? "read_frame1" : "read_frame2");
+        const bool cut_off = media_->looks_for_missing_parts && !media_->missing[input_].empty();
+        return failed(cut_off ? media_->refuse_incomplete(input_) : result,
+                      input_ == 0 ? "read_frame1" : "read_frame2");
     }
     if (packet_->stream_index == media_->video_stream_index[input_]) {
         return packet_->size > 0 ? kVideo : kOther;  // the decoder takes an empty packet for the end
@@ -138,6 +149,15 @@ int MediaSource::receive(double* seconds) {
     }
     if (result < 0) {
         return failed_to_decode(result);
+    }
+    if (checks_pictures()) {
+        const int rows = decoded_rows(frame_.get());
+        if (rows < frame_->height) {
+            media_->note_missing(input_, static_cast<double>(rows) / frame_->height, "picture");
+            if (needed_.whole) {
+                return failed_to_decode(media_->refuse_incomplete(input_));
+            }
+        }
     }
     const AVStream* stream = media_->input_format[input_]->streams[media_->video_stream_index[input_]];
     *seconds = static_cast<double>(frame_->pts) * av_q2d(stream->time_base);
@@ -183,6 +203,10 @@ int libavIF::open_video_output(const char* export_path, const OutputOption& opti
     }
     const bool picture = is_still[0] && is_still[1];
     nq360_log(1, "[libavIF::write_video] codec use %s ", picture ? "AV_CODEC_ID_MJPEG" : "AV_CODEC_ID_H264");
+    looks_for_missing_parts = option.looks_for_missing_parts;
+    picture_quality = option.quality;
+    video_bit_rate = option.bit_rate;
+    sound_codec = option.sound_aac ? AV_CODEC_ID_AAC : AV_CODEC_ID_PCM_S16LE;
     if (add_sound_output(option.audio_source) < 0) {
         return error_code;
     }
@@ -261,8 +285,9 @@ int libavIF::write_video(const char* export_path, const char* cancel_path, Outpu
 int libavIF::write_pairs(const OutputOption& option, const char* cancel_path, const ReportProgress& report) {
     PairWriter writer(this, option, !(is_still[0] && is_still[1]));
     const bool wants_sound[2] = {option.audio_source == 0 && hasAudio(0), option.audio_source == 1 && hasAudio(1)};
-    MediaSource source1(this, 0, option.start1, option.end1, wants_sound[0], &writer);
-    MediaSource source2(this, 1, option.start2, option.end2, wants_sound[1], &writer);
+    const bool whole = !option.read_what_is_there;
+    MediaSource source1(this, 0, option.start1, option.end1, {true, wants_sound[0], whole}, &writer);
+    MediaSource source2(this, 1, option.start2, option.end2, {true, wants_sound[1], whole}, &writer);
     LockstepInput input1 = {&source1, is_still[0], option.start1, option.end1, wants_sound[0]};
     LockstepInput input2 = {&source2, is_still[1], option.start2, option.end2, wants_sound[1]};
     last_pts[0] = last_pts[1] = -1;
@@ -278,8 +303,9 @@ int libavIF::write_pairs(const OutputOption& option, const char* cancel_path, co
     int result = 0;
     while (result >= 0 && (result = lockstep.next_pair()) > 0) {
         const int64_t count = lockstep.count();
-        if (count % option.update_frame == 0 &&
-            ((report && report(NQ360_PROGRESS, count)) || isCancelled(cancel_path))) {
+        const bool reports = count % option.update_frame == 0;
+        const bool unwanted = reports && report && report(NQ360_PROGRESS, count);
+        if (unwanted || ((reports || option.cancel_at_every_frame) && isCancelled(cancel_path))) {
             nq360_log(1, "[libavIF::write_video] cancelled");
             return stop();
         }
@@ -337,7 +363,9 @@ int libavIF::report_failed_step(int result, const char* step) {
 
 // What the encoders still hold, and the end of the file.
 int libavIF::finish_video() {
-    if (flush_audio_encoder() < 0) {
+    // Of PCM what is less than a block stays out, as established; an encoder of frames takes a short last one.
+    const bool takes_the_rest = audio_encoder_context && sound_codec != AV_CODEC_ID_PCM_S16LE;
+    if ((takes_the_rest ? write_remaining_sound() : flush_audio_encoder()) < 0) {
         return error_code;
     }
     int result = 0;

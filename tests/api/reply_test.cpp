@@ -219,18 +219,3 @@ TEST_F(ResultReply, LocaleDoesNotChangeIt) {
     const CommaLocale locale;
     EXPECT_EQ(reply(), before);
 }
-
-// ---- Sending ----
-
-TEST(Reply, IsSentOnceAndFreed) {
-    const Outcome outcome = recorded([](NQ360_CALLBACK callback) {
-        send_reply(callback, NQ360_CANCELLED, make_json_result2("m", "a", NQ360_CANCELLED, 3));
-        return 0;
-    });
-    const Reply expected = {NQ360_CANCELLED, R"({"movie_path":"m","audio_path":"a","frame_count":3})"};
-    EXPECT_EQ(outcome.replies, std::vector<Reply>{expected});
-}
-
-TEST(Reply, WithoutACallbackIsOnlyFreed) {
-    send_reply(nullptr, NQ360_FAILED, make_json_errstr1("m", "e", "", 1, -1));
-}
