@@ -138,19 +138,23 @@ size_t MetadataStream::read_payload(int64_t start, int64_t count, std::unique_pt
 }
 
 void MetadataStream::insert(int64_t position, const std::string& bytes) {
-    int64_t rest = std::max(int64_t{0}, size() - position);
-    std::vector<uint8_t> block(static_cast<size_t>(std::min(rest, int64_t{kMoveBlock})));
-    while (rest > 0) {
-        const size_t count = static_cast<size_t>(std::min(rest, int64_t{kMoveBlock}));
-        rest -= static_cast<int64_t>(count);
-        move_up(position + rest, count, static_cast<int64_t>(bytes.size()), &block);
-    }
+    move_up(position, size(), static_cast<int64_t>(bytes.size()));
     if (!overwrite(position, bytes.data(), bytes.size())) {
         fail_writing_system();
     }
 }
 
-void MetadataStream::move_up(int64_t from, size_t count, int64_t by, std::vector<uint8_t>* block) {
+void MetadataStream::move_up(int64_t from, int64_t to, int64_t by) {
+    int64_t rest = by == 0 ? 0 : std::max(int64_t{0}, to - from);
+    std::vector<uint8_t> block(static_cast<size_t>(std::min(rest, int64_t{kMoveBlock})));
+    while (rest > 0) {
+        const size_t count = static_cast<size_t>(std::min(rest, int64_t{kMoveBlock}));
+        rest -= static_cast<int64_t>(count);
+        move_block(from + rest, count, by, &block);
+    }
+}
+
+void MetadataStream::move_block(int64_t from, size_t count, int64_t by, std::vector<uint8_t>* block) {
     errno = 0;
     if (fseeko(stream, from, SEEK_SET) != 0 || !read(block->data(), count)) {
         fail_writing_system();

@@ -68,6 +68,8 @@ class MetadataStream {
     // Inserts bytes before `position`. What follows moves up in blocks from its end, so that a long tail takes
     // no more memory than a short one. Throws when that fails, and the file is then neither old nor new.
     void insert(int64_t position, const std::string& bytes);
+    // Moves the bytes between two positions up, likewise.
+    void move_up(int64_t from, int64_t to, int64_t by);
     // Writes bytes over what is at `position`; false, with errno set, when that fails.
     bool overwrite(int64_t position, const void* bytes, size_t count);
     // Hands what was written to the system. Throws when that fails.
@@ -79,7 +81,7 @@ class MetadataStream {
     };
 
     size_t read_payload(int64_t start, int64_t count, std::unique_ptr<uint8_t[]>* buffer);
-    void move_up(int64_t from, size_t count, int64_t by, std::vector<uint8_t>* block);
+    void move_block(int64_t from, size_t count, int64_t by, std::vector<uint8_t>* block);
 
     std::unique_ptr<FILE, Closer> owned_stream_;
     std::unique_ptr<uint8_t[]> owned_exif_;
