@@ -1,6 +1,12 @@
 #include "metadata/keep.h"
 
+#include <fstream>
+
+#include "base/files.h"
 #include "metadata/jpeg.h"
+#include "metadata/mov.h"
+#include "metadata/movie_index.h"
+#include "metadata/movie_metadata.h"
 #include "metadata/spherical.h"
 
 namespace {
@@ -22,7 +28,53 @@ bool is_free_text(const std::string& datetime) {
     return !datetime.empty() && !parse_capture_time(datetime);
 }
 
+KeptMetadata read_picture(const char* path) {
+    _jpeg file(path, false);
+    uint8_t* block = nullptr;
+    KeptMetadata kept;
+    if (file.exif_data(&block) == 0) {
+        kept.exif = read_shot_exif(std::string(reinterpret_cast<const char*>(block), file.exif_length));
+    }
+    kept.location = location(kept.exif);
+    return kept;
+}
+
+KeptMetadata read_movie(const char* path) {
+    _mov file(path, false);
+    KeptMetadata kept;
+    kept.exif = read_shot_exif(file.payload({"moov", "udta", "MKRI"}));
+    kept.creation_time = movie_creation_time(&file);
+    kept.location = movie_location(&file);
+    if (kept.location.empty()) {
+        kept.location = location(kept.exif);
+    }
+    return kept;
+}
+
+// Seconds since 1970 at which the movie of this shot was taken. None: not told.
+std::optional<int64_t> movie_time(const KeptMetadata& kept, const std::string& datetime) {
+    const std::optional<CaptureTime> shot = capture_time(kept.exif);
+    const std::optional<CaptureTime> header =
+        kept.creation_time != 0 ? capture_time_of(kept.creation_time - kUnixEpoch) : std::nullopt;
+    const std::optional<CaptureTime> given = parse_capture_time(datetime);
+    const auto is_given = [&](const std::optional<CaptureTime>& time) {
+        return time && given && exif_text(*time) == exif_text(*given);
+    };
+    const bool is_another = given && !is_given(shot) && !is_given(header);
+    const std::optional<CaptureTime> time = is_another ? given : (header ? header : shot);
+    return time ? std::optional<int64_t>(unix_seconds(*time)) : std::nullopt;
+}
+
 }  // namespace
+
+KeptMetadata read_kept_metadata(const char* path) {
+    char start[2] = {};
+    // Only then: opening a pipe would wait.
+    if (isRegularFile(path)) {
+        std::ifstream(path, std::ios::binary).read(start, sizeof start);
+    }
+    return start[0] == '\xFF' && start[1] == '\xD8' ? read_picture(path) : read_movie(path);
+}
 
 void write_picture_metadata(const char* path, int width, int height, const KeptMetadata& kept, const char* datetime) {
     const std::string given = datetime ? datetime : "";
@@ -31,5 +83,29 @@ void write_picture_metadata(const char* path, int width, int height, const KeptM
     const std::string date = is_free_text(given) || !time ? given : iso_text(*time);
     _jpeg file(path, true);
     file.insert_metadata(panorama_exif(exif, width, height), gpano_packet(width, height, date));
+    file.close_stream();
+}
+
+void write_movie_metadata(const char* path, int width, int height, const KeptMetadata& kept, const char* datetime) {
+    const std::string given = datetime ? datetime : "";
+    const std::optional<int64_t> time = movie_time(kept, given);
+    const std::string timestamp = is_free_text(given) || !time ? given : std::to_string(*time);
+    MovieIndex file(path);
+    if (time) {
+        set_creation_time(*time + kUnixEpoch, &file.moov);
+    }
+    add_user_text("\xA9xyz", kept.location, &file.moov);
+    add_user_text("\xA9mak", camera_make(kept.exif), &file.moov);
+    add_user_text("\xA9mod", camera_model(kept.exif), &file.moov);
+    if (!add_spherical_video(spherical_video_document(width, height, timestamp), &file.moov)) {
+        throw_text("Can't write metadata: the movie has no video track");
+    }
+    file.write();
+    file.close_stream();
+}
+
+void move_index_to_front(const char* path) {
+    MovieIndex file(path);
+    file.write_in_front();
     file.close_stream();
 }

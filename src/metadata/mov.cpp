@@ -254,6 +254,23 @@ int _mov::spherical_text(const Atom& uuid, char** out) {
     return 0;
 }
 
+std::string _mov::payload(const std::vector<std::string>& types) {
+    Atom atom = {0, 0, 0};
+    for (const std::string& type : types) {
+        atom = find_in(type.c_str(), atom);
+        if (!atom.found() || atom.end <= atom.start) {
+            return "";
+        }
+    }
+    const int64_t there = std::min(atom.end, size()) - atom.start;
+    if (there <= 0 || there > kPayloadLimit) {
+        return "";
+    }
+    std::string bytes(static_cast<size_t>(there), '\0');
+    bytes.resize(seek(atom.start) == 0 ? read_some(bytes.data(), bytes.size()) : 0);
+    return bytes;
+}
+
 int _mov::read_track(int64_t* moov_pos, int64_t* trak_pos, int64_t* insert_pos, int64_t* tail_length) {
     // The line of xml_data; deliberate.
     nq360_log(1, "[.mov .mp4 analyze] xml_data start");

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "metadata/stream.h"
 
@@ -44,6 +46,10 @@ class _mov : public MetadataStream {
 
     // 0 and the zero-terminated text; else negative, and null. Throws as exif_data does.
     int xml_data(char** out);
+
+    // The content of the atom that is reached by these types, each the first of its kind in the one before; empty
+    // when it is not there, is broken or is no block of metadata by its size.
+    std::string payload(const std::vector<std::string>& types);
 
     // Adds an atom with this text to the video track. Throws a text when there is no such track, when the
     // movie would not stay whole, or when writing fails.

@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "metadata/atoms.h"
 #include "metadata/xml_text.h"
 
 namespace {
@@ -173,4 +174,18 @@ std::string spherical_video_document(int width, int height, const std::string& t
                                    {"CroppedAreaLeftPixels", "0"},
                                    {"CroppedAreaTopPixels", "0"}}) +
            "</rdf:SphericalVideo>";
+}
+
+std::string spherical_video_boxes() {
+    const std::string version_and_flags(4, '\0');
+    const auto box = [](const char* type, const std::string& payload) {
+        return atom_bytes({type, payload, {}, "", false});
+    };
+    const std::string mono(1, '\0');
+    const std::string no_turns(3 * 4, '\0');   // yaw, pitch, roll
+    const std::string no_bounds(4 * 4, '\0');  // what is cut off at the top, bottom, left and right
+    return box("st3d", version_and_flags + mono) +
+           box("sv3d",
+               box("svhd", version_and_flags + kSoftware + '\0') +
+                   box("proj", box("prhd", version_and_flags + no_turns) + box("equi", version_and_flags + no_bounds)));
 }

@@ -21,3 +21,7 @@ char* TALUMO360ViewerMetadata(bool picture, int width, int height, const char* d
 // size, and a Spherical Video V1 document. The date is escaped, whatever it holds; empty: none is written.
 std::string gpano_packet(int width, int height, const std::string& date);
 std::string spherical_video_document(int width, int height, const std::string& timestamp);
+
+// The boxes of Spherical Video V2 for a video track's sample description: one picture for both eyes (st3d), and the
+// whole sphere, equirectangular and upright (sv3d).
+std::string spherical_video_boxes();
