@@ -33,7 +33,7 @@ class FaultyMemory : public testing::TestWithParam<NamedJob> {
     ~FaultyMemory() override { cv::setNumThreads(threads_); }
 
     // Runs the job with such faults until one has it succeed.
-    void fail_each(FailingMemory::Lasting lasting, long each_of_first) {
+    void fail_each(Lasting lasting, long each_of_first) {
         JobRuns runs(GetParam().make);
         {
             const FailingMemory first(0);  // what the first exception of a program needs stays
@@ -72,11 +72,11 @@ class FaultyMemory : public testing::TestWithParam<NamedJob> {
 }  // namespace
 
 TEST_P(FaultyMemory, OnceEndsTheJobWithOneTrueReply) {
-    fail_each(FailingMemory::Lasting::kOnce, 100);
+    fail_each(Lasting::kOnce, 100);
 }
 
 TEST_P(FaultyMemory, FromThenOnEndsTheJobWithOneTrueReply) {
-    fail_each(FailingMemory::Lasting::kFromThenOn, 50);
+    fail_each(Lasting::kFromThenOn, 50);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, FaultyMemory, testing::ValuesIn(kJobs), name_of_job);

@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/lasting.h"
 #include "support/real_function.h"
 
 namespace test_support {
@@ -26,8 +27,6 @@ inline std::ostream& operator<<(std::ostream& out, FileStep step) {
     static const char* const kNames[] = {"open", "read", "write", "seek", "close"};
     return out << kNames[static_cast<int>(step)];
 }
-
-enum class Lasting { kOnce, kFromThenOn };
 
 // While it lives, this step with this number (from 0) fails, of those on files whose path begins with `folder`; or
 // it and all later ones. Writing fails as on a full disk, anything else as on a broken one. What a failing close

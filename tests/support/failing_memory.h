@@ -16,6 +16,8 @@
 #include <malloc.h>
 #include <opencv2/core.hpp>
 
+#include "support/delete_by_free.h"
+#include "support/lasting.h"
 #include "support/real_function.h"
 
 extern "C" {
@@ -42,8 +44,6 @@ namespace test_support {
 // null when it gets none.
 class FailingMemory {
   public:
-    enum class Lasting { kOnce, kFromThenOn };
-
     explicit FailingMemory(long number, Lasting lasting = Lasting::kOnce) {
         if (ranges_of_libraries() == 0) {
             dl_iterate_phdr(add_library, nullptr);
@@ -300,16 +300,4 @@ void* operator new[](std::size_t size) {
     void* const memory =
         FailingMemory::fails(__builtin_return_address(0)) ? nullptr : __libc_malloc(size > 0 ? size : 1);
     return memory ? FailingMemory::taken(memory) : throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
 }

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "support/delete_by_free.h"
+
 namespace test_support {
 
 // While it lives, the allocation of this thread with this number (from 0) throws. Others succeed.
@@ -43,16 +45,4 @@ void* operator new(std::size_t size) {
 }
 void* operator new[](std::size_t size) {
     return test_support::FailingNew::allocate(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
 }
