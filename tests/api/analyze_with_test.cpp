@@ -1,0 +1,107 @@
+// The analysis with options: as the plain one, and what it tells and reads beyond that.
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/command.h"
+#include "support/plain_media.h"
+#include "support/samples.h"
+#include "support/temp_dir.h"
+#include "support/with_options.h"
+
+using namespace test_support;
+namespace fs = std::filesystem;
+
+namespace {
+
+class AnalyzeWith : public testing::Test {
+  protected:
+    nlohmann::json description(const std::string& path, const std::string* thumbnail = nullptr) {
+        NQ360_ANALYZE_OPTIONS options;
+        NQ360_analyze_options_init(&options);
+        options.input = path.c_str();
+        options.thumbnail = thumbnail ? thumbnail->c_str() : nullptr;
+        options.thumbnail_always = 1;
+        Recorded recorded;
+        const Outcome outcome = with_options(options, NQ360_analyze_with, &recorded);
+        EXPECT_EQ(outcome.result, outcome.state());
+        return outcome.json();
+    }
+
+    TempDir dir;
+};
+
+}  // namespace
+
+TEST_F(AnalyzeWith, TellsWhatThePlainOneTellsAndThatNothingIsUnread) {
+    const Shot pictures = stills_in(dir, {"--size", "320"});
+    const Shot movies = movies_in(dir, {"--size", "320", "--frames", "3", "--sound", "1"});
+    for (const std::string& path : {pictures.one, movies.one}) {
+        nlohmann::json told = description(path);
+        EXPECT_EQ(told.at("unread"), nlohmann::json::array());
+        told.erase("unread");
+        EXPECT_EQ(told, analyze(path).json());
+    }
+}
+
+TEST_F(AnalyzeWith, ReadsTheExifOfOtherCameras) {
+    const std::string path = stills_in(dir, {"--size", "320"}).one;
+    output_of({"exiftool", "-q", "-overwrite_original", "-all=", path});
+    output_of({"exiftool", "-q", "-overwrite_original", "-ExifByteOrder=II", "-Make=Other", "-Model=Camera 7",
+               "-Orientation#=6", path});
+    const nlohmann::json told = description(path);
+    EXPECT_EQ(told.at("maker"), "Other");
+    EXPECT_EQ(told.at("model"), "Camera 7");
+    EXPECT_EQ(told.at("orientaion"), 6);
+    EXPECT_EQ(told.at("unread"), nlohmann::json::array());
+    EXPECT_EQ(analyze(path).json().at("maker"), "") << "the plain one leaves them alone";
+}
+
+TEST_F(AnalyzeWith, NamesWhatItCannotRead) {
+    const std::string picture = stills_in(dir, {"--size", "320"}).one;
+    const Bytes whole = read_file(picture);
+    write_file(picture, slice(whole, 0, whole.size() - 2));
+    EXPECT_EQ(description(picture).at("unread"), nlohmann::json::array({"picture"})) << "the end marker";
+
+    Bytes damaged = whole;
+    std::fill(damaged.begin() + static_cast<std::ptrdiff_t>(damaged.size() * 7 / 10), damaged.end() - 2, 0xFF);
+    write_file(picture, damaged);
+    const std::string thumbnail = dir.file("thumbnail.jpg");
+    EXPECT_EQ(description(picture, &thumbnail).at("unread"), nlohmann::json::array({"picture"})) << "in its middle";
+
+    Bytes no_header = whole;
+    const Bytes mark = text("Exif");
+    const auto exif = std::search(no_header.begin(), no_header.end(), mark.begin(), mark.end());
+    ASSERT_NE(exif, no_header.end());
+    std::fill_n(exif + 6, 4, 0);
+    write_file(picture, no_header);
+    EXPECT_EQ(description(picture).at("unread"), nlohmann::json::array({"exif"}));
+
+    const std::string movie = make_plain_movie(dir.file("faststart.mov"), "pcm_s16le");
+    const std::string front = dir.file("front.mov");
+    output_of({"ffmpeg", "-v", "error", "-y", "-i", movie, "-c", "copy", "-movflags", "faststart", front});
+    const Bytes recorded = read_file(front);
+    write_file(front, slice(recorded, 0, recorded.size() * 2 / 3));
+    EXPECT_EQ(description(front).at("unread"), nlohmann::json::array({"movie"}));
+}
+
+TEST_F(AnalyzeWith, BadRecordsHaveTheirReply) {
+    EXPECT_EQ(NQ360_analyze_with(nullptr), NQ360_FAILED);
+    NQ360_analyze_options_init(nullptr);
+    NQ360_ANALYZE_OPTIONS options;
+    NQ360_analyze_options_init(&options);
+    Recorded recorded;
+    EXPECT_EQ(with_options(options, NQ360_analyze_with, &recorded).json().at("errnum"), "10000") << "no input";
+    options.thumbnail_width = -1;
+    recorded = {};
+    const nlohmann::json reply = with_options(options, NQ360_analyze_with, &recorded).json();
+    EXPECT_EQ(reply.at("errnum"), "10005");
+    EXPECT_EQ(reply.at("api_errstr"), "thumbnail_width: must be 0 to 32766, not -1");
+    options.thumbnail_width = 0;
+    options.size = 3;
+    recorded = {};
+    EXPECT_EQ(with_options(options, NQ360_analyze_with, &recorded).json().at("errnum"), "10005");
+}
