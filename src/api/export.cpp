@@ -16,6 +16,7 @@
 #include "base/text_owner.h"
 #include "media/libavif.h"
 #include "metadata/jpeg.h"
+#include "metadata/keep.h"
 #include "metadata/mov.h"
 #include "metadata/spherical.h"
 
@@ -38,19 +39,29 @@ int64_t total_frames(libavIF* media, const OutputOption& option) {
     return count2 == 0 ? count1 : std::min(count1, count2);
 }
 
-// The panorama's own metadata, so that viewers show it as one.
+// The panorama's own metadata, so that viewers show it as one, and with it what lens 1's file tells of the shot if that
+// is to be kept.
 void write_metadata(const Paths& paths, bool picture, const OutputOption& option) {
     const ImageSize size = option.output_size;
-    const TextPtr text(
-        TALUMO360ViewerMetadata(picture, size.width, size.height, option.datetime ? option.datetime : ""));
-    if (picture) {
-        _jpeg file(paths.written, true);
-        file.wtire_xmp_data(text.get());
-        file.close_stream();
+    if (option.keep_metadata) {
+        const KeptMetadata kept = read_kept_metadata(paths.movie1);
+        (picture ? write_picture_metadata : write_movie_metadata)(paths.written, size.width, size.height, kept,
+                                                                  option.datetime);
     } else {
-        _mov file(paths.written, true);
-        file.wtire_xml_data(text.get());
-        file.close_stream();
+        const TextPtr text(
+            TALUMO360ViewerMetadata(picture, size.width, size.height, option.datetime ? option.datetime : ""));
+        if (picture) {
+            _jpeg file(paths.written, true);
+            file.wtire_xmp_data(text.get());
+            file.close_stream();
+        } else {
+            _mov file(paths.written, true);
+            file.wtire_xml_data(text.get());
+            file.close_stream();
+        }
+    }
+    if (!picture && option.web) {
+        move_index_to_front(paths.written);
     }
 }
 

@@ -358,3 +358,46 @@ TEST_F(ExportWith, WholeInputsAreNotFoundMissing) {
         EXPECT_FALSE(outcome.json().contains("missing"));
     }
 }
+
+// ---- Metadata and the place of a movie's index ----
+
+TEST_F(ExportWith, KeepsWhatLens1TellsOfTheShot) {
+    const Shot shot = stills();
+    output_of({"exiftool", "-q", "-overwrite_original", "-GPSLatitude=47.5", "-GPSLatitudeRef=N", "-GPSLongitude=8.25",
+               "-GPSLongitudeRef=E", "-ExposureTime=1/250", "-Orientation#=3", shot.one});
+    const std::string output = dir.file("out.jpg");
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, output);
+    options.keep_metadata = 1;
+    options.datetime = nullptr;
+    ASSERT_EQ(export_with(options).result, NQ360_FINISHED);
+    const auto tags = [](const std::string& path) {
+        return nlohmann::json::parse(output_of({"exiftool", "-j", "-n", path}))[0];
+    };
+    const nlohmann::json before = tags(shot.one);
+    const nlohmann::json kept = tags(output);
+    for (const char* tag : {"Make", "Model", "DateTimeOriginal", "GPSLatitude", "GPSLongitude", "ExposureTime"}) {
+        EXPECT_EQ(kept.at(tag), before.at(tag)) << tag;
+    }
+    EXPECT_EQ(kept.at("Orientation"), 1);
+    EXPECT_EQ(kept.at("ProjectionType"), "equirectangular");
+    EXPECT_EQ(output_of({"exiftool", "-validate", "-warning", "-a", "-s3", output}), "OK\n");
+}
+
+TEST_F(ExportWith, OfAMovieForTheWebHasItsIndexInFront) {
+    const Shot shot = movies();
+    const std::string output = dir.file("out.mp4");
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, output, 256, 128);
+    options.keep_metadata = 1;
+    options.web = 1;
+    options.sound_codec = NQ360_SOUND_AAC;
+    ASSERT_EQ(export_with(options).result, NQ360_FINISHED);
+    const Bytes bytes = read_file(output);
+    const auto position = [&](const std::string& type) {
+        const Bytes mark = text(type);
+        return std::search(bytes.begin(), bytes.end(), mark.begin(), mark.end()) - bytes.begin();
+    };
+    EXPECT_LT(position("moov"), position("mdat"));
+    EXPECT_EQ(stream_of(probe(output), "audio").at("codec_name"), "aac");
+    EXPECT_EQ(stream_of(probe(output), "video").at("side_data_list").back().at("projection"), "equirectangular");
+    EXPECT_EQ(frames_of(output).size(), 12u);
+}
