@@ -85,6 +85,9 @@ int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
     encoder->codec_id = codec_id;
     encoder->sample_rate = sample_rate;
     encoder->bit_rate = bit_rate ? bit_rate : audio_decoder[input]->bit_rate;
+    if (encoder->bit_rate < 0) {
+        return fail(AVERROR(EINVAL));  // as FFmpeg does, which would print a line about it
+    }
     if (codec_id == AV_CODEC_ID_AAC && (output_format->oformat->flags & AVFMT_GLOBALHEADER)) {
         encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }

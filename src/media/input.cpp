@@ -108,6 +108,17 @@ double stream_seconds(const AVStream* stream) {
     return static_cast<double>(stream->time_base.num) / stream->time_base.den * static_cast<double>(stream->duration);
 }
 
+// The demuxer takes a packet behind the file's end for the end of all streams. It reads the others on once it leaves
+// out the one that breaks off. Whether there was one to leave out.
+bool leave_out_if_cut_off(const AVFormatContext* input, int stream_index) {
+    AVStream* stream = input->streams[stream_index];
+    if (stream->discard == AVDISCARD_ALL || share_there(input, stream_index) == 1) {
+        return false;
+    }
+    stream->discard = AVDISCARD_ALL;
+    return true;
+}
+
 // Frames in `seconds`, in single precision throughout.
 int64_t frames_in(float seconds, AVRational time_base) {
     return saturated<int32_t>(seconds * static_cast<float>(time_base.den) / static_cast<float>(time_base.num) /
@@ -268,14 +279,20 @@ void libavIF::close_input_file() {
 int libavIF::read_packet(int which, AVPacket* packet, StreamsNeeded needed) {
     const int i = index_of(which);
     AVFormatContext* input = input_format[i];
+    const auto is_needed = [&](int stream) {
+        return (needed.video && stream == video_stream_index[i]) || (needed.sound && stream == audio_stream_index[i]);
+    };
     int result = av_read_frame(input, packet);
+    for (unsigned stream = 0; result == AVERROR_EOF && stream < input->nb_streams; ++stream) {
+        const auto index = static_cast<int>(stream);
+        if (!(needed.whole && is_needed(index)) && leave_out_if_cut_off(input, index)) {
+            result = av_read_frame(input, packet);
+        }
+    }
     if (result >= 0) {
-        const int stream = packet->stream_index;
-        const bool is_needed =
-            (needed.video && stream == video_stream_index[i]) || (needed.sound && stream == audio_stream_index[i]);
         if (input->pb && input->pb->error < 0) {
             result = input->pb->error;  // the demuxer of pictures takes what it could read for the whole file
-        } else if (is_needed && (packet->flags & AV_PKT_FLAG_CORRUPT)) {
+        } else if (is_needed(packet->stream_index) && (packet->flags & AV_PKT_FLAG_CORRUPT)) {
             result = AVERROR_INVALIDDATA;
         }
     } else if (result == AVERROR_EOF) {

@@ -18,6 +18,7 @@ extern "C" {
 
 #include "nq360.h"
 #include "projection/correct_map.h"
+#include "projection/soavfunc.h"
 #include "support/child.h"
 #include "support/export_fixture.h"
 #include "support/failing_new.h"
@@ -376,6 +377,29 @@ TEST_F(Export, WorkflowLeavesAReplyAndClearsTheCancelFlag) {
     EXPECT_EQ(cancelled, 0);
     EXPECT_EQ(nlohmann::json::parse(json).at("errstr"), "Analyze Error InputFile2");
     std::free(const_cast<char*>(json));
+}
+
+// Tables of another panorama, that a caller has left in the option, are none of its own.
+TEST_F(Export, WorkflowTakesNoTablesOfItsCallers) {
+    use_stills();
+    OutputOption option;
+    option.output_size = {64, 32};
+    option.correct1 = option.correct2 = create_linnercorrectmap(CORRECT_NONE, CORRECT_NONE, CORRECT_NONE);
+    Bytes without;
+    for (const ImageSize other : {ImageSize{0, 0}, ImageSize{64, 32}, ImageSize{32, 16}, ImageSize{128, 64}}) {
+        if (other.width > 0) {
+            option.transmap = create_equidistantmap(other, {1000, 900}, 400, 0, {1, 2, 0, 0, 0.5});
+        }
+        const char* json = nullptr;
+        int cancelled = 0;
+        EXPECT_EQ(
+            _NQ360_export(call.movie1, call.movie2, call.output, nullptr, nullptr, option, &json, &cancelled, nullptr),
+            0)
+            << json;
+        std::free(const_cast<char*>(json));
+        without = other.width > 0 ? without : read_file(output);
+        EXPECT_TRUE(read_file(output) == without) << other.width;
+    }
 }
 
 // ---- Movies ----

@@ -13,6 +13,7 @@
 
 #include "support/limits.h"
 #include "support/movie_export.h"
+#include "support/movie_index.h"
 
 using namespace test_support;
 namespace fs = std::filesystem;
@@ -238,7 +239,7 @@ TEST_F(Failures, OfAMovieThatWasCutOff) {
         const Bytes whole = read_file(movies.one);
         const std::vector<StoredPacket> packets = packets_of(movies.one);
         const StoredPacket& middle = packets[packets.size() / 2];
-        const StoredPacket& last = packets.back();
+        const StoredPacket last = packets_of(movies.one, true).back();
         for (const size_t length :
              {static_cast<size_t>(middle.position), static_cast<size_t>(middle.position) + middle.bytes.size() / 2,
               static_cast<size_t>(last.position) + last.bytes.size() - 1}) {
@@ -252,6 +253,23 @@ TEST_F(Failures, OfAMovieThatWasCutOff) {
             expect_unwritten("Invalid data found when processing input");
         }
     }
+}
+
+// Of the sound nothing is missed that is not wanted.
+TEST_F(Failures, OfAMovieThatWasCutOffSpareWhoDoesWithoutItsSound) {
+    const Shot movies = lens_movies({"--frames", "12", "--sound", "both"});
+    lose_packets(movies.one, false, 9);
+    use(movies);
+    for (const int source : {-1, 1}) {
+        call.audio_source = source;
+        expect_finished();
+        EXPECT_EQ(codes_of(output), equal_codes(0, 11));
+    }
+    call.audio_source = 0;
+    expect_unwritten("Invalid data found when processing input");
+    lose_packets(movies.two, true, 6);
+    call.audio_source = -1;
+    expect_unwritten("Invalid data found when processing input");
 }
 
 // Where it breaks off matters only to who gets there.

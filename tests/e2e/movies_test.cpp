@@ -14,6 +14,7 @@
 #include <opencv2/core.hpp>
 
 #include "support/movie_export.h"
+#include "support/movie_index.h"
 #include "support/open_files.h"
 
 using namespace test_support;
@@ -177,6 +178,17 @@ TEST_F(Movies, AndAStillMakeAMovie) {
     expect_finished();
     EXPECT_EQ(codes_of(output), (Codes{{0, 77}, {1, 77}, {2, 77}, {3, 77}, {4, 77}}));
     EXPECT_THAT(output_of({"exiftool", "-G1", "-s", output}), HasSubstr("[XMP-GSpherical] ProjectionType"));
+}
+
+// It is no end of the pictures, only one less: the last before a key frame, which no other needs.
+TEST_F(Movies, GoOnBehindAnEmptyPacket) {
+    for (const std::string codec : {"mjpeg", "h264-baseline"}) {
+        use(lens_movies({"--frames", "12", "--codec", codec, "--sound", "1"}));
+        const size_t number = empty_packet(shot.one, true, 7);
+        expect_finished();
+        ASSERT_EQ(number, 7u);
+        EXPECT_EQ(codes_of(output).size(), 11u) << codec;
+    }
 }
 
 TEST_F(Movies, OfAnyFrameRateStepBy1001) {
@@ -424,6 +436,16 @@ TEST_F(Movies, ThatAreCancelledSaySo) {
     const Outcome outcome = run();
     EXPECT_EQ(outcome.end(), (Reply{NQ360_CANCELLED, error3(39999, "Canceled", shot.one, shot.two, output, -1, "")}));
     EXPECT_EQ(outcome.result, 0);
+}
+
+// Established: the text is what the steps before have left, of a packet of sound how many moments it has.
+TEST_F(Movies, WithSoundThatAreCancelledSaySo) {
+    use(lens_movies({"--frames", "30", "--sound", "1"}));
+    call.audio_source = 0;
+    const std::string marker = dir.file("stop", Bytes());
+    call.cancel = marker.c_str();
+    EXPECT_EQ(run().end(), (Reply{NQ360_CANCELLED, error3(39999, "Canceled", shot.one, shot.two, output, -1,
+                                                          "Error number 1024 occurred")}));
 }
 
 // ---- Metadata ----

@@ -2,6 +2,7 @@
 #include "sample/sound.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -12,7 +13,9 @@
 #include <nlohmann/json.hpp>
 
 #include "support/limits.h"
+#include "support/log_lines.h"
 #include "support/movie_export.h"
+#include "support/movie_index.h"
 
 using namespace test_support;
 namespace fs = std::filesystem;
@@ -172,6 +175,16 @@ TEST_F(SoundOfExport, IsCutWithThePictures) {
     EXPECT_NEAR(static_cast<double>(expected.size()) / 2 / 48000, 15 * kFrameSeconds, kFrameSeconds + 1024 / 48000.0);
 }
 
+// Each packet that begins in the range counts, but only whole blocks are written: 24 packets of 1024 moments begin in
+// half a second.
+TEST_F(SoundOfExport, OfHalfASecondIsHalfASecond) {
+    use(lens_movies({"--frames", "30", "--sound", "1"}));
+    call.audio_source = 0;
+    call.end1 = call.end2 = 0.5f;
+    expect_finished();
+    EXPECT_EQ(stored_samples(output), first_samples(decoded_samples(shot.one), 24000));
+}
+
 // An end of 0 is an end: pictures 0 and 1, and what sound begins at 0.
 TEST_F(SoundOfExport, OfARangeOfOneInstantIsShort) {
     use(lens_movies({"--frames", "12", "--sound", "1"}));
@@ -180,6 +193,21 @@ TEST_F(SoundOfExport, OfARangeOfOneInstantIsShort) {
     expect_finished();
     EXPECT_EQ(codes_of(output), equal_codes(0, 1));
     EXPECT_EQ(stored_samples(output).size() / 2, 1000u) << "a block of the packet of 1024";
+}
+
+// It is no end of the sound, only a packet less.
+TEST_F(SoundOfExport, GoesOnBehindAnEmptyPacket) {
+    use(lens_movies({"--frames", "30", "--sound", "1", "--sound-codec", "aac"}, ".mp4"));
+    call.audio_source = 0;
+    expect_finished();
+    const size_t whole = stored_samples(output).size() / 2;
+    ASSERT_GT(whole, 45000u);
+    const size_t number = empty_packet(shot.one, false, 8);
+    ASSERT_LT(number, 30u);
+    expect_finished();
+    const size_t rest = stored_samples(output).size() / 2;
+    EXPECT_LT(rest, whole);
+    EXPECT_GE(rest + 2 * kBlock, whole);
 }
 
 // A player that reads in order needs both at hand.
@@ -240,8 +268,43 @@ TEST_F(SoundFile, HoldsEverySample) {
 TEST_F(SoundFile, IsTheSameAtAnyBitRate) {
     extract();
     const Bytes first = read_file(audio);
-    extract(64000);
-    EXPECT_EQ(read_file(audio), first);
+    for (const int bit_rate : {64000, 128}) {
+        EXPECT_EQ(extract(bit_rate).state(), NQ360_FINISHED);
+        EXPECT_EQ(read_file(audio), first) << bit_rate;
+    }
+}
+
+// Whatever FFmpeg thinks of it.
+TEST_F(SoundFile, IsWrittenInSilenceAtAnyBitRate) {
+    for (const int bit_rate : {128, -1, INT_MIN, INT_MAX}) {
+        Outcome outcome;
+        expect_own_lines_only(logged([&] { outcome = extract(bit_rate); }));
+        EXPECT_EQ(outcome.state(), bit_rate < 0 ? NQ360_FAILED : NQ360_FINISHED) << bit_rate << outcome.text();
+    }
+}
+
+TEST_F(SoundFile, GoesOnBehindAnEmptyPacket) {
+    movie = lens_movies({"--frames", "30", "--sound", "1", "--sound-codec", "aac"}, ".mp4").one;
+    extract();
+    const size_t whole = stored_samples(audio).size() / 2;
+    ASSERT_GT(whole, 45000u);
+    ASSERT_LT(empty_packet(movie, false, 8), 30u);
+    EXPECT_EQ(extract().state(), NQ360_FINISHED);
+    EXPECT_EQ(stored_samples(audio).size() / 2, whole - 1024);
+}
+
+// Of the pictures none is missed.
+TEST_F(SoundFile, OfAMovieThatWasCutOffFailsIfItsSoundWas) {
+    extract();
+    const Samples original = stored_samples(audio);
+    lose_packets(movie, true, 6);
+    EXPECT_EQ(extract().state(), NQ360_FINISHED);
+    EXPECT_EQ(stored_samples(audio), original);
+    lose_packets(movie, false, 9);
+    EXPECT_EQ(extract().end(),
+              (Reply{NQ360_FAILED, error2(29999, "Colud Not Write Audio!!", movie, audio, AVERROR_INVALIDDATA,
+                                          "Invalid data found when processing input")}));
+    EXPECT_FALSE(fs::exists(audio));
 }
 
 TEST_F(SoundFile, IsReportedInPackets) {

@@ -128,6 +128,22 @@ TEST(AddAudioStream, TakesTheBitRateOrTheSources) {
     }
 }
 
+TEST(AddAudioStream, IsOfTheSecondInputWhereTheFirstHasNoSound) {
+    TempDir dir;
+    TempDir other;
+    const std::string with_sound = movie_in(dir, 0.2, 44100);
+    const std::string silent = other.file("silent.mov");
+    make_movie(silent, "64x48", 2);
+    libavIF media(silent.c_str(), with_sound.c_str());
+    ASSERT_EQ(media.open_input_file(0), 0);
+    ASSERT_EQ(media.open_input_file(1), 0);
+    ASSERT_GE(avformat_alloc_output_context2(&media.output_format, nullptr, "wav", nullptr), 0);
+    EXPECT_EQ(media.add_audio_stream(AV_CODEC_ID_PCM_S16LE, 0), 0);
+    EXPECT_EQ(media.init_swr_context(), 0);
+    ASSERT_NE(media.audio_encoder_context, nullptr);
+    EXPECT_EQ(media.audio_encoder_context->sample_rate, 44100);
+}
+
 TEST(AddAudioStream, SaysWhatItCannotFind) {
     TempDir dir;
     SoundJob job(movie_in(dir, 0.2));
@@ -381,6 +397,16 @@ TEST(WriteAudio, OfManyPacketsTellsEveryHundredth) {
     ASSERT_EQ(progress.size(), 1u + 11);
     EXPECT_EQ(progress[0], (ProgressCall{NQ360_STARTED, 1171}));
     EXPECT_EQ(progress[1], (ProgressCall{NQ360_PROGRESS, 100}));
+}
+
+// Established: what the container tells is divided, whatever it is.
+TEST(WriteAudio, AnnouncesADurationBelow0) {
+    TempDir dir;
+    const std::string input = movie_in(dir, 0.5);
+    libavIF media(input.c_str());
+    ASSERT_EQ(media.open_input_file(0), 0);
+    media.input_format[0]->streams[media.audio_stream_index[0]]->duration = -5000;
+    EXPECT_EQ(extract(&media, dir.file("out.wav")).progress.at(0), (ProgressCall{NQ360_STARTED, -4}));
 }
 
 TEST(WriteAudio, WithoutDurationsCountsNoneBy0) {

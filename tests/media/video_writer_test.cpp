@@ -156,6 +156,29 @@ TEST(WriteVideo, OfTwoMoviesInFragmentsIsAJpegOfTheirFirstFrames) {
     EXPECT_LT(write(movies, dir.file("out.mov"), option_for()).result, 0);
 }
 
+// A movie has ended when its pairs have; what passes for a still has when no other picture follows its first.
+TEST(WriteVideo, TellsWhichInputsHaveEnded) {
+    TempDir dir;
+    TempDir other;
+    const std::string movie = small_movies(dir, {"--frames", "3"}).one;
+    const std::string fragments = small_movies(other, {"--frames", "5", "--fragmented", "--sound", "none"}).one;
+    const std::string still = small_still(dir);
+    const struct {
+        Shot inputs;
+        const char* name;
+        const char* flags;
+    } cases[] = {{{movie, movie}, "out.mov", "1 1"},         {{still, still}, "out.jpg", "1 1"},
+                 {{movie, still}, "out.mov", "1 1"},         {{still, movie}, "out.mov", "1 1"},
+                 {{movie, fragments}, "out.mov", "1 0"},     {{fragments, movie}, "out.mov", "0 1"},
+                 {{fragments, fragments}, "out.jpg", "0 0"}, {{fragments, still}, "out.jpg", "0 1"}};
+    for (const auto& one : cases) {
+        const Written written = write(one.inputs, dir.file(one.name), option_for());
+        EXPECT_EQ(written.result, 0) << written.error_text;
+        EXPECT_THAT(written.log, HasSubstr(std::string("[libavIF::write_video] loop finished ") + one.flags + "\n"))
+            << one.inputs.one << " and " << one.inputs.two;
+    }
+}
+
 TEST(WriteVideo, OfAMovieOfOneFrameKeepsIt) {
     TempDir dir;
     const std::string output = dir.file("out.mov");
@@ -608,6 +631,20 @@ TEST(WriteVideoFailure, OfADecoderIsLoggedWithItsInput) {
                                   std::to_string(written.result) + ":" + written.error_text + "\n"))
                 << codec;
         }
+    }
+}
+
+TEST(WriteVideoFailure, OfAStillWithoutAPictureIsLoggedWithItsInput) {
+    TempDir dir;
+    TempDir other;
+    const std::string movie = small_movies(dir, {"--frames", "3"}).one;
+    const std::string nothing = small_movies(other, {"--frames", "0", "--fragmented", "--sound", "none"}).one;
+    for (int input : {0, 1}) {
+        const Shot inputs = input == 0 ? Shot{nothing, movie} : Shot{movie, nothing};
+        const Written written = write(inputs, dir.file("out.mov"), option_for());
+        EXPECT_EQ(written.result, AVERROR_EOF);
+        EXPECT_THAT(written.log, HasSubstr("[libavIF::write_video] decode_packet" + std::to_string(input + 1) +
+                                           " error " + std::to_string(AVERROR_EOF) + ":End of file\n"));
     }
 }
 
