@@ -263,13 +263,15 @@ int NQ360_get_audio_with(const NQ360_AUDIO_OPTIONS* options);
 
 /**
  * A shot whose halves stay decoded, for whoever looks at it again and again. Used by one thread at a time; the library
- * knows of it nowhere else.
+ * knows of it nowhere else. It takes up to 3.75 bytes for each pixel of a lens picture, 57 MB for lenses of 3888 pixels
+ * and 14 MB for 1936, and keeps no file open: a still's file is not needed any more, a movie's is for other frames.
  */
 typedef struct NQ360_SHOT NQ360_SHOT;
 
 /**
- * Opens lens1 and lens2 of the record and decodes them, of movies the frames at start1 and start2. Of the other fields
- * it takes reply, log and user, for this call alone.
+ * Opens lens1 and lens2 of the record and decodes them, of movies the first frames at or after start1 and start2. Of
+ * the other fields it takes reply, log and user, for this call alone; those that tell how a panorama is to look must be
+ * in their ranges. One reply: #NQ360_FINISHED with the lenses' "width" and "height", or #NQ360_FAILED.
  * @return the shot, to be closed by #NQ360_shot_close; null when the halves cannot be read or are not of one size and
  *         of this camera: the reply says why, as that of #NQ360_export
  */
@@ -279,13 +281,15 @@ NQ360_SHOT* NQ360_shot_open(const NQ360_EXPORT_OPTIONS* options);
 void NQ360_shot_close(NQ360_SHOT* shot);
 
 /**
- * Makes one panorama as a JPEG in memory. It takes the fields that tell how it is to look (width and height, 1024 x 512
- * where both are 0, to quality, of which 0 stands for 85), reply, log and user. Metadata, output and sound are left
- * alone.
+ * Makes one panorama as a JPEG in memory, always filtered. It takes the fields that tell how it is to look (width and
+ * height, 1024 x 512 where both are 0, to feather), start1, start2, quality (0 stands for 85), reply, log and user.
+ *
+ * One reply: #NQ360_FINISHED with the panorama's "width" and "height", or #NQ360_FAILED, with errnum 30005 for a bad
+ * value and else as that of #NQ360_export.
  *
  * @param options  the record
- * @param shot     an open shot, whose frames are changed to those at start1 and start2 if they are others; null: lens1
- *                 and lens2 are opened for this call
+ * @param shot     an open shot, whose frames are changed to those at start1 and start2 if they are others, and whose
+ *                 files are taken, not lens1 and lens2; null: these are opened for this call
  * @param jpeg     receives the picture's bytes, to be released by #NQ360_free; null after a failure
  * @param size     receives their number; 0 after a failure
  * @return the state of the last reply; #NQ360_FAILED for null
@@ -294,16 +298,27 @@ int NQ360_preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigne
 
 /**
  * Finds what makes the halves meet at the seam in brightness, colour and direction, with the record's turns,
- * corrections and gains as what is there already. Movies are looked at in several places of their ranges. It takes
- * lens1, lens2, turn1, turn2, start1 to end2, reply, log and user.
+ * corrections and gains as what is there already. It takes lens1, lens2, turn1 to gain2, start1 to end2, reply, log
+ * and user. Movies are looked at in five places of their ranges: #NQ360_STARTED tells their number and #NQ360_PROGRESS,
+ * with which the caller may cancel, each that is done.
  *
- * The last reply is an object with "correct1", "correct2", "gain1", "gain2" (three numbers each, for Y, U, V), "turn"
- * (degrees to be added to turn2), "step" (Y, U, V, by which lens 2 differs at the seam), "step_corrected" and
- * "step_gained" (the same after each), "compared" (the share of the seam that could be), "confidence" (0 to 1) and
- * "warning" (in words why the halves may not belong together, else empty).
+ * The last reply is an object with:
+ * - "turn": degrees to be added to turn2, found within 10; 0 where the confidence is under 0.2.
+ * - "gain1", "gain2", three numbers for Y, U and V: factors to be set in the record, without corrections. They are what
+ *   two exposures need.
+ * - "correct1", "correct2", three whole numbers each: offsets to be set instead, with the record's gains. Each plane
+ *   may take either.
+ * - "step", three numbers: how far the lenses are apart in most directions along the seam, as the record has it;
+ *   "step_turned", "step_corrected", "step_gained": the same after the turn, after turn and corrections, after turn and
+ *   gains.
+ * - "compared": the share of the seam that is neither black nor white, 0 to 1.
+ * - "confidence": 0 to 1, how much better the lenses fit with this turn than with any other.
+ * - "warning": in words, why the result may be of no use or the halves may not belong together (the same picture twice,
+ *   two shots, two times); else empty. Swapped lenses meet as well as others: they are told by the sound, which the
+ *   camera records with lens 1, and by names.
  *
  * @param options  the record
- * @param shot     an open shot; null: lens1 and lens2 are opened for this call
+ * @param shot     as for #NQ360_preview
  * @return the state of the last reply; #NQ360_FAILED for null
  */
 int NQ360_match(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot);

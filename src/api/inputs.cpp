@@ -43,23 +43,10 @@ int check_sizes(const Paths& paths, const AnalyzeResult& input1, const AnalyzeRe
     return 0;
 }
 
-// What the picture functions would assert or cv::remap refuse; each throws a text for the person who asked.
-void check_geometry(const OutputOption& option, ImageSize lens) {
-    const ImageSize output = option.output_size;
-    if (output.width < 2 || output.height < 2 || output.width > kMostRemapSide || output.height > kMostRemapSide) {
+void check_panorama(ImageSize size) {
+    if (size.width < 2 || size.height < 2 || size.width > kMostRemapSide || size.height > kMostRemapSide) {
         throw std::runtime_error("the panorama's sides must be 2 to " + std::to_string(kMostRemapSide) +
-                                 " pixels, not " + std::to_string(output.width) + " x " +
-                                 std::to_string(output.height));
-    }
-    if (option.radius >= lens.height / 2.0) {
-        throw std::runtime_error("the lens pictures are too small for the lens circle: " + std::to_string(lens.width) +
-                                 " x " + std::to_string(lens.height));
-    }
-    const int64_t stack = 2 * static_cast<int64_t>(lens.height) + option.bandheight;
-    if (stack > kMostRemapSide) {
-        throw std::runtime_error("the lens pictures and the band picture are " + std::to_string(stack) +
-                                 " rows high, more than the " + std::to_string(kMostRemapSide) +
-                                 " that can be stitched; take a flatter band picture");
+                                 " pixels, not " + std::to_string(size.width) + " x " + std::to_string(size.height));
     }
 }
 
@@ -114,6 +101,20 @@ int analyze_inputs(const Paths& paths, AnalyzeResult* input1, AnalyzeResult* inp
     return check_sizes(paths, *input1, *input2, json_out);
 }
 
+// What the picture functions would assert or cv::remap refuse, in words for the person who asked.
+void check_lenses(ImageSize lens, int bandheight) {
+    if (projection_radius(lens.width) >= lens.height / 2.0) {
+        throw std::runtime_error("the lens pictures are too small for the lens circle: " + std::to_string(lens.width) +
+                                 " x " + std::to_string(lens.height));
+    }
+    const int64_t stack = 2 * static_cast<int64_t>(lens.height) + bandheight;
+    if (stack > kMostRemapSide) {
+        throw std::runtime_error("the lens pictures and the band picture are " + std::to_string(stack) +
+                                 " rows high, more than the " + std::to_string(kMostRemapSide) +
+                                 " that can be stitched; take a flatter band picture");
+    }
+}
+
 OutputOption look_of(const NQ360_EXPORT_OPTIONS& options) {
     OutputOption option;
     option.output_size = {options.width, options.height};
@@ -138,9 +139,10 @@ void prepare_projection(const char* band_path, const AnalyzeResult& input1, cons
     option->rotation.frame1angle -= orientation_turn(input1.orientation);
     option->rotation.frame2angle += orientation_turn(input2.orientation);
     option->radius = projection_radius(lens.width);
-    check_geometry(*option, lens);
+    check_panorama(option->output_size);
+    check_lenses(lens, 0);
     load_band(band_path, lens.width, option);
-    check_geometry(*option, lens);
+    check_lenses(lens, option->bandheight);
     option->transmap = EquidistantTransMap();
     option->transmap.equsize = option->output_size;
     option->transmap.projsize = lens;

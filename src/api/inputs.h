@@ -19,6 +19,9 @@ int fail(const Paths& paths, const char* errstr, const char* api_errstr, int err
 // Analyses both, and checks that they are of one size and of this camera. 0, or -1 with the reply.
 int analyze_inputs(const Paths& paths, AnalyzeResult* input1, AnalyzeResult* input2, const char** json_out);
 
+// Throws a text when lens pictures of a camera's width cannot be stitched; `bandheight`: rows of the loaded band, or 0.
+void check_lenses(ImageSize lens, int bandheight);
+
 // How a panorama is to look, by the fields of the record that tell it.
 OutputOption look_of(const NQ360_EXPORT_OPTIONS& options);
 
