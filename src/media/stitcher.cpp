@@ -302,7 +302,46 @@ void Stitcher::load(int lens, const AVFrame* frame) {
     }
 }
 
-void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept,
+namespace {
+
+// A value of Y as it stands in the stack.
+int corrected(int value, const YuvCorrectMap& map) {
+    return map.yenabled ? map.ytable[value] : value;
+}
+
+// Of Y in either range: nothing is darker where a lens shows something but night, and light is brighter.
+constexpr int kBlack = 24;
+constexpr int kLit = 48;
+
+}  // namespace
+
+// Where one of the lenses shows nothing, nothing can be mixed: the whole ring becomes narrower, so that no step
+// appears.
+void Stitcher::find_feather() {
+    if (feather_known_) {
+        return;
+    }
+    const double most =
+        luma_rows_.are_made() ? std::min({option_.feather, luma_rows_.overlap(), chroma_rows_.overlap()}) : 0;
+    const YuvCorrectMap& map1 = lenses_[0].correction;
+    const YuvCorrectMap& map2 = lenses_[1].correction;
+    LitOverlap found = {0, true};
+    if (most > 0) {
+        found = lit_overlap(luma_rows_, stacks_[0], {corrected(kBlack, map1), corrected(kBlack, map2)},
+                            {corrected(kLit, map1), corrected(kLit, map2)}, most);
+    }
+    feather_known_ = found.known;
+    if (found.width == feather_) {
+        return;
+    }
+    feather_ = found.width;
+    if (many_pairs_) {
+        luma_ring_ = feather_ > 0 ? SeamRing(luma_rows_, feather_, stacks_[0]) : SeamRing();
+        chroma_ring_ = feather_ > 0 ? SeamRing(chroma_rows_, feather_, stacks_[1]) : SeamRing();
+    }
+}
+
+void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept, const SeamRing& ring,
                              AVFrame* panorama) const {
     std::vector<SampledPlane> planes;
     for (int plane = first; plane <= last; ++plane) {
@@ -312,19 +351,22 @@ void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const S
     if (many_pairs_) {
         for (SampledPlane& plane : planes) {
             kept.sample(*plane.source, &plane.target);
+            ring.mix(*plane.source, &plane.target);
         }
     } else {
-        sample_once(rows, planes);
+        sample_once(rows, planes, feather_);
     }
     for (int plane = first; plane <= last; ++plane) {
         repeat_last(whole_plane(panorama, plane), rows.size().width, rows.size().height);
     }
 }
 
-void Stitcher::stitch_luma(AVFrame* panorama) const {
-    stitch_planes(0, 0, luma_rows_, luma_, panorama);
+void Stitcher::stitch_luma(AVFrame* panorama) {
+    find_feather();
+    stitch_planes(0, 0, luma_rows_, luma_, luma_ring_, panorama);
 }
 
-void Stitcher::stitch_chroma(AVFrame* panorama) const {
-    stitch_planes(1, 2, chroma_rows_, chroma_, panorama);
+void Stitcher::stitch_chroma(AVFrame* panorama) {
+    find_feather();
+    stitch_planes(1, 2, chroma_rows_, chroma_, chroma_ring_, panorama);
 }

@@ -8,6 +8,7 @@
 #include "media/ffmpeg_ptr.h"
 #include "media/output_option.h"
 #include "projection/sample_table.h"
+#include "projection/seam_ring.h"
 
 // The picture of a 4:2:0 or 4:2:2 frame with each k x k pixels brought to their mean, as 4:2:0; `k` is 1 or another
 // result of Stitcher::reduction_for. Where there is nothing to reduce (k is 1, or k does not divide the sides, or
@@ -32,8 +33,8 @@ class Stitcher {
 
     // Fill the planes of a 4:2:0 frame of the panorama's size. Chroma of an odd size has a last column or row
     // more than the tables: it repeats the one before.
-    void stitch_luma(AVFrame* panorama) const;
-    void stitch_chroma(AVFrame* panorama) const;
+    void stitch_luma(AVFrame* panorama);
+    void stitch_chroma(AVFrame* panorama);
 
   private:
     struct Lens {
@@ -51,8 +52,10 @@ class Stitcher {
     const AVFrame* as_loaded(Lens* lens, const AVFrame* frame) const;
     const YuvCorrectMap& correction_for(int lens, const AVFrame* frame);
     cv::Mat place_of(int lens, int plane) const;
-    // The planes `first` to `last`, which share a table.
-    void stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept, AVFrame* panorama) const;
+    void find_feather();
+    // The planes `first` to `last`, which share a table and a ring.
+    void stitch_planes(int first, int last, const TableRows& rows, const SampleTable& kept, const SeamRing& ring,
+                       AVFrame* panorama) const;
 
     const OutputOption& option_;
     const bool many_pairs_;
@@ -62,5 +65,9 @@ class Stitcher {
     TableRows chroma_rows_;
     SampleTable luma_;  // for many pairs
     SampleTable chroma_;
+    SeamRing luma_ring_;
+    SeamRing chroma_ring_;
+    double feather_ = 0;          // as wide as the lenses allow
+    bool feather_known_ = false;  // nothing can be learnt of that from further pairs
     Lens lenses_[2];
 };

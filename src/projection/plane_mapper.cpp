@@ -87,9 +87,31 @@ void uvpoint_in_band(double* u, double* v, const PlaneSources& sources, double p
     }
 }
 
-void uvpoint_in_lens(double* u, double* v, const PlaneSources& sources, double phi, double psi) {
+// The source position of the panorama point `p` on the sphere whose radius is that of the lens circle.
+void uvpoint_from_sphere(double* u, double* v, const PlaneSources& sources, const Rotation& rotation,
+                         const Vector3& p) {
+    // Rounding takes the quotient past 1 at some angles.
+    const double phi = std::acos(std::clamp(dot(rotation.z, p) / sources.radius, -1.0, 1.0));
+    const double psi = std::atan2(dot(rotation.x, p), dot(rotation.y, p));
+    const double half_angle = band_half_angle(sources);
+    if (sources.bandheight > 0 && kPi / 2 - half_angle < phi && phi < kPi / 2 + half_angle) {
+        uvpoint_in_band(u, v, sources, phi, psi);
+    } else {
+        uvpoint_of_lens(u, v, phi < kPi / 2 ? 0 : 1, sources, phi, psi);
+    }
+}
+
+Vector3 sphere_point(double radius, double sin_colatitude, double cos_colatitude, double sin_longitude,
+                     double cos_longitude) {
+    return {radius * (sin_colatitude * cos_longitude), radius * (sin_colatitude * sin_longitude),
+            radius * cos_colatitude};
+}
+
+}  // namespace
+
+void uvpoint_of_lens(double* u, double* v, int lens, const PlaneSources& sources, double phi, double psi) {
     const double pixels_per_radian = sources.radius / (kPi / 2);
-    if (phi < kPi / 2) {
+    if (lens == 0) {
         const double distance = phi * pixels_per_radian;
         const double angle = psi + sources.frame1angle;
         *u = sources.center.x + std::cos(angle) * distance;
@@ -102,28 +124,6 @@ void uvpoint_in_lens(double* u, double* v, const PlaneSources& sources, double p
         *v = sources.center.y + std::cos(angle) * distance + sources.size.height;
     }
 }
-
-// The source position of the panorama point `p` on the sphere whose radius is that of the lens circle.
-void uvpoint_from_sphere(double* u, double* v, const PlaneSources& sources, const Rotation& rotation,
-                         const Vector3& p) {
-    // Rounding takes the quotient past 1 at some angles.
-    const double phi = std::acos(std::clamp(dot(rotation.z, p) / sources.radius, -1.0, 1.0));
-    const double psi = std::atan2(dot(rotation.x, p), dot(rotation.y, p));
-    const double half_angle = band_half_angle(sources);
-    if (sources.bandheight > 0 && kPi / 2 - half_angle < phi && phi < kPi / 2 + half_angle) {
-        uvpoint_in_band(u, v, sources, phi, psi);
-    } else {
-        uvpoint_in_lens(u, v, sources, phi, psi);
-    }
-}
-
-Vector3 sphere_point(double radius, double sin_colatitude, double cos_colatitude, double sin_longitude,
-                     double cos_longitude) {
-    return {radius * (sin_colatitude * cos_longitude), radius * (sin_colatitude * sin_longitude),
-            radius * cos_colatitude};
-}
-
-}  // namespace
 
 void uvpoint_of_panorama_point(double* u, double* v, int x, int y, ImageSize equsize, const PlaneSources& sources,
                                const RotationCorrect& rc, const ViewTurn& view) {
@@ -141,15 +141,6 @@ void uvpoint_of_panorama_point(double* u, double* v, int x, int y, ImageSize equ
 // that of uvpoint_from_sphere, that function decides.
 
 namespace {
-
-// Value at longitude l: cosine * cos(l) + sine * sin(l) + constant.
-struct RowForm {
-    double cosine, sine, constant;
-
-    double at(double cos_longitude, double sin_longitude) const {
-        return cosine * cos_longitude + sine * sin_longitude + constant;
-    }
-};
 
 // `form` as a function of the longitude, on the unit sphere's circle of the given colatitude.
 RowForm form_of_row(const Vector3& form, double sin_colatitude, double cos_colatitude) {
@@ -216,14 +207,6 @@ PlaneMapper::LensForms PlaneMapper::lens_forms(const Vector3& first, const Vecto
 
 namespace {
 
-// What the pixels of a row share.
-struct RowForms {
-    RowForm axis;  // cos(phi)
-    RowForm u_common, u_apart, v_common, v_apart;
-    double u_center, v_center, lens_height;
-    double above, below, error;
-};
-
 // Marks what is left to uvpoint_from_sphere with a NaN in mapx. To be inlined, so that it is compiled for the
 // processor of the caller.
 [[gnu::always_inline]] inline void map_settled_points(const RowForms& row, const double* cosines, const double* sines,
@@ -272,22 +255,26 @@ double PlaneMapper::colatitude_of(int y) const {
     return colatitude_of_row(y + offset_, equsize_.height);
 }
 
-void PlaneMapper::map_row(int y, float* mapx, float* mapy) const {
+RowForms PlaneMapper::forms_of_row(int y) const {
     const double colatitude = colatitude_of(y);
     const double sine = std::sin(colatitude), cosine = std::cos(colatitude);
     const double lens_height = sources_.size.height;
-    const RowForms forms = {form_of_row(rotation_.z, sine, cosine),
-                            form_of_row(u_.common, sine, cosine),
-                            form_of_row(u_.apart, sine, cosine),
-                            form_of_row(v_.common, sine, cosine),
-                            form_of_row(v_.apart, sine, cosine),
-                            static_cast<double>(sources_.center.x),
-                            sources_.center.y + lens_height / 2,
-                            lens_height,
-                            settled_above_,
-                            settled_below_,
-                            error_bound_};
-    map_settled_points_quickly(forms, cos_longitude_.data(), sin_longitude_.data(), equsize_.width, mapx, mapy);
+    return {form_of_row(rotation_.z, sine, cosine),
+            form_of_row(u_.common, sine, cosine),
+            form_of_row(u_.apart, sine, cosine),
+            form_of_row(v_.common, sine, cosine),
+            form_of_row(v_.apart, sine, cosine),
+            static_cast<double>(sources_.center.x),
+            sources_.center.y + lens_height / 2,
+            lens_height,
+            settled_above_,
+            settled_below_,
+            error_bound_};
+}
+
+void PlaneMapper::map_row(int y, float* mapx, float* mapy) const {
+    map_settled_points_quickly(forms_of_row(y), cos_longitude_.data(), sin_longitude_.data(), equsize_.width, mapx,
+                               mapy);
     map_unsettled_points(y, mapx, mapy);
 }
 
@@ -304,6 +291,107 @@ void PlaneMapper::map_unsettled_points(int y, float* mapx, float* mapy) const {
         mapx[x] = static_cast<float>(u);
         mapy[x] = static_cast<float>(v);
     }
+}
+
+// ---- The ring about the seam ----
+
+namespace {
+
+// Columns whose longitudes lie between two; of a turn that begins at -180 degrees, wherever these are.
+void add_span(double from, double to, int columns, double offset, std::vector<ColumnSpan>* spans) {
+    const double per_radian = columns / (2 * kPi);
+    const auto first = static_cast<int>(std::ceil((from + kPi) * per_radian - offset));
+    const auto end = static_cast<int>(std::floor((to + kPi) * per_radian - offset)) + 1;
+    for (const int turn : {-columns, 0, columns}) {
+        const ColumnSpan span = {std::max(first + turn, 0), std::min(end + turn, columns)};
+        if (span.first < span.end) {
+            spans->push_back(span);
+        }
+    }
+}
+
+}  // namespace
+
+// Along a row the sine of the distance from the seam, which is cos(phi), is a constant and a cosine: it is small on
+// two arcs, which may meet at one end or at both.
+std::vector<ColumnSpan> PlaneMapper::seam_spans(int y, double width) const {
+    const RowForm axis = forms_of_row(y).axis;
+    const double amplitude = std::hypot(axis.cosine, axis.sine);
+    const double limit = std::sin(width);
+    if (std::abs(axis.constant) >= limit + amplitude) {
+        return {};
+    }
+    const double middle = std::atan2(axis.sine, axis.cosine);
+    const double near = std::acos(std::clamp((limit - axis.constant) / amplitude, -1.0, 1.0));
+    const double far = std::acos(std::clamp((-limit - axis.constant) / amplitude, -1.0, 1.0));
+    std::vector<ColumnSpan> spans;
+    if (near == 0 && far == kPi) {
+        spans.push_back({0, equsize_.width});
+    } else if (near == 0) {
+        add_span(middle - far, middle + far, equsize_.width, offset_, &spans);
+    } else if (far == kPi) {
+        add_span(middle + near, middle + 2 * kPi - near, equsize_.width, offset_, &spans);
+    } else {
+        add_span(middle + near, middle + far, equsize_.width, offset_, &spans);
+        add_span(middle - far, middle - near, equsize_.width, offset_, &spans);
+    }
+    return spans;
+}
+
+namespace {
+
+// As map_settled_points. Sines of at most a few degrees: series to the seventh power are exact to 1e-8.
+[[gnu::always_inline]] inline void map_other_points(const RowForms& row, double width, const double* cosines,
+                                                    const double* sines, int columns, const float* sides, float* mapx,
+                                                    float* mapy, float* shares) {
+    const RowForms forms = row;
+    const double per_width = 0.5 / width;
+    for (int i = 0; i < columns; ++i) {
+        const double c = cosines[i], s = sines[i];
+        const double side = sides[i];
+        const double z = side * forms.axis.at(c, s);
+        const double square = z * z;
+        const double past_seam = z * (1 + square * (1.0 / 6 + square * (3.0 / 40 + square * (15.0 / 336))));
+        const double over_cosine = 1 + square * (1.0 / 2 + square * (3.0 / 8 + square * (5.0 / 16)));
+        const double stretch = (kPi / 2 + past_seam) * over_cosine;
+        mapx[i] =
+            static_cast<float>(forms.u_center + stretch * (forms.u_common.at(c, s) - side * forms.u_apart.at(c, s)));
+        mapy[i] = static_cast<float>(forms.v_center + side * (forms.lens_height / 2) +
+                                     stretch * (forms.v_common.at(c, s) - side * forms.v_apart.at(c, s)));
+        const double part = std::max(0.5 - per_width * past_seam, 0.0);
+        shares[i] = static_cast<float>(side * side * (part * part * (3 - 2 * part)));
+    }
+}
+
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) void map_other_points_avx2(const RowForms& row, double width, const double* cosines,
+                                                           const double* sines, int columns, const float* sides,
+                                                           float* mapx, float* mapy, float* shares) {
+    map_other_points(row, width, cosines, sines, columns, sides, mapx, mapy, shares);
+}
+#endif
+
+}  // namespace
+
+void PlaneMapper::map_other_lens(int y, ColumnSpan span, double width, const float* sides, float* mapx, float* mapy,
+                                 float* shares) const {
+    const RowForms forms = forms_of_row(y);
+    const double* const cosines = cos_longitude_.data() + span.first;
+    const double* const sines = sin_longitude_.data() + span.first;
+    const int columns = span.end - span.first;
+#if defined(__x86_64__)
+    if (has_avx2()) {
+        map_other_points_avx2(forms, width, cosines, sines, columns, sides, mapx, mapy, shares);
+        return;
+    }
+#endif
+    map_other_points(forms, width, cosines, sines, columns, sides, mapx, mapy, shares);
+}
+
+double PlaneMapper::overlap(double margin) const {
+    const int to_edge = std::min({sources_.center.x, sources_.size.width - 1 - sources_.center.x, sources_.center.y,
+                                  sources_.size.height - 1 - sources_.center.y});
+    return sources_.radius > 0 ? std::max((to_edge - margin) * (kPi / 2) / sources_.radius - kPi / 2, 0.0) : 0;
 }
 
 PlaneMapper luma_mapper(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,

@@ -22,6 +22,8 @@ class StackReduction {
     // band, or empty.
     StackReduction(int factor, ImageSize lens, const cv::Mat& band);
 
+    int factor() const { return factor_; }
+
     // The band's plane of the reduced stack, or empty.
     const cv::Mat& band() const { return band_; }
 

@@ -6,6 +6,7 @@
 #include "projection/large_pages.h"
 #include "projection/parallel.h"
 #include "projection/processor.h"
+#include "projection/seam_ring.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -166,18 +167,26 @@ void SampleTable::sample(const FramedPlane& source, cv::Mat* target) const {
     });
 }
 
-void sample_once(const TableRows& table, const std::vector<SampledPlane>& planes) {
+void sample_once(const TableRows& table, const std::vector<SampledPlane>& planes, double feather) {
     const ImageSize size = table.size();
     in_parallel(size.height, [&](const cv::Range& rows) {
         std::vector<float> scratch;
         std::vector<int32_t> offsets(static_cast<size_t>(size.width));
         std::vector<uint16_t> fractions(static_cast<size_t>(size.width));
+        SeamScratch seam_scratch;
+        SeamPixels seam;
         for (int row = rows.start; row < rows.end; ++row) {
-            find_samples(table.row(row, &scratch), size.width, *planes[0].source, offsets.data(), fractions.data());
+            const TableRows::Row positions = table.row(row, &scratch);
+            find_samples(positions, size.width, *planes[0].source, offsets.data(), fractions.data());
+            if (feather > 0) {
+                seam.spans = table.seam_spans(row, feather);
+                find_seam_pixels(table, row, positions, feather, *planes[0].source, &seam_scratch, &seam);
+            }
             for (const SampledPlane& plane : planes) {
                 cv::Mat target = plane.target;
                 sample_row(plane.source->framed(), plane.source->stride(), offsets.data(), fractions.data(),
                            target.ptr(row), size.width);
+                mix_seam_pixels(seam, *plane.source, &seam_scratch, target.ptr(row));
             }
         }
     });

@@ -46,12 +46,12 @@ class SampleTable {
 };
 
 // Fills each target (CV_8UC1, of the table's size) from its source, its rows in parallel, through a table that is
-// not kept. The sources are of one size and stride.
+// not kept. The sources are of one size and stride. Within `feather` radians of the seam both lenses are mixed.
 struct SampledPlane {
     const FramedPlane* source;
     cv::Mat target;
 };
-void sample_once(const TableRows& rows, const std::vector<SampledPlane>& planes);
+void sample_once(const TableRows& rows, const std::vector<SampledPlane>& planes, double feather);
 
 // For a row of the table, where in planes like `source` the pixels are sampled, as SampleTable keeps it. The plain
 // loop, and the one to use: the same numbers, in less time on processors that allow it.

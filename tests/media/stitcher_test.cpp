@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "media/libavif.h"
+#include "media/scaler.h"
 #include "projection/angles.h"
 #include "projection/lens_circle.h"
 #include "projection/soavfunc.h"
@@ -462,6 +463,170 @@ TEST(StitcherFilter, KeepsTheBandOverTheSeam) {
         EXPECT_GT(cv::countNonZero(filtered == 60), filtered.total() / 60) << plane;
         EXPECT_GT(cv::countNonZero(filtered == 200), filtered.total() / 60) << plane;
     }
+}
+
+// ---- The mixed ring about the seam ----
+
+// A lens that shows one colour up to so many degrees from its axis, and black beyond.
+FramePtr lens_frame(int size, double degrees, std::array<int, 3> colour) {
+    FramePtr frame(make_frame({size, size, AV_PIX_FMT_YUV420P}));
+    for (int plane = 0; plane < 3; ++plane) {
+        const int side = plane == 0 ? size : size / 2;
+        const double reach = projection_radius(size) * side / size * degrees / 90;
+        for (int y = 0; y < side; ++y) {
+            for (int x = 0; x < side; ++x) {
+                const bool lit = std::hypot(x - side / 2, y - side / 2) <= reach;
+                frame->data[plane][y * frame->linesize[plane] + x] =
+                    static_cast<uint8_t>(lit          ? colour[static_cast<size_t>(plane)]
+                                         : plane == 0 ? 16
+                                                      : 128);
+            }
+        }
+    }
+    return frame;
+}
+
+// Lens 1 looks up, so that the ring is rows about the middle one.
+OutputOption feather_option(double degrees, ImageSize panorama = {720, 360}, int lens = 1440) {
+    OutputOption option = camera_option(panorama, lens);
+    option.rotation.yangle = 0;
+    option.feather = radians(degrees);
+    return option;
+}
+
+double smooth(double t) {
+    return t * t * (3 - 2 * t);
+}
+
+TEST_P(StitcherTest, MixesBothLensesAboutTheSeam) {
+    const OutputOption option = feather_option(5);
+    const FramePtr lens1 = lens_frame(1440, 96.5, {60, 70, 180});
+    const FramePtr lens2 = lens_frame(1440, 96.5, {180, 110, 90});
+    const FramePtr panorama = stitched(option, GetParam(), lens1, lens2);
+    for (int plane = 0; plane < 3; ++plane) {
+        const cv::Mat pixels = plane_of(panorama, plane);
+        const double row_angle = plane == 0 ? 0.5 : 1;  // degrees
+        const int first = lens1->data[plane][lens1->linesize[plane] * pixels.rows + pixels.rows];
+        const int second = lens2->data[plane][lens2->linesize[plane] * pixels.rows + pixels.rows];
+        for (int y = 0; y < pixels.rows; ++y) {
+            const double from_seam = (y - pixels.rows / 2) * row_angle;
+            const double share2 = smooth(std::clamp(0.5 + from_seam / 10, 0.0, 1.0));
+            for (const int x : {0, 1, pixels.cols / 3, pixels.cols - 1}) {
+                ASSERT_NEAR(pixels.at<uint8_t>(y, x), first + share2 * (second - first), 1.01) << plane << ": " << y;
+            }
+        }
+        EXPECT_EQ(pixels.at<uint8_t>(pixels.rows / 2, 5), (first + second) / 2) << "on the seam";
+    }
+}
+
+TEST(StitcherFeather, IsTheSameForOneAndManyPairs) {
+    OutputOption option = feather_option(3);
+    option.rotation = {0.3, -0.2, 0.1, 0.05, 0.7};
+    option.view = {0.4, 0.5, 0.6};
+    const FramePtr lens1 = random_frame(1440, 1440, AV_PIX_FMT_YUV420P, 51);
+    const FramePtr lens2 = random_frame(1440, 1440, AV_PIX_FMT_YUV420P, 52);
+    const FramePtr once = stitched(option, false, lens1, lens2);
+    const FramePtr kept = stitched(option, true, lens1, lens2);
+    option.feather = 0;
+    const FramePtr hard = stitched(option, true, lens1, lens2);
+    for (int plane = 0; plane < 3; ++plane) {
+        EXPECT_EQ(cv::norm(plane_of(once, plane), plane_of(kept, plane), cv::NORM_INF), 0);
+        EXPECT_GT(cv::norm(plane_of(once, plane), plane_of(hard, plane), cv::NORM_INF), 0);
+    }
+}
+
+// Wherever the lens pictures end, no black of theirs is mixed in.
+TEST_P(StitcherTest, MixesNothingOfWhatALensDoesNotShow) {
+    for (const double field : {90.6, 91.0, 92.0, 93.5, 95.0}) {
+        const FramePtr lens1 = lens_frame(1440, 96.5, {120, 100, 150});
+        const FramePtr lens2 = lens_frame(1440, field, {120, 100, 150});
+        for (const bool filter : {false, true}) {
+            OutputOption option = feather_option(5.5);
+            option.filter = filter;
+            const FramePtr panorama = stitched(option, GetParam(), lens1, lens2);
+            EXPECT_EQ(cv::countNonZero(plane_of(panorama, 0) != 120), 0) << field;
+            EXPECT_EQ(cv::countNonZero(plane_of(panorama, 1) != 100), 0) << field;
+            EXPECT_EQ(cv::countNonZero(plane_of(panorama, 2) != 150), 0) << field;
+        }
+    }
+}
+
+// As the camera's pictures would be if they ended at the hemisphere.
+TEST_P(StitcherTest, LeavesTheSeamOfLensesThatDoNotOverlap) {
+    const FramePtr lens1 = lens_frame(1440, 90.2, {60, 70, 180});
+    const FramePtr lens2 = lens_frame(1440, 90.2, {180, 110, 90});
+    const FramePtr feathered = stitched(feather_option(5.5), GetParam(), lens1, lens2);
+    const FramePtr hard = stitched(feather_option(0), GetParam(), lens1, lens2);
+    for (int plane = 0; plane < 3; ++plane) {
+        EXPECT_EQ(cv::norm(plane_of(feathered, plane), plane_of(hard, plane), cv::NORM_INF), 0);
+    }
+}
+
+// Corrections lift the black beyond the pictures, too.
+TEST_P(StitcherTest, KnowsTheBlackBeyondCorrectedPictures) {
+    OutputOption option = feather_option(5.5);
+    option.correct1 = create_linnercorrectmap(40, CORRECT_NONE, CORRECT_NONE);
+    option.gains[1] = {1.5, 1, 1};
+    option.correct2 = create_linnercorrectmap(30, CORRECT_NONE, CORRECT_NONE);
+    const FramePtr lens1 = lens_frame(1440, 92, {156, 128, 128});
+    const FramePtr lens2 = lens_frame(1440, 92, {116, 128, 128});
+    EXPECT_EQ(cv::countNonZero(plane_of(stitched(option, GetParam(), lens1, lens2), 0) != 196), 0);
+}
+
+// A movie that begins in the dark tells later how far its lenses see.
+TEST_P(StitcherTest, LearnsHowFarTheLensesSeeFromTheFirstLitPair) {
+    const OutputOption option = feather_option(5.5);
+    const FramePtr dark = lens_frame(1440, 91, {20, 128, 128});
+    const FramePtr lit = lens_frame(1440, 91, {120, 128, 128});
+    Stitcher stitcher(option, GetParam());
+    const FramePtr panorama = empty_panorama(option.output_size);
+    for (const FramePtr* lens : {&dark, &lit, &dark, &lit}) {
+        stitcher.load(0, lens->get());
+        stitcher.load(1, lens->get());
+        stitcher.stitch_chroma(panorama.get());
+        stitcher.stitch_luma(panorama.get());
+        if (lens == &lit) {
+            EXPECT_EQ(cv::countNonZero(plane_of(panorama, 0) != 120), 0);
+        }
+    }
+}
+
+TEST_P(StitcherTest, TheBandWinsOverTheMixedRing) {
+    OutputOption option = feather_option(5);
+    const int strip_rows = 2 * 1440 / 180;  // two degrees, one on each side
+    option.band = random_band(1440, strip_rows);
+    option.bandheight = option.transmap.bandheight = 2 * strip_rows + 6;
+    const FramePtr lens1 = lens_frame(1440, 96.5, {60, 70, 180});
+    const FramePtr lens2 = lens_frame(1440, 96.5, {180, 110, 90});
+    const FramePtr feathered = stitched(option, GetParam(), lens1, lens2);
+    option.feather = 0;
+    const FramePtr hard = stitched(option, GetParam(), lens1, lens2);
+    for (int plane = 0; plane < 3; ++plane) {
+        const cv::Mat mixed = plane_of(feathered, plane);
+        const int middle = mixed.rows / 2;
+        const int degree = mixed.rows / 180;
+        const auto rows = [&](const FramePtr& frame, int from, int to) {
+            return plane_of(frame, plane).rowRange(middle + from, middle + to);
+        };
+        EXPECT_EQ(cv::norm(rows(feathered, 1 - degree, degree), rows(hard, 1 - degree, degree), cv::NORM_INF), 0);
+        EXPECT_GT(
+            cv::norm(rows(feathered, degree + 1, 2 * degree + 1), rows(hard, degree + 1, 2 * degree + 1), cv::NORM_INF),
+            0);
+    }
+}
+
+TEST(StitcherFeather, ClosesAStepThatTheLensesLeave) {
+    const TempDir dir;
+    const Shot shot = stills_in(dir, {"--size", "1440", "--grain", "0", "--difference=24,-10,8"});
+    const FramePtr lens1 = decoded(shot.one);
+    const FramePtr lens2 = decoded(shot.two);
+    const auto step = [&](double feather) {
+        const FramePtr panorama = stitched(feather_option(feather, {1440, 720}), false, lens1, lens2);
+        const cv::Mat luma = plane_of(panorama, 0);
+        return cv::mean(luma.row(360))[0] - cv::mean(luma.row(359))[0];
+    };
+    EXPECT_GT(step(0), 22);
+    EXPECT_LT(step(1.5), 6);
 }
 
 TEST(StitcherFormats, TakesTheSecondLensIn422OfAnotherSizeScaledToTheFirst) {
