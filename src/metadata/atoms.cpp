@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "metadata/big_endian.h"
+
 namespace {
 
 constexpr size_t kShortHeader = 8;
@@ -43,31 +45,15 @@ void take_apart(size_t head, Atom* atom) {
 
 }  // namespace
 
-std::string big_endian(uint64_t value, size_t size) {
-    std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i) {
-        bytes[size - 1 - i] = static_cast<char>(value >> 8 * i);
-    }
-    return bytes;
-}
-
-uint64_t read_big_endian(const std::string& bytes, size_t at, size_t size) {
-    uint64_t value = 0;
-    for (size_t i = 0; i < size; ++i) {
-        value = value << 8 | static_cast<uint8_t>(bytes[at + i]);
-    }
-    return value;
-}
-
 std::vector<Atom> parse_atoms(const std::string& bytes, size_t from, std::string* rest) {
     std::vector<Atom> atoms;
     size_t at = std::min(from, bytes.size());
     while (bytes.size() - at >= kShortHeader && atoms.size() < kAtomLimit) {
-        uint64_t size = read_big_endian(bytes, at, 4);
+        uint64_t size = from_big_endian(bytes, at, 4);
         const bool is_large = size == 1 && bytes.size() - at >= kLongHeader;
         const size_t header = is_large ? kLongHeader : kShortHeader;
         if (is_large) {
-            size = read_big_endian(bytes, at + kShortHeader, 8);
+            size = from_big_endian(bytes, at + kShortHeader, 8);
         }
         if (size < header || size > bytes.size() - at) {
             break;
@@ -95,8 +81,8 @@ std::string atom_bytes(const Atom& atom) {
     content += atom.rest;
     const uint64_t size = kShortHeader + content.size();
     const bool is_large = atom.is_large || size > UINT32_MAX;
-    return (is_large ? big_endian(1, 4) + atom.type + big_endian(size + kShortHeader, 8)
-                     : big_endian(size, 4) + atom.type) +
+    return (is_large ? to_big_endian(1, 4) + atom.type + to_big_endian(size + kShortHeader, 8)
+                     : to_big_endian(size, 4) + atom.type) +
            content;
 }
 

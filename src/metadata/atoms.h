@@ -13,11 +13,6 @@ struct Atom {
     bool is_large = false;  // has a 64-bit size
 };
 
-// The lowest `size` bytes of a number.
-std::string big_endian(uint64_t value, size_t size);
-// The number in so many bytes, which must be there.
-uint64_t read_big_endian(const std::string& bytes, size_t at, size_t size);
-
 // The atoms that follow one another from a place on. What is no atom goes to `rest`, which may be null.
 std::vector<Atom> parse_atoms(const std::string& bytes, size_t from, std::string* rest);
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "metadata/big_endian.h"
+
 namespace {
 
 constexpr size_t kShortHeader = 8;
@@ -35,12 +37,12 @@ size_t offset_size(const Atom& offsets) {
 }
 
 size_t offset_count(const Atom& offsets) {
-    return static_cast<size_t>(read_big_endian(offsets.payload, 4, 4));
+    return static_cast<size_t>(from_big_endian(offsets.payload, 4, 4));
 }
 
 uint64_t offset_at(const Atom& offsets, size_t index) {
     const size_t size = offset_size(offsets);
-    return read_big_endian(offsets.payload, kOffsetsHead + index * size, size);
+    return from_big_endian(offsets.payload, kOffsetsHead + index * size, size);
 }
 
 }  // namespace
@@ -70,10 +72,10 @@ std::vector<MovieIndex::Place> MovieIndex::top_level() {
         uint8_t bytes[kLongHeader] = {};
         const size_t there = seek(at) == 0 ? read_some(bytes, sizeof bytes) : 0;
         const std::string header(reinterpret_cast<const char*>(bytes), sizeof bytes);
-        uint64_t atom_size = read_big_endian(header, 0, 4);
+        uint64_t atom_size = from_big_endian(header, 0, 4);
         const size_t header_size = atom_size == 1 ? kLongHeader : kShortHeader;
         if (atom_size == 1) {
-            atom_size = read_big_endian(header, kShortHeader, 8);
+            atom_size = from_big_endian(header, kShortHeader, 8);
         }
         const bool fits = there >= header_size && atom_size >= header_size &&
                           atom_size <= static_cast<uint64_t>(file_end - at) && atoms.size() < kAtomLimit;
@@ -97,7 +99,7 @@ void MovieIndex::read_index(const Place& place) {
     if (seek(start_) != 0 || !read(bytes.data(), bytes.size())) {
         fail_writing_system();
     }
-    const bool is_large = read_big_endian(bytes, 0, 4) == 1;
+    const bool is_large = from_big_endian(bytes, 0, 4) == 1;
     moov = parse_index(bytes.substr(is_large ? kLongHeader : kShortHeader));
     moov.is_large = is_large;
     require_whole(moov);
@@ -194,7 +196,7 @@ bool MovieIndex::widen_offsets(const Move& move) {
         for (size_t i = 0; i < count; ++i) {
             const uint64_t offset = offset_at(*offsets, i);
             is_too_far = is_too_far || (offset > most && offset >= static_cast<uint64_t>(move.front));
-            wide += big_endian(offset, 8);
+            wide += to_big_endian(offset, 8);
         }
         if (is_too_far) {
             offsets->type = "co64";
@@ -212,7 +214,7 @@ void MovieIndex::patch_offsets(const Move& move) {
         for (size_t i = 0; i < count; ++i) {
             const size_t size = offset_size(*offsets);
             offsets->payload.replace(kOffsetsHead + i * size, size,
-                                     big_endian(moved(offset_at(*offsets, i), move), size));
+                                     to_big_endian(moved(offset_at(*offsets, i), move), size));
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "metadata/big_endian.h"
 #include "metadata/spherical.h"
 
 namespace {
@@ -40,7 +41,7 @@ std::string first_user_text(const std::string& payload) {
     if (payload.size() < kHead) {
         return "";
     }
-    return payload.substr(kHead, static_cast<size_t>(read_big_endian(payload, 0, 2)));
+    return payload.substr(kHead, static_cast<size_t>(from_big_endian(payload, 0, 2)));
 }
 
 // The number of a key in QuickTime's list of keys, which counts from 1; 0: it is not there.
@@ -69,7 +70,7 @@ std::string key_text(const std::string& meta, const std::string& name) {
             continue;
         }
         const std::vector<Atom> values = parse_atoms(list->payload, 0, nullptr);
-        const Atom* value = first_of(values, big_endian(number, 4));
+        const Atom* value = first_of(values, to_big_endian(number, 4));
         const std::vector<Atom> parts = value ? parse_atoms(value->payload, 0, nullptr) : std::vector<Atom>();
         const Atom* data = first_of(parts, "data");
         return data && data->payload.size() >= kDataHead ? data->payload.substr(kDataHead) : "";
@@ -88,7 +89,7 @@ void set_times(int64_t seconds, Atom* header) {
     if (!header || header->payload.size() < kTimesAt + 2 * size || (size == 4 && seconds > int64_t{UINT32_MAX})) {
         return;
     }
-    const std::string time = big_endian(static_cast<uint64_t>(seconds), size);
+    const std::string time = to_big_endian(static_cast<uint64_t>(seconds), size);
     header->payload.replace(kTimesAt, 2 * size, time + time);
 }
 
@@ -108,7 +109,7 @@ bool add_boxes(const std::string& boxes, Atom* entry) {
 int64_t movie_creation_time(_mov* movie) {
     const std::string header = movie->payload({"moov", "mvhd"});
     const size_t size = time_size(header);
-    const uint64_t seconds = header.size() >= kTimesAt + size ? read_big_endian(header, kTimesAt, size) : 0;
+    const uint64_t seconds = header.size() >= kTimesAt + size ? from_big_endian(header, kTimesAt, size) : 0;
     return seconds <= uint64_t{INT64_MAX} ? static_cast<int64_t>(seconds) : 0;
 }
 
@@ -134,7 +135,7 @@ void add_user_text(const std::string& type, const std::string& text, Atom* moov)
     if (!find_child(moov, "udta")) {
         moov->children.push_back({"udta", "", {}, "", false});
     }
-    const std::string payload = big_endian(text.size(), 2) + big_endian(kLanguage, 2) + text;
+    const std::string payload = to_big_endian(text.size(), 2) + to_big_endian(kLanguage, 2) + text;
     find_child(moov, "udta")->children.push_back({type, payload, {}, "", false});
 }
 

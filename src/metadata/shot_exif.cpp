@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "metadata/big_endian.h"
 #include "metadata/shot_values.h"
 
 namespace {
@@ -25,8 +26,9 @@ double rational_of(const TiffDirectory& directory, uint16_t tag, size_t index) {
     if (value == directory.end()) {
         return NAN;
     }
-    const TiffReader numbers(value->second.bytes, false);
-    return double{1} * numbers.number(8 * index, 4) / numbers.number(8 * index + 4, 4);
+    const std::string& bytes = value->second.bytes;
+    return static_cast<double>(from_big_endian(bytes, 8 * index, 4)) /
+           static_cast<double>(from_big_endian(bytes, 8 * index + 4, 4));
 }
 
 // Degrees, minutes and seconds as degrees with a sign; NaN when they are not told.

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "metadata/big_endian.h"
 #include "metadata/capture_time.h"
 
 namespace {
@@ -202,14 +203,6 @@ int64_t whole_number(const TiffReader& block, size_t at, uint32_t size, bool wit
     return size == 2 ? static_cast<int16_t>(number) : static_cast<int32_t>(number);
 }
 
-std::string big_endian(int64_t value, uint32_t size) {
-    std::string bytes;
-    for (uint32_t i = size; i > 0; --i) {
-        bytes += static_cast<char>(value >> 8 * (i - 1));
-    }
-    return bytes;
-}
-
 // Whole numbers of any type that can hold them, where they fit the standard's.
 std::optional<TiffValue> integer_value(const TiffReader& block, TiffType type, const KnownTag& known,
                                        const TiffEntry& entry) {
@@ -228,7 +221,7 @@ std::optional<TiffValue> integer_value(const TiffReader& block, TiffType type, c
         if (number < 0 || number >> 8 * new_size != 0) {
             return std::nullopt;
         }
-        value.bytes += big_endian(number, new_size);
+        value.bytes += to_big_endian(static_cast<uint64_t>(number), new_size);
     }
     return value;
 }
@@ -247,7 +240,7 @@ std::optional<TiffValue> rational_value(const TiffReader& block, const KnownTag&
         if (!fits || (is_denominator && number == 0 && known.form != Form::kAnyRational)) {
             return std::nullopt;
         }
-        value.bytes += big_endian(number, 4);
+        value.bytes += to_big_endian(static_cast<uint64_t>(number), 4);
     }
     return value;
 }

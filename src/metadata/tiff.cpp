@@ -1,5 +1,7 @@
 #include "metadata/tiff.h"
 
+#include "metadata/big_endian.h"
+
 namespace {
 
 constexpr uint16_t kPhotoPointer = 0x8769;
@@ -9,14 +11,6 @@ constexpr uint32_t kHeaderSize = 8;
 constexpr uint32_t kEntrySize = 12;
 constexpr size_t kInlineSize = 4;
 
-std::string big_endian16(uint32_t value) {
-    return {static_cast<char>(value >> 8), static_cast<char>(value)};
-}
-
-std::string big_endian32(uint32_t value) {
-    return big_endian16(value >> 16) + big_endian16(value);
-}
-
 // Values begin at even offsets.
 std::string padded(std::string bytes, size_t size) {
     bytes.resize(bytes.size() < size ? size : bytes.size() + bytes.size() % 2, '\0');
@@ -25,21 +19,21 @@ std::string padded(std::string bytes, size_t size) {
 
 // The directory at this offset of the block, and behind it the values that its entries have no room for.
 std::string directory_bytes(const TiffDirectory& directory, uint32_t offset) {
-    std::string entries = big_endian16(static_cast<uint32_t>(directory.size()));
+    std::string entries = to_big_endian(static_cast<uint32_t>(directory.size()), 2);
     std::string values;
     const uint32_t values_at = offset + 2 + kEntrySize * static_cast<uint32_t>(directory.size()) + 4;
     for (const auto& [tag, value] : directory) {
         const auto size = static_cast<uint32_t>(value.bytes.size());
-        entries += big_endian16(tag) + big_endian16(static_cast<uint16_t>(value.type)) +
-                   big_endian32(size / tiff_type_size(value.type));
+        entries += to_big_endian(tag, 2) + to_big_endian(static_cast<uint16_t>(value.type), 2) +
+                   to_big_endian(size / tiff_type_size(value.type), 4);
         if (size <= kInlineSize) {
             entries += padded(value.bytes, kInlineSize);
         } else {
-            entries += big_endian32(values_at + static_cast<uint32_t>(values.size()));
+            entries += to_big_endian(values_at + static_cast<uint32_t>(values.size()), 4);
             values += padded(value.bytes, 0);
         }
     }
-    return entries + big_endian32(0) + values;
+    return entries + to_big_endian(0, 4) + values;
 }
 
 }  // namespace
@@ -112,15 +106,15 @@ TiffValue tiff_text(const std::string& text) {
 }
 
 TiffValue tiff_short(uint16_t value) {
-    return {TiffType::kShort, big_endian16(value)};
+    return {TiffType::kShort, to_big_endian(value, 2)};
 }
 
 TiffValue tiff_long(uint32_t value) {
-    return {TiffType::kLong, big_endian32(value)};
+    return {TiffType::kLong, to_big_endian(value, 4)};
 }
 
 TiffValue tiff_rational(uint32_t numerator, uint32_t denominator) {
-    return {TiffType::kRational, big_endian32(numerator) + big_endian32(denominator)};
+    return {TiffType::kRational, to_big_endian(numerator, 4) + to_big_endian(denominator, 4)};
 }
 
 TiffValue tiff_undefined(const std::string& bytes) {
@@ -143,5 +137,5 @@ std::string tiff_block(TiffDirectory image, const TiffDirectory& photo, const Ti
             behind += directory_bytes(*directory, offset);
         }
     }
-    return std::string("MM\0*", 4) + big_endian32(kHeaderSize) + directory_bytes(image, kHeaderSize) + behind;
+    return std::string("MM\0*", 4) + to_big_endian(kHeaderSize, 4) + directory_bytes(image, kHeaderSize) + behind;
 }

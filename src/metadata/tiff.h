@@ -34,8 +34,6 @@ class TiffReader {
   public:
     // By its header: TIFF of either byte order, or the camera's own of a movie.
     explicit TiffReader(const std::string& block);
-    // Numbers alone.
-    TiffReader(const std::string& block, bool little_endian) : block_(block), little_endian_(little_endian) {}
 
     // 0 when the header is not known or cut off.
     uint32_t first_directory() const { return first_directory_; }
