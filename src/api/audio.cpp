@@ -85,8 +85,10 @@ NQ360_STATE audio_job(const NQ360_AUDIO_OPTIONS& options, bool plain, const Clie
     const char* output = options.output;
     const auto refuse = [&](int errnum, const char* errstr, const char* why = "") {
         const char* reply = nullptr;
-        nq360_log(1, "[NQT360_get_audio] state = %d", fail(movie, output, errstr, why, errnum, -1, &reply));
-        client.send(NQ360_FAILED, reply);
+        const int outcome = fail(movie, output, errstr, why, errnum, -1, &reply);
+        TextPtr reply_owner(const_cast<char*>(reply));
+        nq360_log(1, "[NQT360_get_audio] state = %d", outcome);
+        client.send(NQ360_FAILED, reply_owner.release());
         return NQ360_FAILED;
     };
     OutputPlace place(output, plain ? OutputPlace::kInPlace : OutputPlace::kBeside);

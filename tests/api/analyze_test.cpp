@@ -494,9 +494,10 @@ TEST_F(Analyze, LogOfAMovie) {
 TEST_F(Analyze, LogOfAMovieThatFails) {
     const std::string folder = dir.file("folder.mov");
     fs::create_directory(folder);
-    EXPECT_THAT(lines_with(logged([&] { analyze(folder); }), "NQ360_analyze_movie"),
-                ElementsAre("start:" + folder + ":", "open_inputfile error errnum:" + std::to_string(AVERROR(EISDIR)) +
-                                                         " error:Is a directory:"));
+    EXPECT_THAT(
+        lines_with(logged([&] { analyze(folder); }), "NQ360_analyze_movie"),
+        ElementsAre("start:" + folder + ":", "open_inputfile error",
+                    "open_inputfile error errnum:" + std::to_string(AVERROR(EISDIR)) + " error:Is a directory:"));
 }
 
 // ---- What an export learns ----

@@ -293,7 +293,15 @@ TEST_F(GetAudio, LogTellsItsSteps) {
                                            "[NQT360_get_audio] state = 0"));
     EXPECT_THAT(tagged(any_file()),
                 ElementsAre("[NQT360_get_audio]", "[_NQT360_get_audio]", "[NQT360_get_audio] state = -1"));
-    EXPECT_THAT(tagged(dir.file("missing")), ElementsAre("[NQT360_get_audio]", "[NQT360_get_audio] state = -1"));
+    // Refused: not there, not writable, no room.
+    const auto refused = ElementsAre("[NQT360_get_audio]", "[NQT360_get_audio] state = -1");
+    EXPECT_THAT(tagged(dir.file("missing")), refused);
+    const std::string writable = audio;
+    audio = dir.file("no folder/sound.wav");
+    EXPECT_THAT(tagged(input), refused);
+    audio = writable;
+    const FakeVolume full(0);
+    EXPECT_THAT(tagged(input), refused);
 }
 
 TEST_F(GetAudio, NamesAreEscapedInItsReplies) {

@@ -79,6 +79,92 @@ TEST_P(FaultyMemory, FromThenOnEndsTheJobWithOneTrueReply) {
     fail_each(Lasting::kFromThenOn, 50);
 }
 
+namespace {
+
+int keep_last_of_record(NQ360_STATE state, const char* json, void* /*user*/) {
+    keep_last(state, json);
+    return 0;
+}
+
+void ignore_line(int /*level*/, const char* /*line*/, void* /*user*/) {}
+
+template <typename Options>
+Options recorded_by_last_reply(void (*init)(Options*)) {
+    Options options;
+    init(&options);
+    options.reply = keep_last_of_record;
+    options.log = ignore_line;
+    return options;
+}
+
+}  // namespace
+
+// Nor is there an exception for a caller in C, or a file less: an output that was only refused is not the call's.
+TEST(RefusalWithoutMemory, EndsTheCallWithOneReplyAndTouchesNothing) {
+    TempDir dir;
+    const std::string missing = dir.file("an input that is not there, of a name that no short string holds.mov");
+    const std::string absent = dir.file("an output that is not there, of a name that no short string holds.jpg");
+    const std::string earlier = dir.file("an output that stands there, of a name that no short string holds.jpg");
+    const Bytes before = text("earlier");
+    write_file(earlier, before);
+    using Call = void (*)(const char* input, const char* output);
+    const Call calls[] = {
+        [](const char* input, const char* output) { NQ360_analyze_image(input, output, 64, 1, keep_last); },
+        [](const char* input, const char* output) { NQ360_get_audio(input, output, 0, nullptr, keep_last); },
+        [](const char* input, const char* output) {
+            ExportCall call;
+            call.movie1 = call.movie2 = input;
+            call.output = output;
+            call.run_with(keep_last);
+        },
+        [](const char* input, const char* output) {
+            auto options = recorded_by_last_reply(NQ360_analyze_options_init);
+            options.input = input;
+            options.thumbnail = output;
+            NQ360_analyze_with(&options);
+        },
+        [](const char* input, const char* output) {
+            auto options = recorded_by_last_reply(NQ360_audio_options_init);
+            options.movie = input;
+            options.output = output;
+            NQ360_get_audio_with(&options);
+        },
+        [](const char* input, const char* output) {
+            auto options = recorded_by_last_reply(NQ360_export_options_init);
+            options.lens1 = options.lens2 = input;
+            options.output = output;
+            NQ360_export_with(&options);
+        },
+    };
+    const struct {
+        const std::string& input;
+        const std::string& output;
+    } paths[] = {{missing, absent}, {missing, earlier}, {earlier, earlier}};
+    cv::setNumThreads(1);
+    for (const Call call : calls) {
+        for (const auto& [input, output] : paths) {
+            for (const auto lasting : {Lasting::kOnce, Lasting::kFromThenOn}) {
+                bool met = true;
+                for (long number = 0; met; ++number) {
+                    SCOPED_TRACE(testing::Message() << input << " to " << output << ", allocation " << number);
+                    last_reply = {};
+                    const long allocated_before = FailingMemory::allocated();
+                    {
+                        const FailingMemory fault(number, lasting);
+                        call(input.c_str(), output.c_str());
+                        met = fault.failed();
+                    }
+                    EXPECT_LE(FailingMemory::allocated(), allocated_before) << last_reply.text;
+                    EXPECT_EQ(last_reply.ends, 1);
+                    EXPECT_EQ(last_reply.state, NQ360_FAILED) << last_reply.text;
+                    EXPECT_TRUE(std::filesystem::exists(earlier) && read_file(earlier) == before);
+                    EXPECT_FALSE(std::filesystem::exists(absent));
+                }
+            }
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, FaultyMemory, testing::ValuesIn(kJobs), name_of_job);
 
 #endif
