@@ -14,6 +14,18 @@ inline void analyze(const std::string& path, const uint8_t* data, size_t size) {
     write_input(path, data, size);
     const bool finished = finishes([&] { NQ360_analyze_image(path.c_str(), thumbnail.c_str(), width, 1, on_reply); });
     require(finished == exists(thumbnail), "there is a thumbnail just when the analysis finished");
+    std::filesystem::remove(thumbnail);
+
+    NQ360_ANALYZE_OPTIONS options;
+    NQ360_analyze_options_init(&options);
+    options.input = path.c_str();
+    options.thumbnail = size % 2 != 0 ? thumbnail.c_str() : nullptr;
+    options.thumbnail_width = 16;
+    options.thumbnail_always = 1;
+    options.reply = on_reply_with;
+    options.log = on_line;
+    const bool told = finishes([&] { NQ360_analyze_with(&options); });
+    require(exists(thumbnail) == (told && options.thumbnail), "there is a thumbnail just when it was asked for");
     require(content_of(path) == input, "the input is as it was");
     std::filesystem::remove(thumbnail);
 }

@@ -1,7 +1,9 @@
 // A whole export of two small files. An input holds both, and how they are exported:
 //
 //   byte 0    bit 0: the first is a movie; bit 1: the second is; bit 2: the panorama has the other kind's name
-//   byte 1    bits 0 and 1: whose sound; bit 2: from a little after the beginning; bit 3: to a little later
+//   byte 1    bits 0 and 1: whose sound; bit 2: from a little after the beginning; bit 3: to a little later; bit 4:
+//             with options; bit 5: with kept metadata, for the web; bit 6: turned, mixed, scaled and filtered; bit 7:
+//             of whole inputs alone, with AAC
 //   byte 2-5  the first file's length, big-endian
 //   then      the first file, and the second one
 #include <algorithm>
@@ -35,6 +37,38 @@ std::string output_of(const Job& job) {
     return fuzz::path_of(movie != other ? "panorama.mov" : "panorama.jpg");
 }
 
+bool has(const Job& job, int bit) {
+    return (job.options >> bit & 1) != 0;
+}
+
+NQ360_EXPORT_OPTIONS options_of(const Job& job, const std::string inputs[2], const std::string& output) {
+    NQ360_EXPORT_OPTIONS options;
+    NQ360_export_options_init(&options);
+    options.lens1 = inputs[0].c_str();
+    options.lens2 = inputs[1].c_str();
+    options.output = output.c_str();
+    options.width = 64;
+    options.height = 32;
+    options.audio_source = std::min((job.options & 3) - 1, 1);
+    options.start1 = options.start2 = has(job, 2) ? 0.04 : 0;
+    options.end1 = options.end2 = has(job, 3) ? 0.05 : 100;
+    options.keep_metadata = options.web = has(job, 5);
+    if (has(job, 6)) {
+        options.yaw = 30;
+        options.pitch = -20;
+        options.roll = 10;
+        options.feather = 2;
+        options.gain2[0] = 1.3;
+        options.filter = 1;
+        options.quality = 95;
+    }
+    options.whole_inputs_only = has(job, 7);
+    options.sound_codec = has(job, 7) ? NQ360_SOUND_AAC : NQ360_SOUND_PCM;
+    options.reply = fuzz::on_reply_with;
+    options.log = fuzz::on_line;
+    return options;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -49,9 +83,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const std::string output = output_of(job);
     const int no = CORRECT_NONE;
-    const float start = (job.options >> 2 & 1) != 0 ? 0.04f : 0.0f;
-    const float end = (job.options >> 3 & 1) != 0 ? 0.05f : 100.0f;
+    const float start = has(job, 2) ? 0.04f : 0.0f;
+    const float end = has(job, 3) ? 0.05f : 100.0f;
+    const NQ360_EXPORT_OPTIONS options = options_of(job, inputs, output);
     const bool finished = fuzz::finishes([&] {
+        if (has(job, 4)) {
+            NQ360_export_with(&options);
+            return;
+        }
         NQ360_export(inputs[0].c_str(), inputs[1].c_str(), output.c_str(), nullptr, 64, 32, 90, no, no, no, 3, no, no,
                      (job.options & 3) - 1, "2026:01:02 03:04:05", nullptr, fuzz::on_reply, 0, 0, start, start, end,
                      end);

@@ -20,6 +20,15 @@ inline void on_reply(NQ360_STATE state, const char* json) {
     last_state = state;
 }
 
+// The same for a record of options.
+inline int on_reply_with(NQ360_STATE state, const char* json, void* /*user*/) {
+    on_reply(state, json);
+    return 0;
+}
+inline void on_line(int /*level*/, const char* line, void* /*user*/) {
+    require(line != nullptr, "a log line is a text");
+}
+
 // Makes a call and tells whether it finished.
 template <typename Call>
 bool finishes(Call call) {

@@ -28,6 +28,13 @@ bool is_free_text(const std::string& datetime) {
     return !datetime.empty() && !parse_capture_time(datetime);
 }
 
+// What cannot be read is not taken for what is not there.
+void require_readable(const MetadataStream& file) {
+    if (file.system_failed()) {
+        throw_text("Can't read metadata: %s", file.error_text);
+    }
+}
+
 KeptMetadata read_picture(const char* path) {
     _jpeg file(path, false);
     uint8_t* block = nullptr;
@@ -35,6 +42,7 @@ KeptMetadata read_picture(const char* path) {
     if (file.exif_data(&block) == 0) {
         kept.exif = read_shot_exif(std::string(reinterpret_cast<const char*>(block), file.exif_length));
     }
+    require_readable(file);
     kept.location = location(kept.exif);
     return kept;
 }
@@ -45,6 +53,7 @@ KeptMetadata read_movie(const char* path) {
     kept.exif = read_shot_exif(file.payload({"moov", "udta", "MKRI"}));
     kept.creation_time = movie_creation_time(&file);
     kept.location = movie_location(&file);
+    require_readable(file);
     if (kept.location.empty()) {
         kept.location = location(kept.exif);
     }
@@ -71,7 +80,11 @@ KeptMetadata read_kept_metadata(const char* path) {
     char start[2] = {};
     // Only then: opening a pipe would wait.
     if (isRegularFile(path)) {
-        std::ifstream(path, std::ios::binary).read(start, sizeof start);
+        std::ifstream file(path, std::ios::binary);
+        file.read(start, sizeof start);
+        if (file.bad()) {
+            throw_text("Can't read metadata: the file cannot be read");
+        }
     }
     return start[0] == '\xFF' && start[1] == '\xD8' ? read_picture(path) : read_movie(path);
 }

@@ -107,7 +107,11 @@ void MetadataStream::fail_writing_system() {
 
 int MetadataStream::seek(int64_t position) {
     const int result = stream ? fseeko(stream, position, SEEK_SET) : -1;
-    return result == 0 ? 0 : fail_system(result);
+    if (result != 0) {
+        system_failed_ = system_failed_ || errno != EINVAL;  // a broken file's positions may be none
+        return fail_system(result);
+    }
+    return 0;
 }
 
 int64_t MetadataStream::size() const {
@@ -116,7 +120,9 @@ int64_t MetadataStream::size() const {
 }
 
 size_t MetadataStream::read_some(void* out, size_t count) {
-    return stream ? std::fread(out, 1, count, stream) : 0;
+    const size_t there = stream ? std::fread(out, 1, count, stream) : 0;
+    system_failed_ = system_failed_ || (stream && std::ferror(stream));
+    return there;
 }
 
 size_t MetadataStream::read_exif(int64_t start, int64_t count) {

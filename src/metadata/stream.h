@@ -27,6 +27,9 @@ class MetadataStream {
     MetadataStream(const MetadataStream&) = delete;
     MetadataStream& operator=(const MetadataStream&) = delete;
 
+    // Whether the system could not read or seek, as it can in every file that is only broken.
+    bool system_failed() const { return system_failed_; }
+
   protected:
     // Blocks of metadata are some kilobytes. A file may claim any size, and holes make a claim cheap to back
     // with a file of that size, so nothing above this limit is read or written.
@@ -83,6 +86,7 @@ class MetadataStream {
     size_t read_payload(int64_t start, int64_t count, std::unique_ptr<uint8_t[]>* buffer);
     void move_block(int64_t from, size_t count, int64_t by, std::vector<uint8_t>* block);
 
+    bool system_failed_ = false;
     std::unique_ptr<FILE, Closer> owned_stream_;
     std::unique_ptr<uint8_t[]> owned_exif_;
     std::unique_ptr<uint8_t[]> owned_xml_;

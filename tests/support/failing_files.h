@@ -184,6 +184,8 @@ std::FILE* fdopen(int descriptor, const char* mode) noexcept {
 size_t fread(void* bytes, size_t size, size_t count, std::FILE* file) {
     using namespace test_support;
     if (FailingFiles::fails_at(FileStep::kRead, fileno(file))) {
+        constexpr int kErrorSeen = 0x20;  // the C library's flag behind ferror
+        file->_flags |= kErrorSeen;
         return failing_files_detail::failure(EIO, size_t{0});
     }
     static const auto real = real_function(&fread, "fread");

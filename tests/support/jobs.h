@@ -1,4 +1,4 @@
-// The four kinds of job that a fault may meet, each small and with its own files, and what holds however one ends.
+// The kinds of job that a fault may meet, each small and with its own files, and what holds however one ends.
 #pragma once
 
 #include <filesystem>
@@ -84,6 +84,85 @@ inline Job movie_analysis(const TempDir& dir) {
                        dir.file("thumbnail.jpg"));
 }
 
+namespace jobs_detail {
+
+inline int hand_on(NQ360_STATE state, const char* json, void* user) {
+    (*static_cast<const NQ360_CALLBACK*>(user))(state, json);
+    return 0;
+}
+
+// A record whose replies go to the job's callback, and whose log goes nowhere.
+template <typename Options>
+int run_record(Options options, int (*job)(const Options*), NQ360_CALLBACK callback) {
+    options.reply = hand_on;
+    options.log = [](int, const char*, void*) {};
+    options.user = &callback;
+    return job(&options);
+}
+
+// Everything that a record can ask for.
+inline Job export_with_options(const Shot& shot, const std::string& output) {
+    const auto run = [shot, output](NQ360_CALLBACK callback) {
+        NQ360_EXPORT_OPTIONS options;
+        NQ360_export_options_init(&options);
+        options.lens1 = shot.one.c_str();
+        options.lens2 = shot.two.c_str();
+        options.output = output.c_str();
+        options.width = 128;
+        options.height = 64;
+        options.yaw = 20;
+        options.feather = 1.5;
+        options.gain1[0] = 1.1;
+        options.filter = 1;
+        options.quality = 95;
+        options.sound_codec = NQ360_SOUND_AAC;
+        options.keep_metadata = 1;
+        options.web = 1;
+        options.whole_inputs_only = 1;
+        return run_record(options, NQ360_export_with, callback);
+    };
+    return {run, {shot.one, shot.two}, output};
+}
+
+}  // namespace jobs_detail
+
+inline Job movie_export_with_options(const TempDir& dir) {
+    return jobs_detail::export_with_options(jobs_detail::short_movies(dir), dir.file("out.mp4"));
+}
+
+inline Job stills_export_with_options(const TempDir& dir) {
+    return jobs_detail::export_with_options(stills_in(dir, {"--size", "1440"}), dir.file("out.jpg"));
+}
+
+inline Job sound_extraction_with_options(const TempDir& dir) {
+    const std::string movie = movies_in(dir, {"--size", "64", "--frames", "20", "--sound", "1"}).one;
+    const std::string output = dir.file("out.m4a");
+    const auto run = [movie, output](NQ360_CALLBACK callback) {
+        NQ360_AUDIO_OPTIONS options;
+        NQ360_audio_options_init(&options);
+        options.movie = movie.c_str();
+        options.output = output.c_str();
+        options.sound_codec = NQ360_SOUND_AAC;
+        return jobs_detail::run_record(options, NQ360_get_audio_with, callback);
+    };
+    return {run, {movie}, output};
+}
+
+inline Job analysis_with_options(const TempDir& dir) {
+    const std::string input = stills_in(dir, {"--size", "320"}).one;
+    const std::string thumbnail = dir.file("thumbnail.jpg");
+    const auto run = [input, thumbnail](NQ360_CALLBACK callback) {
+        NQ360_ANALYZE_OPTIONS options;
+        NQ360_analyze_options_init(&options);
+        options.input = input.c_str();
+        options.thumbnail = thumbnail.c_str();
+        options.thumbnail_width = 64;
+        options.thumbnail_always = 1;
+        return jobs_detail::run_record(options, NQ360_analyze_with, callback);
+    };
+    return {run, {input}, thumbnail};
+}
+
 struct NamedJob {
     const char* name;
     MakeJob make;
@@ -96,7 +175,11 @@ inline const NamedJob kJobs[] = {{"MovieExport", movie_export},
                                  {"StillsExport", stills_export},
                                  {"SoundExtraction", sound_extraction},
                                  {"PictureAnalysis", picture_analysis},
-                                 {"MovieAnalysis", movie_analysis}};
+                                 {"MovieAnalysis", movie_analysis},
+                                 {"MovieExportWithOptions", movie_export_with_options},
+                                 {"StillsExportWithOptions", stills_export_with_options},
+                                 {"SoundExtractionWithOptions", sound_extraction_with_options},
+                                 {"AnalysisWithOptions", analysis_with_options}};
 
 inline std::string name_of_job(const testing::TestParamInfo<NamedJob>& job) {
     return job.param.name;
@@ -135,6 +218,9 @@ class JobRuns {
         EXPECT_GE(last_reply.state, NQ360_FINISHED) << last_reply.text;
         const auto reply = nlohmann::json::parse(last_reply.text, nullptr, false);
         EXPECT_TRUE(reply.is_object()) << last_reply.text;
+        for (const auto& entry : fs::directory_iterator(dir_.path())) {
+            EXPECT_NE(entry.path().filename().string().rfind(".nq360-", 0), 0u) << "left beside the output";
+        }
         const bool failed = last_reply.state != NQ360_FINISHED;
         // Established: an unexpected failure of an extraction is told with NQ360_FINISHED, and its file stays.
         const bool unexpected = !failed && reply.contains("errnum");
