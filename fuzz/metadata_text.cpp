@@ -1,4 +1,5 @@
 // The text that an export writes into its panorama.
+#include "metadata/capture_time.h"
 #include "readers.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -15,5 +16,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (plain) {
         fuzz::require(fuzz::recognise(text.get()) == 0, "the software recognises its own text");
     }
+    const std::string packet = gpano_packet(sides[0], sides[1], date);
+    const std::string document = spherical_video_document(sides[0], sides[1], date);
+    for (std::string standard : {packet, document}) {
+        fuzz::require(fuzz::recognise(standard.data()) == 0, "the software recognises its standard texts");
+    }
+    exif_date_of(date);
     return 0;
 }

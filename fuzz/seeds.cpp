@@ -7,6 +7,7 @@
 
 #include "metadata/spherical.h"
 #include "support/command.h"
+#include "support/exif_blocks.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -121,6 +122,51 @@ void put_atoms(const Corpus& corpus) {
     corpus.put("mov", "size-0", be32(0) + text("wide") + atom("moov", {video}));
 }
 
+Bytes shot_block(ByteOrder order) {
+    return ExifBuilder(order).block({exif_text(0x010F, "Maker"), exif_text(0x0132, "2026:01:02 03:04:06")},
+                                    {exif_rationals(0x829A, {1, 250}),
+                                     exif_short(0x8827, 100),
+                                     exif_text(0x9003, "2026:01:02 03:04:05"),
+                                     exif_text(0x9011, "+09:00"),
+                                     exif_rationals(0x9204, {0xFFFFFFFF, 3}, 10),
+                                     exif_text(0x9291, "25"),
+                                     {0xA300, kTypeUndefined, 1, {3}}},
+                                    {exif_text(1, "S"),
+                                     exif_rationals(2, {35, 1, 39, 1, 3096, 100}),
+                                     exif_text(3, "W"),
+                                     exif_rationals(4, {139, 1, 44, 1, 4344, 100}),
+                                     {5, kTypeByte, 1, {1}},
+                                     exif_rationals(6, {81, 2}),
+                                     exif_text(0x1D, "2026:01:02")});
+}
+
+// A movie of which everything is kept, and into which everything can be written.
+Bytes kept_movie(const Bytes& offsets) {
+    const Bytes header = zeros(4) + be32(0xE0000000) + zeros(92);
+    const Bytes descriptions = atom("stsd", zeros(4) + be32(1) + atom("avc1", zeros(78) + atom("avcC", zeros(3))));
+    const Bytes video =
+        atom("trak", {atom("tkhd", header), atom("mdia", {atom("mdhd", header), atom("hdlr", zeros(8) + text("vide")),
+                                                          atom("minf", atom("stbl", descriptions + offsets))})});
+    const Bytes place = atom("\xA9xyz", be16(17) + be16(0x15C7) + text("+35.6586+139.7454"));
+    const Bytes keys = atom("keys", zeros(4) + be32(1) + atom("mdta", text("com.apple.quicktime.location.ISO6709")));
+    const Bytes list = atom("ilst", atom({"\0\0\0\1", 4}, atom("data", zeros(8) + text("+10+020/"))));
+    return atom("moov",
+                {atom("mvhd", header), video, atom("udta", place + atom("MKRI", camera_block(MetadataBlock::maker()))),
+                 atom("meta", zeros(4) + keys + list)});
+}
+
+void put_kept(const Corpus& corpus) {
+    corpus.put("shot_exif", "big-endian", shot_block(ByteOrder::kBig));
+    corpus.put("shot_exif", "little-endian", shot_block(ByteOrder::kLittle));
+    corpus.put("shot_exif", "camera-movie", camera_block(MetadataBlock::maker()));
+    corpus.put("keep", "picture", jpeg_start() + exif_segment(shot_block(ByteOrder::kLittle)) + jpeg_end());
+    const Bytes type = atom("ftyp", text("qt  "));
+    const Bytes media = atom("mdat", text("samples"));
+    corpus.put("keep", "movie", type + media + kept_movie(atom("stco", zeros(4) + be32(1) + be32(20))));
+    corpus.put("keep", "index-first", type + kept_movie(atom("co64", zeros(4) + be32(1) + be64(999))) + media);
+    corpus.put("keep", "far", media + kept_movie(atom("stco", zeros(4) + be32(1) + be32(0xFFFFFFF0))) + media);
+}
+
 void put_texts(const Corpus& corpus) {
     corpus.put("recognition", "picture", text(spherical_text(true)));
     corpus.put("recognition", "movie", text(spherical_text(false)));
@@ -229,6 +275,7 @@ int main(int argc, char** argv) {
     put_blocks(corpus);
     put_segments(corpus);
     put_atoms(corpus);
+    put_kept(corpus);
     put_texts(corpus);
     put_pictures(corpus);
     put_movies(corpus);
