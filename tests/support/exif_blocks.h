@@ -1,7 +1,6 @@
 // Blocks of metadata with directories of the image, the photograph and the place, in either byte order.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -17,7 +16,7 @@ struct ExifEntry {
     uint16_t type;
     uint32_t count;
     Bytes values;
-    int unit = 1;
+    size_t unit = 1;
 };
 
 inline ExifEntry exif_text(uint16_t tag, std::string_view characters) {
@@ -56,12 +55,16 @@ class ExifBuilder {
     }
 
   private:
-    Bytes turned(Bytes bytes, int unit) const {
-        for (size_t at = 0; order_ == ByteOrder::kLittle && at < bytes.size(); at += static_cast<size_t>(unit)) {
-            std::reverse(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                         bytes.begin() + static_cast<std::ptrdiff_t>(at) + unit);
+    // Each unit in the block's byte order.
+    Bytes turned(const Bytes& bytes, size_t unit) const {
+        if (order_ == ByteOrder::kBig) {
+            return bytes;
         }
-        return bytes;
+        Bytes turned(bytes.size());
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            turned[i] = bytes[i - i % unit + unit - 1 - i % unit];
+        }
+        return turned;
     }
 
     uint32_t put_directory(const std::vector<ExifEntry>& entries) {
