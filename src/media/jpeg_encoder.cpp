@@ -39,6 +39,7 @@ CodecPtr open_encoder(const AVFrame* picture, int quality) {
     encoder->time_base = {1, 25};  // none is stored
     encoder->flags |= AV_CODEC_FLAG_QSCALE;
     encoder->global_quality = FF_QP2LAMBDA * jpeg_quantiser(quality);
+    encoder->qmin = 1;  // else quantisers end at 2
     encoder->log_level_offset = kErrorsOnly;
     return avcodec_open2(encoder.get(), codec, nullptr) < 0 ? throw std::runtime_error(kCannotEncode)
                                                             : std::move(encoder);

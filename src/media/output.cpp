@@ -141,6 +141,7 @@ int libavIF::add_video_stream(AVCodecID codec_id, int picture_width, int picture
     if (codec_id == AV_CODEC_ID_MJPEG && picture_quality > 0) {
         encoder->flags |= AV_CODEC_FLAG_QSCALE;
         encoder->global_quality = FF_QP2LAMBDA * jpeg_quantiser(picture_quality);
+        encoder->qmin = 1;  // else quantisers end at 2
     }
     encoder->width = picture_width;
     encoder->height = picture_height;

@@ -50,6 +50,7 @@ int PairWriter::queue_panorama(bool keep1, bool keep2) {
         return AVERROR(ENOMEM);
     }
     panorama->pts = media_->next_video_pts;
+    panorama->quality = media_->video_encoder_context->global_quality;  // the encoder of pictures takes it from here
     media_->next_video_pts += kFrameTicks;
     waiting_ = true;
     stitching_ = 1 - stitching_;

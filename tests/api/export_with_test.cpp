@@ -401,3 +401,17 @@ TEST_F(ExportWith, OfAMovieForTheWebHasItsIndexInFront) {
     EXPECT_EQ(stream_of(probe(output), "video").at("side_data_list").back().at("projection"), "equirectangular");
     EXPECT_EQ(frames_of(output).size(), 12u);
 }
+
+// That each is finer than the one before is tested with the encoder.
+TEST_F(ExportWith, QualityIsThePictures) {
+    const Shot shot = stills();
+    const std::string output = dir.file("out.jpg");
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, output);
+    uintmax_t before = 0;
+    for (const int quality : {1, 50, 85, 95, 100}) {
+        options.quality = quality;
+        EXPECT_EQ(export_with(options).state(), NQ360_FINISHED);
+        EXPECT_GT(fs::file_size(output), before) << quality;
+        before = fs::file_size(output);
+    }
+}
