@@ -305,7 +305,7 @@ int NQ360_preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigne
  * The last reply is an object with:
  * - "turn": degrees to be added to turn2, found within 10; 0 where the confidence is under 0.2.
  * - "gain1", "gain2", three numbers for Y, U and V: factors to be set in the record, without corrections. They are what
- *   two exposures need.
+ *   two exposures need, and make lens 2 as bright as lens 1: gain1 stays.
  * - "correct1", "correct2", three whole numbers each: offsets to be set instead, with the record's gains. Each plane
  *   may take either.
  * - "step", three numbers: how far the lenses are apart in most directions along the seam, as the record has it;

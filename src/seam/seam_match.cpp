@@ -110,17 +110,15 @@ void correct(const PlaneValues& seam, LensChanges* changes) {
     (*changes)[1].corrections[seam.plane] = whole / 2 - whole;
 }
 
-// Factors that make both lenses equally bright, half of the way on either of them.
+// A factor that makes lens 2 as bright as lens 1: so the panorama is as lens 1's exposure has it, which its metadata
+// tells, and steps of the scene's own are not made larger.
 void gain(const PlaneValues& seam, LensChanges* changes) {
     std::vector<SeamValues> from_zero = changed(seam, *changes);
     for (SeamValues& value : from_zero) {
         value = {value.lens1 - seam.zeros[0], value.lens2 - seam.zeros[1]};
     }
-    const double half_way = std::sqrt(factor(std::move(from_zero)));
-    double& gain1 = (*changes)[0].gains[seam.plane];
     double& gain2 = (*changes)[1].gains[seam.plane];
-    gain1 = std::min(rounded(gain1 * half_way, 0.001), kMostGain);
-    gain2 = std::min(rounded(gain2 / half_way, 0.001), kMostGain);
+    gain2 = std::min(rounded(gain2 / factor(std::move(from_zero)), 0.001), kMostGain);
 }
 
 // Whether both are one picture, or one picture compressed twice: the lenses look opposite ways, and never see the same.
