@@ -297,6 +297,18 @@ void NQ360_shot_close(NQ360_SHOT* shot);
 int NQ360_preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** jpeg, size_t* size);
 
 /**
+ * Makes one panorama as #NQ360_preview does, with the same replies, and hands out the pixels that the JPEG would be
+ * made of: R, G and B, a byte each, row by row from the top without gaps. It takes the same fields but quality.
+ *
+ * @param options  the record
+ * @param shot     as for #NQ360_preview
+ * @param rgb      receives the pixels, to be released by #NQ360_free; null after a failure
+ * @param size     receives the number of bytes, 3 * "width" * "height" of the reply; 0 after a failure
+ * @return the state of the last reply; #NQ360_FAILED for null
+ */
+int NQ360_preview_rgb(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** rgb, size_t* size);
+
+/**
  * Finds what makes the halves meet at the seam in brightness, colour and direction, with the record's turns,
  * corrections and gains as what is there already. It takes lens1, lens2, turn1 to gain2, start1 to end2, reply, log
  * and user. Movies are looked at in five places of their ranges: #NQ360_STARTED tells their number and #NQ360_PROGRESS,

@@ -1,11 +1,15 @@
-// One panorama as a JPEG in memory.
+// One panorama in memory, as a JPEG or as its pixels.
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
+#include <string>
+#include <utility>
 
 #include "api/shot.h"
 #include "media/jpeg_encoder.h"
+#include "media/rgb.h"
 
 namespace {
 
@@ -17,52 +21,74 @@ struct Free {
 };
 using Bytes = std::unique_ptr<unsigned char, Free>;
 
+struct Block {
+    Bytes bytes;
+    size_t size;
+};
+
 // As NQ360_free releases it.
-Bytes copied(const AVPacket& packet) {
-    const auto size = static_cast<size_t>(packet.size);
-    Bytes bytes(static_cast<unsigned char*>(std::malloc(size)));
-    if (!bytes) {
+Block copied(const void* bytes, size_t size) {
+    Bytes copy(static_cast<unsigned char*>(std::malloc(size)));
+    if (!copy) {
         throw std::bad_alloc();
     }
-    std::memcpy(bytes.get(), packet.data, size);
-    return bytes;
+    std::memcpy(copy.get(), bytes, size);
+    return {std::move(copy), size};
 }
 
-PacketPtr preview_of(NQ360_SHOT& shot, const NQ360_EXPORT_OPTIONS& options, ImageSize* size) {
+Block jpeg_of(const AVFrame* panorama, int quality) {
+    const PacketPtr packet = encoded_jpeg(panorama, quality == 0 ? kUsualQuality : quality);
+    return copied(packet->data, static_cast<size_t>(packet->size));
+}
+
+Block pixels_of(const AVFrame* panorama) {
+    const cv::Mat pixels = rgb_of(panorama);
+    return copied(pixels.data, pixels.total() * pixels.elemSize());
+}
+
+FramePtr panorama_of(NQ360_SHOT& shot, const NQ360_EXPORT_OPTIONS& options) {
     OutputOption option = look_of(options);
     if (options.width == 0 && options.height == 0) {
         option.output_size = kUsualSize;
     }
     option.filter = true;
     prepare_projection(options.band, shot.input1, shot.input2, &option);
-    *size = option.output_size;
     // What an export of movies makes is shown as one of limited range.
-    const FramePtr panorama = shot.frames.stitched(option, shot.is_picture() ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG);
-    return encoded_jpeg(panorama.get(), options.quality == 0 ? kUsualQuality : options.quality);
+    return shot.frames.stitched(option, shot.is_picture() ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG);
 }
 
-}  // namespace
-
-int NQ360_preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** jpeg, size_t* size) {
-    if (jpeg) {
-        *jpeg = nullptr;
+// Hands out what `encoded` makes of the panorama; `name` is the argument's in the header.
+int preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, const char* name, unsigned char** bytes,
+            size_t* size, const std::function<Block(const AVFrame*)>& encoded) {
+    if (bytes) {
+        *bytes = nullptr;
     }
     if (size) {
         *size = 0;
     }
     std::unique_ptr<NQ360_SHOT> opened;
     return shot_job(options, shot, &opened, [&](NQ360_SHOT& used, const Client&, const char** reply) {
-        if (!jpeg || !size) {
-            fail(used.paths(), "bad option", jpeg ? "size: must not be null" : "jpeg: must not be null", 30005, -1,
-                 reply);
+        if (!bytes || !size) {
+            const std::string fault = std::string(bytes ? "size" : name) + ": must not be null";
+            fail(used.paths(), "bad option", fault.c_str(), 30005, -1, reply);
             return NQ360_FAILED;
         }
-        ImageSize panorama{};
-        const PacketPtr packet = preview_of(used, *options, &panorama);
-        Bytes bytes = copied(*packet);
-        *reply = make_json_shot(used, panorama);
-        *jpeg = bytes.release();
-        *size = static_cast<size_t>(packet->size);
+        const FramePtr panorama = panorama_of(used, *options);
+        Block block = encoded(panorama.get());
+        *reply = make_json_shot(used, {panorama->width, panorama->height});
+        *bytes = block.bytes.release();
+        *size = block.size;
         return NQ360_FINISHED;
     });
+}
+
+}  // namespace
+
+int NQ360_preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** jpeg, size_t* size) {
+    return preview(options, shot, "jpeg", jpeg, size,
+                   [&](const AVFrame* panorama) { return jpeg_of(panorama, options->quality); });
+}
+
+int NQ360_preview_rgb(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** rgb, size_t* size) {
+    return preview(options, shot, "rgb", rgb, size, pixels_of);
 }

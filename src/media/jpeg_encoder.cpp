@@ -2,29 +2,12 @@
 
 #include <stdexcept>
 
+#include "media/full_range.h"
 #include "media/jpeg_quality.h"
-#include "media/scaler.h"
 
 namespace {
 
 constexpr char kCannotEncode[] = "FFmpeg cannot encode this picture as a JPEG";
-
-FramePtr in_full_range(const AVFrame* picture) {
-    if (picture->color_range == AVCOL_RANGE_JPEG) {
-        FramePtr same(av_frame_clone(picture));
-        return same ? std::move(same) : throw std::bad_alloc();
-    }
-    const PictureFormat full = {picture->width, picture->height, AV_PIX_FMT_YUVJ420P};
-    const ScalerPtr scaler(make_scaler({picture->width, picture->height, AV_PIX_FMT_YUV420P}, full));
-    FramePtr scaled = make_frame(full, AVCOL_RANGE_JPEG);
-    if (!scaled) {
-        throw std::bad_alloc();
-    }
-    if (!scaler || scale_frame(scaler.get(), picture, scaled.get()) < 0) {
-        throw std::runtime_error(kCannotEncode);
-    }
-    return scaled;
-}
 
 CodecPtr open_encoder(const AVFrame* picture, int quality) {
     const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);

@@ -1,0 +1,8 @@
+// Pictures in the range of values that stills have.
+#pragma once
+
+#include "media/ffmpeg_ptr.h"
+
+// A picture of YUV420P with black at 0 and white at 255: what is not marked AVCOL_RANGE_JPEG is scaled, else the frame
+// shares the picture's memory. Throws a text when FFmpeg cannot do it.
+FramePtr in_full_range(const AVFrame* picture);
