@@ -68,6 +68,28 @@ def v360(width):
     return f"[0:v][1:v]hstack,v360=dfisheye:e:ih_fov={angle:.4f}:iv_fov={angle:.4f}:w={columns}:h={rows}:interp=linear"
 
 
+def export(tools, pair, out, size):
+    """As a person exports: the command's own defaults."""
+    return [tools.nq360, "export", "--quiet", "--force", *pair, out, "--size", size]
+
+
+def exact_export(tools, pair, out, size):
+    """What the other tools do too: a hard seam, their encoder's usual quality, no metadata of the camera."""
+    return [*export(tools, pair, out, size), "--exact"]
+
+
+def default_jobs(tools, data, still):
+    """What the command's defaults cost over the plain export."""
+    width = 3888 if still else 1936
+    pair = still_pair(tools, data, width) if still else movie_pair(tools, data, width, FRAMES)
+    out = data / ("out.jpg" if still else "out.mov")
+    size = LENSES[width][0]
+    return {
+        "nq360": ([exact_export(tools, pair, out, size)], None),
+        "nq360 with its defaults": ([export(tools, pair, out, size)], None),
+    }
+
+
 def still_jobs(tools, data, width):
     pair = still_pair(tools, data, width)
     out = data / "out.jpg"
@@ -79,7 +101,7 @@ def still_jobs(tools, data, width):
     project.write_text(f'p f2 w{columns} h{rows} v360 n"JPEG q90"\nm i0\n' +
                        f'{image}p90 n"{pair[0]}"\n{image}p-90 n"{pair[1]}"\n')
     return {
-        "nq360": ([[tools.nq360, "export", "--quiet", "--force", *pair, out, "--size", size]], None),
+        "nq360": ([exact_export(tools, pair, out, size)], None),
         "ffmpeg v360": ([[tools.ffmpeg, "-v", "error", "-y", "-i", pair[0], "-i", pair[1], "-filter_complex", v360(width),
                           "-c:v", "mjpeg", "-q:v", 11, out]], tools.environment),
         "nona": ([["nona", "-m", "JPEG", "-o", data / "nona-out", project]], None),
@@ -94,7 +116,7 @@ def movie_jobs(tools, data, width, frames=FRAMES):
     rate = round((30e6 if width == 1936 else 18e6) * columns * rows / width**2)
     decoder = ["-c:v", "libopenh264"]
     return {
-        "nq360": ([[tools.nq360, "export", "--quiet", "--force", *pair, out, "--size", LENSES[width][0]]], None),
+        "nq360": ([exact_export(tools, pair, out, LENSES[width][0])], None),
         "ffmpeg v360": ([[tools.ffmpeg, "-v", "error", "-y", *decoder, "-i", pair[0], *decoder, "-i", pair[1],
                           "-filter_complex", v360(width), "-map", "0:a?", "-c:a", "pcm_s16le", "-c:v", "libopenh264",
                           "-b:v", rate, out]], tools.environment),
@@ -178,14 +200,14 @@ def grow(tools, data):
     curves = {"output megapixels": [], "frames": [], "files": []}
     pair = still_pair(tools, data, 3888)
     for columns in (1024, 2048, 4096, 6144, 7680, 8192, 10240, 12288):
-        command = [tools.nq360, "export", "--quiet", "--force", *pair, data / "out.jpg", "--size", f"{columns}x{columns // 2}"]
+        command = [tools.nq360, "export", "--quiet", "--force", *pair, data / "out.jpg", "--size", f"{columns}x{columns // 2}", "--exact"]
         took = [run([command]) for _ in range(3)]
         curves["output megapixels"].append((columns * columns / 2e6, min(t for t, _ in took), max(m for _, m in took)))
     # 60 seconds; shorter exports are cut from it.
     movies = movie_pair(tools, data, 1440, 1800)
     for seconds in (10, 20, 40, 60):
         command = [tools.nq360, "export", "--quiet", "--force", *movies, data / "out.mov", "--size", "1024x512",
-                   "--end", seconds]
+                   "--end", seconds, "--exact"]
         curves["frames"].append((seconds * 30, *run([command])))
     for files in (25, 50, 100, 200):
         folder = picture_folder(tools, data, files)
@@ -229,7 +251,7 @@ def main():
     parser.add_argument("--data", type=pathlib.Path, required=True, help="folder for the files of the jobs")
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--files", type=int, default=200, help="pictures of the analysed folder")
-    parser.add_argument("--only", choices=["stills", "movies", "analysis", "growth"])
+    parser.add_argument("--only", choices=["stills", "movies", "defaults", "analysis", "growth"])
     parser.add_argument("--charts", type=pathlib.Path, help="folder for the charts and the table")
     arguments = parser.parse_args()
     tools = Tools(arguments.build, arguments.command_prefix)
@@ -242,6 +264,9 @@ def main():
     if arguments.only in (None, "movies"):
         for width in (1440, 1936):
             rows += compare(f"{FRAMES} frames {width} to {LENSES[width][0]}", movie_jobs(tools, data, width), arguments.rounds)
+    if arguments.only in (None, "defaults"):
+        rows += compare("stills 3888, defaults", default_jobs(tools, data, True), arguments.rounds)
+        rows += compare(f"{FRAMES} frames 1936, defaults", default_jobs(tools, data, False), arguments.rounds)
     if arguments.only in (None, "analysis"):
         rows += compare(f"{arguments.files} pictures of 3888, described", analysis_jobs(tools, data, arguments.files),
                         arguments.rounds)
