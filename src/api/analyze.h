@@ -19,8 +19,6 @@ struct AnalyzeResult {
     bool is_picture = false;
 };
 
-void init_analyze_result(AnalyzeResult* result);
-
 // Analyse a JPEG or a movie, and write the thumbnail when there is a path for it and either the file is a
 // target or writeFlag is set. 0 or -1; *json_out receives the reply in both cases, the caller frees it.
 int _NQ360_analyze_jpeg(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
@@ -30,3 +28,8 @@ int _NQ360_analyze_movie(const char* input_path, const char* thumbnail_path, int
 
 // Analyses an input of an export, without a thumbnail or a reply: 0 or -1, also for another kind of file.
 int _NQ360_export_analyze(const char* input_path, AnalyzeResult* result);
+
+// --- Kept for its users; the library itself never calls it ---
+
+// Sets the defaults.
+void init_analyze_result(AnalyzeResult* result);

@@ -1,4 +1,5 @@
-// The export workflow behind NQ360_export.
+// The export workflow by itself, with an option that the caller has filled. Kept for its users; the library itself
+// never calls it.
 #pragma once
 
 #include "media/output_option.h"

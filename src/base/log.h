@@ -6,5 +6,7 @@
 // Returns the result of writing the newline.
 int nq360_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// --- Kept for its users; the library itself never calls it ---
+
 // Does nothing, deliberately: every message is printed whatever its level.
 void nq360_set_log_level(int level);

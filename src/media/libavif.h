@@ -46,7 +46,6 @@ class libavIF {
     int open_input_file(int which);
     void close_input_file();
 
-    bool hasVideo(int which) const { return video_stream_index[which ? 1 : 0] != -1; }
     bool hasAudio(int which) const { return audio_stream_index[which ? 1 : 0] != -1; }
 
     // Reads the next packet, of any stream. `needed` are the kinds of streams that the job cannot do without:
@@ -66,10 +65,6 @@ class libavIF {
     // Decodes the first picture of input 0 into a new frame that the caller frees, whatever the result. At the
     // end of the file the result is 0 even when no picture came: the frame is empty then.
     int get_frame(AVFrame** frame);
-
-    // Takes the next frame from the decoder. Deliberately each frame carries the time of the one before it, as
-    // last_pts keeps it; the export's range is defined by these times.
-    int receive_frame_from_openh264(int which, AVFrame* frame, int* got_frame);
 
     // Frames of 1001 ticks between two times in seconds, the end held to the stream's own count.
     int64_t duration_frame_count(int which, float start, float end);
@@ -109,10 +104,6 @@ class libavIF {
     int write_video(const char* export_path, const char* cancel_path, OutputOption option,
                     const ReportProgress& report);
 
-    // Stitches one pair of decoded frames and encodes the result at the next time stamp. Throws a text when a
-    // frame is not what the tables were built for.
-    int convert_frame(AVFrame* frame1, AVFrame* frame2, const OutputOption& option);
-
     // --- sound ---
 
     // Writes the sound of input 0 alone, as 16-bit stereo PCM, its progress counted in packets. AVERROR_EXIT with
@@ -142,6 +133,18 @@ class libavIF {
     // Samples in a block: the encoder's frame size, or 1000 where it has none.
     int audio_block_size() const;
 
+    // --- kept for their users; the library itself never calls them ---
+
+    bool hasVideo(int which) const { return video_stream_index[which ? 1 : 0] != -1; }
+
+    // Takes the next frame from the decoder. Deliberately each frame carries the time of the one before it, as
+    // last_pts keeps it; the export's range is defined by these times.
+    int receive_frame_from_openh264(int which, AVFrame* frame, int* got_frame);
+
+    // Stitches one pair of decoded frames and encodes the result at the next time stamp. Throws a text when a
+    // frame is not what the tables were built for.
+    int convert_frame(AVFrame* frame1, AVFrame* frame2, const OutputOption& option);
+
     // --- fields: what the steps above leave for each other ---
 
     double duration;  // seconds of the video stream; -1.0 when unknown
@@ -154,7 +157,7 @@ class libavIF {
     char error_text[255];
     bool cancelled;
     const char* input_path[2];
-    std::string input_name[2];  // escaped for replies
+    std::string input_name[2];  // escaped for replies; kept for its users
     AVFormatContext* input_format[2];
     AVCodecContext* video_decoder[2];
     AVCodecContext* audio_decoder[2];
@@ -242,13 +245,6 @@ int receive_lagging_frame(AVCodecContext* decoder, AVFrame* frame, int64_t* last
 // thread, one at a time.
 int encode_video_frame(AVCodecContext* encoder, const AVFrame* frame, AVPacket* packet);
 
-// The new frame borrows the picture's planes, which must outlive it; the caller frees the frame. Null when
-// there is no memory for it.
-AVFrame* avframe_from_iamgeframe(ImageFrame frame);
-
-// A scaler between the sizes of two frames that reads the source as 4:2:2; the caller frees it.
-SwsContext* init_sws_context2(SwsContext** ctx, AVFrame* src, AVFrame* dst);
-
 // Orientation kernels on one plane: source byte (r, c), r < rows and c < width, goes to the index given; both
 // planes have `linesize` bytes a row and `rows` rows. What would land outside is dropped.
 void rotate_data0(uint8_t* src, uint8_t* dst, int linesize, int rows);               // whole rows, as they are
@@ -257,3 +253,12 @@ void rotate_data180(uint8_t* src, uint8_t* dst, int linesize, int width, int row
 void rotate_data270(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);  // row width-1-c, column r
 uint8_t* mirror_horizontal(uint8_t* src, uint8_t* dst, int linesize, int rows);  // whole rows, bottom up; returns src
 void mirror_vertical(uint8_t* src, uint8_t* dst, int linesize, int width, int rows);  // row r, column width-1-c
+
+// --- Kept for their users; the library itself never calls them ---
+
+// The new frame borrows the picture's planes, which must outlive it; the caller frees the frame. Null when
+// there is no memory for it.
+AVFrame* avframe_from_iamgeframe(ImageFrame frame);
+
+// A scaler between the sizes of two frames that reads the source as 4:2:2; the caller frees it.
+SwsContext* init_sws_context2(SwsContext** ctx, AVFrame* src, AVFrame* dst);

@@ -10,9 +10,19 @@
 
 struct AVFrame;
 
-// The picture as R, G, B bytes of the Y plane's size; chroma is scaled up bilinearly. Asserts that the frame is
-// loaded and has three planes.
-cv::Mat rgbmat_from_imageframe(ImageFrame imageframe);
+// Copies a planar 8-bit 4:2:0 or 4:2:2 picture; of 4:2:2 the upper half of the chroma rows (deliberately: the
+// writer converts such frames first). Chroma has floor(W/2) columns and floor(H/2) rows. A picture with an
+// empty plane gives FRAME_TYPE_NOTLOAD. Asserts the format.
+ImageFrame imageframe_from_avframe(AVFrame* frame);
+
+// --- Kept for users who bring tables, or a point or a picture of their own; the library itself never calls them ---
+
+// Builds the tables for a panorama of `equsize` out of two lens pictures of `projsize` whose circle of
+// `projradius` pixels is 90 degrees from the lens axis. `bandheight`: rows of the rearranged band, or 0.
+// Works on all of OpenCV's threads; the tables are the same at any number of them.
+// Asserts that the sizes are positive and that the radius is, and is less than half of the picture's sides.
+EquidistantTransMap create_equidistantmap(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
+                                          RotationCorrect rc);
 
 // Source column *u and row *v of panorama pixel (x, y), in the stack that EquidistantTransMap describes: the plain
 // form of what create_equidistantmap tabulates.
@@ -26,13 +36,6 @@ void uvpoint_from_equidistantxypoint(double* u, double* v, int x, int y, ImageSi
                                      ImagePoint center, int radius, int bandheight, double frame1angle,
                                      double frame2angle, double xangle, double zangle, double yangle);
 
-// Builds the tables for a panorama of `equsize` out of two lens pictures of `projsize` whose circle of
-// `projradius` pixels is 90 degrees from the lens axis. `bandheight`: rows of the rearranged band, or 0.
-// Works on all of OpenCV's threads; the tables are the same at any number of them.
-// Asserts that the sizes are positive and that the radius is, and is less than half of the picture's sides.
-EquidistantTransMap create_equidistantmap(ImageSize equsize, ImageSize projsize, double projradius, int bandheight,
-                                          RotationCorrect rc);
-
 // Stitches one pair into `out`, an empty frame. `bandImage` may be FRAME_TYPE_NOTLOAD; `interpolation` is an
 // OpenCV code. Samples outside the sources are 0. Frames of another type than FRAME_TYPE_YUV420 have chroma of the
 // luma's size, and so has their panorama.
@@ -44,7 +47,6 @@ void convert_equirectangular_with_map(ImageFrame* out, ImageFrame* frame, ImageF
 // continuous. Asserts that the frame is loaded, with three planes and a Y plane that is not empty.
 void avcorrect_with_map(ImageFrame* frame, YuvCorrectMap* map);
 
-// Copies a planar 8-bit 4:2:0 or 4:2:2 picture; of 4:2:2 the upper half of the chroma rows (deliberately: the
-// writer converts such frames first). Chroma has floor(W/2) columns and floor(H/2) rows. A picture with an
-// empty plane gives FRAME_TYPE_NOTLOAD. Asserts the format.
-ImageFrame imageframe_from_avframe(AVFrame* frame);
+// The picture as R, G, B bytes of the Y plane's size; chroma is scaled up bilinearly. Asserts that the frame is
+// loaded and has three planes.
+cv::Mat rgbmat_from_imageframe(ImageFrame imageframe);
