@@ -14,9 +14,9 @@
 #include <functional>
 #include <utility>
 
-// Seconds by which a range is widened, so that what lies exactly on a bound counts as inside. In single precision, as
-// all times of a range are, that vanishes from 0.25 s up; a frame's time is rounded alike, and so equals its bound
-// there.
+// Seconds by which a range is widened on both sides, so that a frame exactly on a bound is inside. Times are compared
+// in single precision, in which so little is lost from 0.25 s up: there a frame on a bound has the very number of the
+// bound.
 constexpr float kBoundMargin = 1e-8f;
 
 // What the lockstep needs of an input's demuxer and decoder. Results below 0 are FFmpeg's error codes.

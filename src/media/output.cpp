@@ -205,7 +205,7 @@ int libavIF::write_video_frame(AVFrame* frame) {
 
 int libavIF::close_output_io() {
     if (output_format && output_format->pb && output_format->pb != output_file.io()) {
-        return avio_closep(&output_format->pb);  // a writer's that the caller of the steps has set
+        return avio_closep(&output_format->pb);  // opened by who takes the steps of writing one by one
     }
     const int closed = output_file.close();
     if (output_format) {

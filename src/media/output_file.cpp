@@ -74,7 +74,7 @@ int OutputFile::write(void* file, const uint8_t* bytes, int count) {
     for (int done = 0; done < count;) {
         const ssize_t written = ::write(self->descriptor_, bytes + done, static_cast<size_t>(count - done));
         if (written == 0) {
-            errno = EIO;  // says nothing of itself
+            errno = EIO;  // a write of no bytes sets none, and would be tried for ever
         }
         if (written <= 0 && errno != EINTR) {
             return static_cast<int>(self->noted(-1));

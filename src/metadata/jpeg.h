@@ -27,8 +27,8 @@ class _jpeg : public MetadataStream {
     int get_app1_offset();
 
     // The four bytes at a position as a little-endian number, so that they compare with characters in file
-    // order; bytes behind the end of the file count as 0. Callers take a negative number for a failure, which
-    // a fourth byte from 0x80 up looks like; deliberate.
+    // order; bytes behind the end of the file count as 0. Callers take a negative number for a failure. Four bytes
+    // whose last is 0x80 or more are such a number and end a search too; deliberate.
     int get_app1_header(int64_t position);
 
     // 0 and the block behind "Exif" and two zero bytes, `exif_length` bytes of it; else negative, and null.

@@ -361,7 +361,8 @@ int _mov::wtire_atom_size(int /*extra*/, int64_t position, uint32_t delta) {
         size = big_endian64(bytes + kShortHeader);
     }
     size += delta;
-    // Two odd rules, deliberate: the 64-bit place is taken whatever form the atom had, and the 32-bit place too.
+    // Established, and blind to the form that the header has: a size beyond 32 bits goes where only the long form has
+    // one, a smaller one where the long form has its mark.
     bool written;
     if (size > UINT32_MAX) {
         written = overwrite(position + 8, to_big_endian32(size >> 32).data(), 4) &&

@@ -134,11 +134,14 @@ void uvpoint_of_panorama_point(double* u, double* v, int x, int y, ImageSize equ
     uvpoint_from_sphere(u, v, sources, rotation_of(rc, view), p);
 }
 
-// The azimuth is never needed as an angle: with q the rotated point on the unit sphere, cos(psi) and sin(psi) are
-// q.y and q.x over sin(phi), so that a lens picture's coordinates are linear in q but for the factor
-// phi / sin(phi), and along a row q itself is linear in the cosine and sine of the longitude. What is left to
-// compute per pixel is four linear forms and a polynomial. Where the result could round to another float than
-// that of uvpoint_from_sphere, that function decides.
+// The quick way. Let q be a pixel's point on the unit sphere, turned into the axes of lens 1; phi the angle from the
+// lens's axis to it, so that cos(phi) = q.z; and psi its azimuth about the axis, so that sin(phi) sin(psi) = q.x and
+// sin(phi) cos(psi) = q.y. The azimuth is then never needed as an angle: a lens picture's coordinates are linear in q
+// but for the factor phi / sin(phi), and along a row q itself is linear in the cosine and sine of the longitude. What
+// is left to compute per pixel is four linear forms and a polynomial.
+//
+// A pixel is settled when that gives the very floats of uvpoint_from_sphere: it lies in a lens picture, not too near
+// its centre, and rounding cannot make another float of it. The others are left to that function.
 
 namespace {
 

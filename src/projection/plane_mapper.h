@@ -103,7 +103,8 @@ class PlaneMapper {
     LensForms u_, v_;
     std::vector<double> cos_longitude_, sin_longitude_;  // per column
 
-    // |cos(phi)| between which a point is certainly in a lens picture and its distance well conditioned.
+    // |cos(phi)|, phi being the angle from a lens's axis, between which the quick way may settle a pixel: it is in a
+    // lens picture and its distance from the centre well conditioned.
     double settled_above_, settled_below_;
     // Pixels by which the quick coordinates and those of uvpoint_from_sphere can differ, with a margin.
     double error_bound_;

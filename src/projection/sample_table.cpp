@@ -138,7 +138,7 @@ __attribute__((target("avx2"))) void find_samples_avx2(TableRows::Row row, int c
 
 FramedPlane::FramedPlane(int rows, int cols) {
     create_large(&framed_, rows + 2, cols + 2, CV_8UC1);
-    // The rest is for the user to fill, and is not touched for nothing.
+    // The pixels are the user's to fill: clearing them too would touch every page of a large plane once more.
     for (cv::Mat edge : {framed_.row(0), framed_.row(rows + 1), framed_.col(0), framed_.col(cols + 1)}) {
         edge.setTo(0);
     }
