@@ -67,7 +67,8 @@ int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int 
  *                      nothing is touched. No room for a copy of both inputs and more than 50 MiB besides: 30004.
  * @param band_path     a picture to lay over the seam, scaled to twice the lens width; null: none. It is
  *                      brought to limited range (white becomes 235), as movies have it. Not readable: errnum 39999.
- * @param width,height  of the panorama, in pixels: 2 to 32766 each; for movies even, at least 16 x 16, and
+ * @param width,height  of the panorama, in pixels: 2 to 32766 each and about 268 million in all, which is what
+ *                      FFmpeg holds; for movies even, at least 16 x 16, and
  *                      at most 9437184 pixels in all. Otherwise errnum 39999.
  * @param angle         turn of the panorama about its y axis, degrees. 0: lens 1 looks up; 90: lens 2 looks at the
  *                      horizon in the middle of the panorama; -90: lens 1 does.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <sstream>
 #include <utility>
@@ -30,6 +31,14 @@ class Check {
     void range(const char* field, Number value, Number least, Number most) {
         if (!(value >= least && value <= most)) {  // NaN is neither
             note(field, "must be " + text(least) + " to " + text(most), text(value));
+        }
+    }
+
+    // As FFmpeg counts: its pictures have margins.
+    void pixels(int64_t width, int64_t height) {
+        if ((width + 128) * (height + 128) >= INT32_MAX / 8) {
+            note("width", "with the height, at most about 268 million pixels can be held",
+                 text(width) + " x " + text(height));
         }
     }
 
@@ -79,6 +88,7 @@ void check_look(const NQ360_EXPORT_OPTIONS& options, Check* check) {
     if (options.width != 0 || options.height != 0) {
         check->range("width", options.width, 2, 32766);
         check->range("height", options.height, 2, 32766);
+        check->pixels(options.width, options.height);
     }
 }
 

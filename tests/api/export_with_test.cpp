@@ -149,6 +149,7 @@ TEST_F(ExportWith, BadValueIsRefusedByItsName) {
         {"width", [](auto& o) { o.width = -1; }},
         {"width", [](auto& o) { o.width = 0; }},
         {"height", [](auto& o) { o.height = 32767; }},
+        {"width", [](auto& o) { o.width = 32766, o.height = 16382; }},
         {"angle", [&](auto& o) { o.angle = nan; }},
         {"yaw", [&](auto& o) { o.yaw = infinity; }},
         {"pitch", [](auto& o) { o.pitch = 360.5; }},
