@@ -9,7 +9,8 @@ from ._errors import CancelledError, Error, IncompleteInputWarning, MissingFileE
 from ._export import Export, Panorama, export, extract_audio
 from ._job import Progress
 from ._library import library_version
-from ._options import ExportOptions
+from ._options import ExportOptions, LensOptions, MatchOptions, PreviewOptions
+from ._shot import Match, Preview, Shot, match, preview
 from ._space import free_space
 
 __all__ = [
@@ -19,14 +20,22 @@ __all__ = [
     "Export",
     "ExportOptions",
     "IncompleteInputWarning",
+    "LensOptions",
+    "Match",
+    "MatchOptions",
     "MissingFileError",
     "OptionError",
     "Panorama",
+    "Preview",
+    "PreviewOptions",
     "Progress",
+    "Shot",
     "__version__",
     "analyze",
     "export",
     "extract_audio",
     "free_space",
     "library_version",
+    "match",
+    "preview",
 ]

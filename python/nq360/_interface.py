@@ -101,6 +101,8 @@ void NQ360_shot_close(NQ360_SHOT* shot);
 
 int NQ360_preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** jpeg, size_t* size);
 
+int NQ360_preview_rgb(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, unsigned char** rgb, size_t* size);
+
 int NQ360_match(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot);
 
 void NQ360_free(void* memory);

@@ -28,6 +28,13 @@ class LensOptions(TypedDict, total=False):
     start2: Seconds
 
 
+class MatchOptions(LensOptions, total=False):
+    """What is there already when lenses are to be matched, and where they are looked at."""
+
+    end1: Seconds  # of a movie: the last instant
+    end2: Seconds
+
+
 class PreviewOptions(LensOptions, total=False):
     """How one panorama is to look."""
 
