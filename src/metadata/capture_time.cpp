@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
@@ -25,7 +24,7 @@ bool has_form(const std::string& text, const char* form) {
 }
 
 int number(const std::string& text, size_t at, size_t size) {
-    return std::atoi(text.substr(at, size).c_str());
+    return std::stoi(text.substr(at, size));
 }
 
 // Days since 1970-01-01 in the Gregorian calendar, by years that begin in March, so that a leap day is their last.
@@ -142,7 +141,7 @@ int64_t unix_seconds(const CaptureTime& time) {
 std::string exif_date_of(const std::string& text) {
     constexpr size_t kMostDigits = 12;
     const std::optional<CaptureTime> time = all_digits(text) && text.size() <= kMostDigits
-                                                ? capture_time_of(std::atoll(text.c_str()))
+                                                ? capture_time_of(std::stoll(text))
                                                 : parse_capture_time(text);
     return time ? exif_text(*time) : text;
 }
