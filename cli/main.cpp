@@ -1,5 +1,4 @@
-// nq360: the library from a shell. Every rule of the work itself is in the library; here are arguments, messages
-// and progress.
+// nq360: the library from a shell, with arguments, messages and progress.
 #include <algorithm>
 #include <csignal>
 #include <cstdio>

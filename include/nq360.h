@@ -24,12 +24,12 @@ typedef enum NQ360_STATE {
     NQ360_STARTED = 0,   /**< "frame_count" is the number of frames that will be written, give or take two */
     NQ360_PROGRESS = 1,  /**< "frame_count" is the number of frames written so far */
     NQ360_FINISHED = 2,  /**< done; the reply is the result */
-    NQ360_CANCELLED = 3, /**< the cancel marker was seen; no file is left */
-    NQ360_FAILED = 4     /**< "errnum" and "errstr" say why; no file is left */
+    NQ360_CANCELLED = 3, /**< the call was stopped; what it wrote is removed */
+    NQ360_FAILED = 4     /**< "errnum" and "errstr" say why; what it wrote is removed */
 } NQ360_STATE;
 
 /**
- * Receives each reply, on the thread of the call.
+ * Receives each reply, on the thread of the call. It must not throw.
  *
  * @param state  what the reply reports
  * @param json   one JSON object, at most 10239 bytes; it belongs to the library and is released when the callback
@@ -43,13 +43,13 @@ typedef void (*NQ360_CALLBACK)(NQ360_STATE state, const char* json);
  * @param input_path       the file. Null or missing: errnum 10000. Another extension, or a file that FFmpeg cannot
  *                         open: 10001.
  * @param thumbnail_path   where the thumbnail goes, a JPEG by its name; null: none is wanted. What stands there is
- *                         replaced, and removed when the call fails. Not writable, or the same file as
- *                         input_path: errnum 10003, and nothing is touched. 50 MiB or less free: 10004.
+ *                         replaced, and removed when the call fails. Refused, and nothing is touched: not writable, or
+ *                         the same file as input_path (errnum 10003), 50 MiB or less free (10004).
  * @param thumbnail_width  pixels; 0, or more than the input has: the input's width. The height follows the input's
  *                         shape. Negative: errnum 19999.
  * @param writeFlag        0: a thumbnail only for files of the camera or of the stitching software; else for all
  * @param callback         gets one reply, FINISHED or FAILED; may be null
- * @return 0 after any normal end, a reported failure included; -1 when an unexpected failure was reported
+ * @return 0, also after a reported failure; -1 after one of the unexpected ones. Judge by the reply's state.
  */
 int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
                         NQ360_CALLBACK callback);
@@ -63,8 +63,9 @@ int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int 
  *                      or missing: errnum 30000. Other sizes, and files that cannot be read: 30001.
  * @param export_path   the panorama: .jpg for two pictures, .mov or .mp4 where a movie is among the inputs, else
  *                      errnum 39999, as for null. An existing file is replaced; it is removed when the call fails.
- *                      Not writable, or the same file as an input, the band picture or the marker: errnum 30003, and
- *                      nothing is touched. No room for a copy of both inputs and more than 50 MiB besides: 30004.
+ *                      Refused, and nothing is touched: an input that is missing, a path that is not writable or the
+ *                      same file as an input, the band picture or the marker (errnum 30003), no room for a copy of
+ *                      both inputs and more than 50 MiB besides (30004).
  * @param band_path     a picture to lay over the seam, scaled to twice the lens width; null: none. It is
  *                      brought to limited range (white becomes 235), as movies have it. Not readable: errnum 39999.
  * @param width,height  of the panorama, in pixels: 2 to 32766 each and about 268 million in all, which is what
@@ -74,7 +75,8 @@ int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int 
  *                      horizon in the middle of the panorama; -90: lens 1 does.
  * @param y1,u1,v1      added to each byte of lens 1's planes, the sum held to 0..255; #CORRECT_NONE: as it is
  * @param y2,u2,v2      the same for lens 2
- * @param audio_source  0: sound of movie_path1; 1: of movie_path2; any other value: none
+ * @param audio_source  0: sound of movie_path1; 1: of movie_path2; any other value: none. The panorama's sound has the
+ *                      sample rate of that movie, and whole blocks of 1000 samples.
  * @param datetime      the capture date and time as it is to stand in the metadata; null: empty. It goes into XML as
  *                      it is: no '<' or '&', and at most 4000 bytes.
  * @param cancel_path   the export stops at its next progress reply once a file stands here; null: never
@@ -84,7 +86,7 @@ int NQ360_analyze_image(const char* input_path, const char* thumbnail_path, int 
  * @param start1,start2 first instant of each movie that is exported, seconds
  * @param end1,end2     last instant; one behind the movie's end takes it to its end. Stills take no part in the
  *                      range. No pair of frames in it: errnum 39999.
- * @return 0 after any normal end, a reported failure or cancel included; -1 when an unexpected failure was reported
+ * @return 0, also after a reported failure or cancel; -1 after one of the unexpected ones. Judge by the last state.
  */
 int NQ360_export(const char* movie_path1, const char* movie_path2, const char* export_path, const char* band_path,
                  int width, int height, int angle, int y1, int u1, int v1, int y2, int u2, int v2, int audio_source,
@@ -96,14 +98,15 @@ int NQ360_export(const char* movie_path1, const char* movie_path2, const char* e
  *
  * @param movie_path   the movie. Null or missing: errnum 20000. Not readable, or without sound: 20001.
  * @param audio_path   the sound file, its kind taken from its name (.wav, .mov, .caf, ...). Replaced when it exists,
- *                     removed when the call fails. Null: errnum 20001. Not writable, or the same file as the movie
- *                     or the marker: 20003, and nothing is touched. 50 MiB or less free: 20004. A kind that cannot
- *                     hold this sound: 29999.
- * @param bit_rate     bits per second; 0: the movie's own. PCM does not use it.
+ *                     removed when the call fails. Null: errnum 20001. Refused, and nothing is touched: a movie that
+ *                     is missing, a path that is not writable or the same file as the movie or the marker (20003),
+ *                     50 MiB or less free (20004). A kind that cannot hold this sound: 29999.
+ * @param bit_rate     bits per second; 0: the movie's own. PCM does not use it. Negative: errnum 29999.
  * @param cancel_path  as for #NQ360_export
  * @param callback     gets STARTED and PROGRESS counted in packets of sound, and one end; may be null
- * @return 0 after any normal end; -1 when an unexpected failure was reported. A FINISHED reply that holds "errnum"
- *         tells of an unexpected failure while writing: the file may be incomplete.
+ * @return 0, also after a reported failure or cancel; -1 after one of the unexpected ones. Judge by the last state. A
+ *         FINISHED reply that holds "errnum" tells of an unexpected failure while writing: the file is kept and may be
+ *         incomplete.
  */
 int NQ360_get_audio(const char* movie_path, const char* audio_path, int bit_rate, const char* cancel_path,
                     NQ360_CALLBACK callback);
@@ -113,7 +116,7 @@ int NQ360_get_audio(const char* movie_path, const char* audio_path, int bit_rate
  *
  * @param path  names the volume: a directory itself, anything else by its parent directory; null: by the current
  *              directory
- * @return bytes free to an unprivileged user on that volume; 0 when it cannot be asked
+ * @return bytes free to an unprivileged user on that volume, however many; 0 when it cannot be asked
  */
 unsigned long long NQ360_freesize(const char* path);
 
