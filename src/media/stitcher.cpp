@@ -336,8 +336,8 @@ void Stitcher::find_feather() {
     }
     feather_ = found.width;
     if (many_pairs_) {
-        luma_ring_ = feather_ > 0 ? SeamRing(luma_rows_, feather_, stacks_[0]) : SeamRing();
-        chroma_ring_ = feather_ > 0 ? SeamRing(chroma_rows_, feather_, stacks_[1]) : SeamRing();
+        luma_ring_ = feather_ > 0 ? kept_ring(luma_rows_, feather_, stacks_[0]) : SeamRing();
+        chroma_ring_ = feather_ > 0 ? kept_ring(chroma_rows_, feather_, stacks_[1]) : SeamRing();
     }
 }
 
@@ -350,8 +350,7 @@ void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const S
     }
     if (many_pairs_) {
         for (SampledPlane& plane : planes) {
-            kept.sample(*plane.source, &plane.target);
-            ring.mix(*plane.source, &plane.target);
+            kept.sample(*plane.source, ring, &plane.target);
         }
     } else {
         sample_once(rows, planes, feather_);

@@ -343,11 +343,21 @@ std::vector<ColumnSpan> PlaneMapper::seam_spans(int y, double width) const {
 
 namespace {
 
+// What map_other_lens fills, without overlaps.
+struct OtherLens {
+    float* __restrict x;
+    float* __restrict y;
+    float* __restrict shares;
+};
+
 // As map_settled_points. Sines of at most a few degrees: series to the seventh power are exact to 1e-8.
 [[gnu::always_inline]] inline void map_other_points(const RowForms& row, double width, const double* cosines,
-                                                    const double* sines, int columns, const float* sides, float* mapx,
-                                                    float* mapy, float* shares) {
+                                                    const double* sines, int columns, const float* sides,
+                                                    const OtherLens& other) {
     const RowForms forms = row;
+    float* __restrict const mapx = other.x;
+    float* __restrict const mapy = other.y;
+    float* __restrict const shares = other.shares;
     const double per_width = 0.5 / width;
     for (int i = 0; i < columns; ++i) {
         const double c = cosines[i], s = sines[i];
@@ -357,11 +367,12 @@ namespace {
         const double past_seam = z * (1 + square * (1.0 / 6 + square * (3.0 / 40 + square * (15.0 / 336))));
         const double over_cosine = 1 + square * (1.0 / 2 + square * (3.0 / 8 + square * (5.0 / 16)));
         const double stretch = (kPi / 2 + past_seam) * over_cosine;
-        mapx[i] =
-            static_cast<float>(forms.u_center + stretch * (forms.u_common.at(c, s) - side * forms.u_apart.at(c, s)));
-        mapy[i] = static_cast<float>(forms.v_center + side * (forms.lens_height / 2) +
-                                     stretch * (forms.v_common.at(c, s) - side * forms.v_apart.at(c, s)));
-        const double part = std::max(0.5 - per_width * past_seam, 0.0);
+        const double u = forms.u_center + stretch * (forms.u_common.at(c, s) - side * forms.u_apart.at(c, s));
+        const double v = forms.v_center + side * (forms.lens_height / 2) +
+                         stretch * (forms.v_common.at(c, s) - side * forms.v_apart.at(c, s));
+        const double part = 0.5 - per_width * past_seam;
+        mapx[i] = static_cast<float>(u);
+        mapy[i] = static_cast<float>(v);
         shares[i] = static_cast<float>(side * side * (part * part * (3 - 2 * part)));
     }
 }
@@ -369,8 +380,8 @@ namespace {
 #if defined(__x86_64__)
 __attribute__((target("avx2"))) void map_other_points_avx2(const RowForms& row, double width, const double* cosines,
                                                            const double* sines, int columns, const float* sides,
-                                                           float* mapx, float* mapy, float* shares) {
-    map_other_points(row, width, cosines, sines, columns, sides, mapx, mapy, shares);
+                                                           const OtherLens& other) {
+    map_other_points(row, width, cosines, sines, columns, sides, other);
 }
 #endif
 
@@ -382,13 +393,14 @@ void PlaneMapper::map_other_lens(int y, ColumnSpan span, double width, const flo
     const double* const cosines = cos_longitude_.data() + span.first;
     const double* const sines = sin_longitude_.data() + span.first;
     const int columns = span.end - span.first;
+    const OtherLens other = {mapx, mapy, shares};
 #if defined(__x86_64__)
     if (has_avx2()) {
-        map_other_points_avx2(forms, width, cosines, sines, columns, sides, mapx, mapy, shares);
+        map_other_points_avx2(forms, width, cosines, sines, columns, sides, other);
         return;
     }
 #endif
-    map_other_points(forms, width, cosines, sines, columns, sides, mapx, mapy, shares);
+    map_other_points(forms, width, cosines, sines, columns, sides, other);
 }
 
 double PlaneMapper::overlap(double margin) const {

@@ -6,7 +6,6 @@
 #include "projection/large_pages.h"
 #include "projection/parallel.h"
 #include "projection/processor.h"
-#include "projection/seam_ring.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -88,6 +87,11 @@ __attribute__((target("avx2"))) void sample_row_avx2(const uint8_t* framed, ptrd
         const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(target + i), _mm256_permutevar8x32_epi32(bytes, order));
     }
+    for (; i + 8 <= count; i += 8) {
+        const __m256i a = sample_eight(framed, stride, offsets + i, fractions + i);
+        const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(a), _mm256_extracti128_si256(a, 1));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(target + i), _mm_packus_epi16(words, words));
+    }
     sample_row_plain(framed, stride, offsets + i, fractions + i, target + i, count - i);
 }
 
@@ -158,11 +162,13 @@ SampleTable::SampleTable(const TableRows& table, const FramedPlane& source) {
     });
 }
 
-void SampleTable::sample(const FramedPlane& source, cv::Mat* target) const {
+void SampleTable::sample(const FramedPlane& source, const SeamRing& ring, cv::Mat* target) const {
     in_parallel(offsets_.rows, [&](const cv::Range& rows) {
+        std::vector<uint8_t> scratch;
         for (int row = rows.start; row < rows.end; ++row) {
             sample_row(source.framed(), source.stride(), offsets_.ptr<int32_t>(row), fractions_.ptr<uint16_t>(row),
                        target->ptr(row), offsets_.cols);
+            ring.mix_row(row, source, &scratch, target->ptr(row));
         }
     });
 }
@@ -173,23 +179,34 @@ void sample_once(const TableRows& table, const std::vector<SampledPlane>& planes
         std::vector<float> scratch;
         std::vector<int32_t> offsets(static_cast<size_t>(size.width));
         std::vector<uint16_t> fractions(static_cast<size_t>(size.width));
-        SeamScratch seam_scratch;
-        SeamPixels seam;
+        std::vector<uint8_t> ring_scratch;
+        SeamRing ring = feather > 0 ? SeamRing(table, rows.start, rows.end, feather) : SeamRing();
         for (int row = rows.start; row < rows.end; ++row) {
             const TableRows::Row positions = table.row(row, &scratch);
             find_samples(positions, size.width, *planes[0].source, offsets.data(), fractions.data());
             if (feather > 0) {
-                seam.spans = table.seam_spans(row, feather);
-                find_seam_pixels(table, row, positions, feather, *planes[0].source, &seam_scratch, &seam);
+                ring.find_row(table, row, positions, *planes[0].source);
             }
             for (const SampledPlane& plane : planes) {
                 cv::Mat target = plane.target;
                 sample_row(plane.source->framed(), plane.source->stride(), offsets.data(), fractions.data(),
                            target.ptr(row), size.width);
-                mix_seam_pixels(seam, *plane.source, &seam_scratch, target.ptr(row));
+                ring.mix_row(row, *plane.source, &ring_scratch, target.ptr(row));
             }
         }
     });
+}
+
+SeamRing kept_ring(const TableRows& table, double feather, const FramedPlane& source) {
+    const int height = table.size().height;
+    SeamRing ring(table, 0, height, feather);
+    in_parallel(height, [&](const cv::Range& rows) {
+        std::vector<float> scratch;
+        for (int row = rows.start; row < rows.end; ++row) {
+            ring.find_row(table, row, table.row(row, &scratch), source);
+        }
+    });
+    return ring;
 }
 
 void find_samples_plain(TableRows::Row row, int count, const FramedPlane& source, int32_t* offsets,

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "projection/image_frame.h"
+#include "projection/seam_ring.h"
 #include "projection/table_rows.h"
 
 // A plane with a frame of zeros one pixel wide, so that sampling next to its border needs no test. Its pixels are
@@ -37,8 +38,8 @@ class SampleTable {
     // For sampling planes like `source`.
     SampleTable(const TableRows& rows, const FramedPlane& source);
 
-    // Fills `target` (CV_8UC1, of the table's size), its rows in parallel.
-    void sample(const FramedPlane& source, cv::Mat* target) const;
+    // Fills `target` (CV_8UC1, of the table's size), its rows in parallel, and mixes the other lens into the ring.
+    void sample(const FramedPlane& source, const SeamRing& ring, cv::Mat* target) const;
 
   private:
     cv::Mat offsets_;    // CV_32SC1: from the framed plane's first byte to a pixel's upper left neighbour
@@ -52,6 +53,9 @@ struct SampledPlane {
     cv::Mat target;
 };
 void sample_once(const TableRows& rows, const std::vector<SampledPlane>& planes, double feather);
+
+// The ring of a table that is kept, found for planes like `source`.
+SeamRing kept_ring(const TableRows& rows, double feather, const FramedPlane& source);
 
 // For a row of the table, where in planes like `source` the pixels are sampled, as SampleTable keeps it. The plain
 // loop, and the one to use: the same numbers, in less time on processors that allow it.

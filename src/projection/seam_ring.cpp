@@ -4,11 +4,12 @@
 #include <cmath>
 
 #include "projection/angles.h"
-#include "projection/parallel.h"
+#include "projection/sample_table.h"
 
 namespace {
 
-constexpr int kWhole = 256;  // of a share
+constexpr int kWhole = 256;   // of a share
+constexpr size_t kGroup = 8;  // pixels that are sampled at once; rows are filled up with pixels that no span has
 
 // 1 where lens 1 is sampled, -1 where lens 2 is, 0 in the band. The lenses keep clear of the edges of their pictures.
 void find_sides(const float* own_y, int count, float lens_rows, float* sides) {
@@ -20,80 +21,91 @@ void find_sides(const float* own_y, int count, float lens_rows, float* sides) {
     }
 }
 
-}  // namespace
-
-void find_seam_pixels(const TableRows& rows, int y, TableRows::Row own, double width, const FramedPlane& source,
-                      SeamScratch* scratch, SeamPixels* pixels) {
-    size_t count = 0;
-    for (const ColumnSpan& span : pixels->spans) {
-        count += static_cast<size_t>(span.end - span.first);
-    }
-    for (std::vector<float>* row : {&scratch->x, &scratch->y, &scratch->sides, &scratch->shares}) {
-        row->resize(count);
-    }
-    pixels->offsets.resize(count);
-    pixels->fractions.resize(count);
-    pixels->shares.resize(count);
-    size_t at = 0;
-    for (const ColumnSpan& span : pixels->spans) {
-        find_sides(own.y + span.first, span.end - span.first, rows.lens_rows(), scratch->sides.data() + at);
-        rows.other_lens(y, span, width, scratch->sides.data() + at, scratch->x.data() + at, scratch->y.data() + at,
-                        scratch->shares.data() + at);
-        at += static_cast<size_t>(span.end - span.first);
-    }
-    find_samples({scratch->x.data(), scratch->y.data()}, static_cast<int>(count), source, pixels->offsets.data(),
-                 pixels->fractions.data());
-    for (size_t i = 0; i < count; ++i) {
-        pixels->shares[i] = static_cast<uint8_t>(scratch->shares[i] * kWhole + 0.5f);
-    }
-}
-
-namespace {
-
 // To be vectorised.
-void mix(const uint8_t* other, const uint8_t* shares, int count, uint8_t* row) {
+void mix(const uint8_t* __restrict other, const uint8_t* __restrict shares, int count, uint8_t* __restrict row) {
     for (int i = 0; i < count; ++i) {
-        const int own_share = kWhole - shares[i];
-        row[i] = static_cast<uint8_t>((row[i] * own_share + other[i] * shares[i] + kWhole / 2) / kWhole);
+        const auto own_share = static_cast<uint16_t>(kWhole - shares[i]);
+        const auto sum = static_cast<uint16_t>(row[i] * own_share + other[i] * shares[i] + kWhole / 2);
+        row[i] = static_cast<uint8_t>(sum / kWhole);
     }
+}
+
+size_t length_of(const ColumnSpan& span) {
+    return static_cast<size_t>(span.end - span.first);
 }
 
 }  // namespace
 
-void mix_seam_pixels(const SeamPixels& pixels, const FramedPlane& source, SeamScratch* scratch, uint8_t* row) {
-    const size_t count = pixels.offsets.size();
-    scratch->other.resize(count);
-    sample_row(source.framed(), source.stride(), pixels.offsets.data(), pixels.fractions.data(), scratch->other.data(),
+SeamRing::SeamRing(const TableRows& rows, int first, int end, double width) : first_(first), width_(width) {
+    // Beyond that a pixel of the other lens is worth less than half a step.
+    const double visible = width * 0.95;
+    size_t pixels = 0;
+    for (int y = first; y < end; ++y) {
+        starts_.push_back({spans_.size(), pixels});
+        for (const ColumnSpan& span : rows.seam_spans(y, visible)) {
+            spans_.push_back(span);
+            pixels += length_of(span);
+        }
+        pixels = (pixels + kGroup - 1) / kGroup * kGroup;
+    }
+    starts_.push_back({spans_.size(), pixels});
+    offsets_.resize(pixels);
+    fractions_.resize(pixels);
+    shares_.resize(pixels);
+}
+
+void SeamRing::find_row(const TableRows& rows, int y, TableRows::Row own, const FramedPlane& source) {
+    const auto [span, pixel] = starts_[static_cast<size_t>(y - first_)];
+    const auto [end_span, end_pixel] = starts_[static_cast<size_t>(y - first_) + 1];
+    const size_t count = end_pixel - pixel;
+    std::vector<float> scratch(4 * count);  // zeros, where no span has a pixel
+    float* const x = scratch.data();
+    float* const other_y = x + count;
+    float* const sides = other_y + count;
+    float* const shares = sides + count;
+    size_t at = 0;
+    for (size_t i = span; i < end_span; ++i) {
+        const ColumnSpan& columns = spans_[i];
+        find_sides(own.y + columns.first, columns.end - columns.first, rows.lens_rows(), sides + at);
+        rows.other_lens(y, columns, width_, sides + at, x + at, other_y + at, shares + at);
+        at += length_of(columns);
+    }
+    find_samples({x, other_y}, static_cast<int>(count), source, offsets_.data() + pixel, fractions_.data() + pixel);
+    for (size_t i = 0; i < count; ++i) {
+        shares_[pixel + i] = static_cast<uint8_t>(shares[i] * kWhole + 0.5f);
+    }
+}
+
+void SeamRing::mix_row(int y, const FramedPlane& source, std::vector<uint8_t>* scratch, uint8_t* row) const {
+    if (starts_.empty()) {
+        return;
+    }
+    const auto [span, pixel] = starts_[static_cast<size_t>(y - first_)];
+    const auto [end_span, end_pixel] = starts_[static_cast<size_t>(y - first_) + 1];
+    const size_t count = end_pixel - pixel;
+    scratch->resize(std::max(scratch->size(), count));
+    uint8_t* const other = scratch->data();
+    sample_row(source.framed(), source.stride(), offsets_.data() + pixel, fractions_.data() + pixel, other,
                static_cast<int>(count));
     size_t at = 0;
-    for (const ColumnSpan& span : pixels.spans) {
-        mix(scratch->other.data() + at, pixels.shares.data() + at, span.end - span.first, row + span.first);
-        at += static_cast<size_t>(span.end - span.first);
+    for (size_t i = span; i < end_span; ++i) {
+        const ColumnSpan& columns = spans_[i];
+        mix(other + at, shares_.data() + pixel + at, columns.end - columns.first, row + columns.first);
+        at += length_of(columns);
     }
 }
 
-SeamRing::SeamRing(const TableRows& rows, double width, const FramedPlane& source)
-    : rows_(static_cast<size_t>(rows.size().height)) {
-    in_parallel(rows.size().height, [&](const cv::Range& range) {
-        std::vector<float> own;
-        SeamScratch scratch;
-        for (int y = range.start; y < range.end; ++y) {
-            SeamPixels& pixels = rows_[static_cast<size_t>(y)];
-            pixels.spans = rows.seam_spans(y, width);
-            if (!pixels.spans.empty()) {
-                find_seam_pixels(rows, y, rows.row(y, &own), width, source, &scratch, &pixels);
-            }
+std::vector<SeamRing::Pixel> SeamRing::pixels_of_row(int y) const {
+    const auto [span, pixel] = starts_[static_cast<size_t>(y - first_)];
+    const size_t end_span = starts_[static_cast<size_t>(y - first_) + 1].span;
+    std::vector<Pixel> pixels;
+    size_t at = pixel;
+    for (size_t i = span; i < end_span; ++i) {
+        for (int column = spans_[i].first; column < spans_[i].end; ++column, ++at) {
+            pixels.push_back({column, offsets_[at], fractions_[at], shares_[at]});
         }
-    });
-}
-
-void SeamRing::mix(const FramedPlane& source, cv::Mat* target) const {
-    in_parallel(static_cast<int>(rows_.size()), [&](const cv::Range& range) {
-        SeamScratch scratch;
-        for (int y = range.start; y < range.end; ++y) {
-            mix_seam_pixels(rows_[static_cast<size_t>(y)], source, &scratch, target->ptr(y));
-        }
-    });
+    }
+    return pixels;
 }
 
 // ---- What the lenses show past the seam ----

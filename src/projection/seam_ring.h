@@ -2,49 +2,55 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
-#include "projection/sample_table.h"
+#include "projection/image_frame.h"
 #include "projection/table_rows.h"
 
-// The ring's pixels in a row of the panorama.
-struct SeamPixels {
-    std::vector<ColumnSpan> spans;
-    // Of all spans in turn: where the other lens is sampled, as SampleTable keeps it, and its share in 256ths.
-    std::vector<int32_t> offsets;
-    std::vector<uint16_t> fractions;
-    std::vector<uint8_t> shares;
-};
+class FramedPlane;
 
-// What a thread keeps from row to row.
-struct SeamScratch {
-    std::vector<float> x, y, sides, shares;
-    std::vector<uint8_t> other;
-};
-
-// Fills the rest of `pixels`, whose spans are row `y`'s less than `width` radians from the seam. `own`: the row as
-// `rows` has it.
-void find_seam_pixels(const TableRows& rows, int y, TableRows::Row own, double width, const FramedPlane& source,
-                      SeamScratch* scratch, SeamPixels* pixels);
-
-// Mixes the other lens into a row of the panorama that is sampled already.
-void mix_seam_pixels(const SeamPixels& pixels, const FramedPlane& source, SeamScratch* scratch, uint8_t* row);
-
-// The ring of a table that is kept.
+// The ring in some rows of the panorama. Its rows are independent of each other and may be used on any thread.
 class SeamRing {
   public:
     // Without pixels.
     SeamRing() = default;
 
-    // For planes like `source`.
-    SeamRing(const TableRows& rows, double width, const FramedPlane& source);
+    // In rows `first` up to `end`, up to `width` radians from the seam. With what its pixels are mixed is still to be
+    // found.
+    SeamRing(const TableRows& rows, int first, int end, double width);
 
-    // Mixes into `target`, which SampleTable::sample has filled, its rows in parallel.
-    void mix(const FramedPlane& source, cv::Mat* target) const;
+    // Finds it for row `y`. `own`: the row as `rows` has it. `source`: like the planes that will be sampled.
+    void find_row(const TableRows& rows, int y, TableRows::Row own, const FramedPlane& source);
+
+    // Mixes the other lens into row `y` of the panorama, which is sampled already. `scratch`: kept by the caller for
+    // each thread.
+    void mix_row(int y, const FramedPlane& source, std::vector<uint8_t>* scratch, uint8_t* row) const;
+
+    // What a pixel is mixed with: where it is sampled, as SampleTable keeps it, and its share in 256ths.
+    struct Pixel {
+        int column;
+        int32_t offset;
+        uint16_t fraction;
+        uint8_t share;
+    };
+    std::vector<Pixel> pixels_of_row(int y) const;
 
   private:
-    std::vector<SeamPixels> rows_;
+    // Where the spans and the pixels of row `y` begin, and those of the next row.
+    struct Start {
+        size_t span, pixel;
+    };
+
+    int first_ = 0;
+    double width_ = 0;
+    std::vector<Start> starts_;  // of the rows, and of the one behind them
+    // In one run for all rows, so that memory is read ahead.
+    std::vector<ColumnSpan> spans_;
+    std::vector<int32_t> offsets_;
+    std::vector<uint16_t> fractions_;
+    std::vector<uint8_t> shares_;
 };
 
 // How far past the seam both lenses show something.

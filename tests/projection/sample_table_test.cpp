@@ -41,7 +41,7 @@ FramedPlane random_plane(int rows, int cols) {
 
 cv::Mat sampled(const Tables& tables, const FramedPlane& plane) {
     cv::Mat target(tables.x.size(), CV_8UC1);
-    SampleTable(TableRows(tables.x, tables.y), plane).sample(plane, &target);
+    SampleTable(TableRows(tables.x, tables.y), plane).sample(plane, {}, &target);
     cv::Mat at_once(tables.x.size(), CV_8UC1, cv::Scalar(77));
     sample_once(TableRows(tables.x, tables.y), {{&plane, at_once}}, 0);
     EXPECT_EQ(cv::norm(target, at_once, cv::NORM_INF), 0) << "kept and made on the way";

@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 
 #include "projection/angles.h"
+#include "projection/sample_table.h"
 
 namespace {
 
@@ -68,45 +69,41 @@ Mixed plainly_mixed(const RingSetting& s, int x, int y) {
     return mixed;
 }
 
-class SeamPixelsTest : public testing::TestWithParam<RingSetting> {};
+class SeamRingTest : public testing::TestWithParam<RingSetting> {};
 
-TEST_P(SeamPixelsTest, AreMixedWithWhatTheOtherLensShowsThere) {
+TEST_P(SeamRingTest, IsMixedWithWhatTheOtherLensShowsThere) {
     const RingSetting& s = GetParam();
     const PlaneMapper mapper(s.panorama, sources_of(s), s.rotation, s.view, s.between ? 0.5 : 0);
     const TableRows rows(mapper);
     const FramedPlane source(2 * s.lens.height + s.bandheight, s.lens.width);
     std::vector<float> own;
-    SeamScratch scratch;
     int found = 0;
+    SeamRing ring(rows, 0, s.panorama.height, s.width);
     for (int y = 0; y < s.panorama.height; ++y) {
-        SeamPixels pixels;
-        pixels.spans = rows.seam_spans(y, s.width);
-        find_seam_pixels(rows, y, rows.row(y, &own), s.width, source, &scratch, &pixels);
+        ring.find_row(rows, y, rows.row(y, &own), source);
         std::vector<int> times(static_cast<size_t>(s.panorama.width));
-        size_t i = 0;
-        for (const ColumnSpan& span : pixels.spans) {
-            for (int x = span.first; x < span.end; ++x, ++i) {
-                ++times[static_cast<size_t>(x)];
-                const Mixed expected = plainly_mixed(s, x, y);
-                ASSERT_NEAR(pixels.shares[i] / 256.0, std::max(expected.share, 0.0), 0.6 / 256) << x << ", " << y;
-                if (pixels.shares[i] == 0) {
-                    continue;
-                }
-                const auto stride = static_cast<int>(source.stride());
-                const double column = pixels.offsets[i] % stride - 1 + (pixels.fractions[i] & 0xff) / 32.0;
-                const double row = pixels.offsets[i] / stride - 1 + (pixels.fractions[i] >> 8) / 32.0;
-                ASSERT_NEAR(column, expected.x, 1.0 / 32) << x << ", " << y;
-                ASSERT_NEAR(row, expected.y, 1.0 / 32) << x << ", " << y;
-                // Wholly in the other lens's picture.
-                const double in_lens = row < s.lens.height - 0.5 ? row : row - s.lens.height;
-                ASSERT_TRUE(column >= 0 && column <= s.lens.width - 1) << x << ", " << y;
-                ASSERT_TRUE(in_lens >= 0 && in_lens <= s.lens.height - 1) << x << ", " << y;
-                ++found;
+        for (const SeamRing::Pixel& pixel : ring.pixels_of_row(y)) {
+            const int x = pixel.column;
+            ++times[static_cast<size_t>(x)];
+            const Mixed expected = plainly_mixed(s, x, y);
+            ASSERT_NEAR(pixel.share / 256.0, std::max(expected.share, 0.0), 0.6 / 256) << x << ", " << y;
+            if (pixel.share == 0) {
+                continue;
             }
+            const auto stride = static_cast<int>(source.stride());
+            const double column = pixel.offset % stride - 1 + (pixel.fraction & 0xff) / 32.0;
+            const double row = pixel.offset / stride - 1 + (pixel.fraction >> 8) / 32.0;
+            ASSERT_NEAR(column, expected.x, 1.0 / 32) << x << ", " << y;
+            ASSERT_NEAR(row, expected.y, 1.0 / 32) << x << ", " << y;
+            // Wholly in the other lens's picture.
+            const double in_lens = row < s.lens.height - 0.5 ? row : row - s.lens.height;
+            ASSERT_TRUE(column >= 0 && column <= s.lens.width - 1) << x << ", " << y;
+            ASSERT_TRUE(in_lens >= 0 && in_lens <= s.lens.height - 1) << x << ", " << y;
+            ++found;
         }
         for (int x = 0; x < s.panorama.width; ++x) {
             const int count = times[static_cast<size_t>(x)];
-            ASSERT_TRUE(count == 1 || (count == 0 && plainly_mixed(s, x, y).share < 1e-6)) << x << ", " << y;
+            ASSERT_TRUE(count == 1 || (count == 0 && plainly_mixed(s, x, y).share < 0.5 / 256)) << x << ", " << y;
         }
     }
     EXPECT_GT(found, 0);
@@ -137,7 +134,7 @@ std::vector<RingSetting> ring_settings() {
     };
 }
 
-INSTANTIATE_TEST_SUITE_P(Settings, SeamPixelsTest, testing::ValuesIn(ring_settings()),
+INSTANTIATE_TEST_SUITE_P(Settings, SeamRingTest, testing::ValuesIn(ring_settings()),
                          [](const auto& setting) { return std::to_string(setting.index); });
 
 TEST(PlaneMapperOverlap, EndsWhereThePictureDoes) {
@@ -145,22 +142,6 @@ TEST(PlaneMapperOverlap, EndsWhereThePictureDoes) {
     EXPECT_EQ(widest({90, 90}, 47), 0);
     const PlaneMapper mapper({2, 2}, {{1936, 1936}, {968, 968}, 907, 0, 0, 0}, {}, {}, 0);
     EXPECT_NEAR(mapper.overlap(0) - mapper.overlap(3.5), 3.5 / 907 * kPi / 2, 1e-12);
-}
-
-// ---- Mixing ----
-
-TEST(MixSeamPixels, ChangesTheSpansAlone) {
-    FramedPlane source(2, 2);
-    source.pixels().setTo(200);
-    SeamPixels pixels;
-    pixels.spans = {{1, 3}, {5, 6}};
-    pixels.offsets.assign(3, static_cast<int32_t>(source.stride()) + 1);
-    pixels.fractions.assign(3, 0);
-    pixels.shares = {128, 64, 0};
-    std::vector<uint8_t> row(8, 100);
-    SeamScratch scratch;
-    mix_seam_pixels(pixels, source, &scratch, row.data());
-    EXPECT_EQ(row, (std::vector<uint8_t>{100, 150, 125, 100, 100, 100, 100, 100}));
 }
 
 // ---- How far the lenses show something ----
