@@ -21,6 +21,7 @@
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
 #include "metadata/spherical.h"
+#include "projection/angles.h"
 #include "projection/soavfunc.h"
 
 namespace {
@@ -70,6 +71,18 @@ OutputOption option_of(const Job& job) {
     option.output_size = job.output;
     option.correct1 = option.correct2 = create_linnercorrectmap(CORRECT_NONE, CORRECT_NONE, CORRECT_NONE);
     option.transmap = create_equidistantmap(job.output, {job.lens, job.lens}, job.radius, 0, {});
+    return option;
+}
+
+// The same without whole tables, as exports have it; the look at the horizon, the seam through the poles, for
+// `angle` 90.
+OutputOption row_option_of(const Job& job, int64_t feather, int64_t angle) {
+    OutputOption option;
+    option.output_size = option.transmap.equsize = job.output;
+    option.transmap.projsize = {job.lens, job.lens};
+    option.radius = job.radius;
+    option.rotation.yangle = radians(static_cast<double>(angle));
+    option.feather = radians(static_cast<double>(feather));
     return option;
 }
 
@@ -135,7 +148,7 @@ void stitch_pair(Stitcher* stitcher, const AVFrame* lens1, const AVFrame* lens2,
 // A movie's pair, with everything kept that is kept.
 void stitch_one_of_many(benchmark::State& state) {
     const Job job = job_of(static_cast<int>(state.range(0)));
-    const OutputOption option = option_of(job);
+    const OutputOption option = row_option_of(job, state.range(1), state.range(2));
     const FramePtr frame = decoded_still(job.lens);
     Stitcher stitcher(option, true);
     const FramePtr panorama = empty_panorama(job.output);
@@ -147,17 +160,34 @@ void stitch_one_of_many(benchmark::State& state) {
 // A still's pair, tables and memory included.
 void stitch_only_pair(benchmark::State& state) {
     const Job job = job_of(static_cast<int>(state.range(0)));
-    OutputOption option = option_of(job);
-    option.radius = job.radius;
-    for (cv::Mat* table :
-         {&option.transmap.ymapx, &option.transmap.ymapy, &option.transmap.uvmapx, &option.transmap.uvmapy}) {
-        table->release();
-    }
+    const OutputOption option = row_option_of(job, state.range(1), state.range(2));
     const FramePtr frame = decoded_still(job.lens);
     for (auto _ : state) {
         Stitcher stitcher(option, false);
         const FramePtr panorama = empty_panorama(job.output);
         stitch_pair(&stitcher, frame.get(), frame.get(), panorama.get());
+    }
+}
+
+// A preview of 1024 x 512 out of frames that are kept reduced, and what reducing one costs.
+void stitch_preview(benchmark::State& state) {
+    Job job = job_of(static_cast<int>(state.range(0)));
+    job.output = {1024, 512};
+    OutputOption option = row_option_of(job, 2, 90);
+    option.filter = true;
+    const FramePtr frame = decoded_still(job.lens);
+    const FramePtr reduced = reduced_frame(frame.get(), Stitcher::reduction_for(option));
+    for (auto _ : state) {
+        Stitcher stitcher(option, false);
+        const FramePtr panorama = empty_panorama(job.output);
+        stitch_pair(&stitcher, reduced.get(), reduced.get(), panorama.get());
+    }
+}
+
+void reduce_frame(benchmark::State& state) {
+    const FramePtr frame = decoded_still(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(reduced_frame(frame.get(), 4));
     }
 }
 
@@ -357,8 +387,15 @@ BENCHMARK(open_still)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(open_movie)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(decode_still)->Arg(1440)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(build_tables)->Arg(1440)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(stitch_only_pair)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(stitch_one_of_many)->Arg(1440)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
+// Lens, degrees of feather on each side, angle.
+void stitch_arguments(benchmark::internal::Benchmark* bench, const std::vector<int64_t>& lenses) {
+    bench->ArgNames({"lens", "feather", "angle"})->ArgsProduct({lenses, {0, 2}, {0, 90}});
+    bench->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+BENCHMARK(stitch_only_pair)->Apply([](auto* bench) { stitch_arguments(bench, {1936, 3888}); });
+BENCHMARK(stitch_one_of_many)->Apply([](auto* bench) { stitch_arguments(bench, {1440, 1936}); });
+BENCHMARK(stitch_preview)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(reduce_frame)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(stitch_plain)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(encode_still)->Arg(1936)->Arg(3888)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(movie_steps)->Arg(1440)->Arg(1936)->Unit(benchmark::kMillisecond)->UseRealTime();
