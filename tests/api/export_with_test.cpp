@@ -13,6 +13,8 @@
 #include "support/child.h"
 #include "support/command.h"
 #include "support/media.h"
+#include "support/movie_export.h"
+#include "support/movie_index.h"
 #include "support/samples.h"
 #include "support/temp_dir.h"
 #include "support/with_options.h"
@@ -343,6 +345,30 @@ TEST_F(ExportWith, PictureThatIsCutOffIsToldOrRefused) {
     EXPECT_THAT(refused.json().at("api_errstr").get<std::string>(),
                 testing::MatchesRegex("input 2 is not whole: [4-7][0-9] % of the picture is there"));
     EXPECT_FALSE(fs::exists(output));
+}
+
+// Between two packets, and within one: the pictures before are exported, and the sound as far as it goes.
+TEST_F(ExportWith, MovieThatIsCutOffIsToldOrRefused) {
+    const Shot shot =
+        movies_in(dir, {"--size", "1440", "--frames", "12", "--key-frames", "4", "--sound", "1", "--moov-first"});
+    const Bytes whole = read_file(shot.one);
+    const StoredPacket seventh = packets_of(shot.one, true).at(6);
+    const std::string output = dir.file("out.mov");
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, output, 512, 256);
+    for (const size_t bytes_there : {size_t{0}, seventh.bytes.size() / 2}) {
+        write_file(shot.one, slice(whole, 0, static_cast<size_t>(seventh.position) + bytes_there));
+        options.whole_inputs_only = 0;
+        const Outcome told = export_with(options);
+        EXPECT_EQ(told.result, NQ360_FINISHED) << told.text();
+        EXPECT_THAT(told.json().value("missing", ""),
+                    testing::MatchesRegex("input 1: [45][0-9] % of the movie is there"));
+        EXPECT_EQ(codes_of(output), equal_codes(0, 5));
+        options.whole_inputs_only = 1;
+        const Outcome refused = export_with(options);
+        EXPECT_EQ(refused.result, NQ360_FAILED);
+        EXPECT_THAT(refused.json().value("api_errstr", ""),
+                    testing::MatchesRegex("input 1 is not whole: [45][0-9] % of the movie is there"));
+    }
 }
 
 TEST_F(ExportWith, WholeInputsAreNotFoundMissing) {
