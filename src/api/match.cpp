@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <new>
@@ -126,7 +127,7 @@ std::string joined(const std::string& one, const std::string& other) {
 
 int NQ360_match(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot) {
     std::unique_ptr<NQ360_SHOT> opened;
-    return shot_job(options, shot, &opened, [&](NQ360_SHOT& used, const Client& client, const char** reply) {
+    const auto work = [&](NQ360_SHOT& used, const Client& client, const char** reply) {
         const Paths paths = used.paths();
         SeamMatcher matcher(changes_of(*options, used));
         if (!look_at_places(used, *options, client, &matcher)) {
@@ -137,5 +138,6 @@ int NQ360_match(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot) {
         match.warning = joined(match.warning, doubts_about(paths.movie1, paths.movie2));
         *reply = json_of(match);
         return NQ360_FINISHED;
-    });
+    };
+    return shot_job(options, shot, &opened, std::ref(work));
 }

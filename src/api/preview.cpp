@@ -67,7 +67,7 @@ int preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, const char* n
         *size = 0;
     }
     std::unique_ptr<NQ360_SHOT> opened;
-    return shot_job(options, shot, &opened, [&](NQ360_SHOT& used, const Client&, const char** reply) {
+    const auto work = [&](NQ360_SHOT& used, const Client&, const char** reply) {
         if (!bytes || !size) {
             const std::string fault = std::string(bytes ? "size" : name) + ": must not be null";
             fail(used.paths(), "bad option", fault.c_str(), 30005, -1, reply);
@@ -79,7 +79,8 @@ int preview(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, const char* n
         *bytes = block.bytes.release();
         *size = block.size;
         return NQ360_FINISHED;
-    });
+    };
+    return shot_job(options, shot, &opened, std::ref(work));
 }
 
 }  // namespace

@@ -103,11 +103,11 @@ NQ360_STATE shot_job(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, std:
 
 NQ360_SHOT* NQ360_shot_open(const NQ360_EXPORT_OPTIONS* options) {
     std::unique_ptr<NQ360_SHOT> opened;
-    const NQ360_STATE state =
-        shot_job(options, nullptr, &opened, [](NQ360_SHOT& shot, const Client&, const char** reply) {
-            *reply = make_json_shot(shot, shot.lens_size());
-            return NQ360_FINISHED;
-        });
+    const auto work = [](NQ360_SHOT& shot, const Client&, const char** reply) {
+        *reply = make_json_shot(shot, shot.lens_size());
+        return NQ360_FINISHED;
+    };
+    const NQ360_STATE state = shot_job(options, nullptr, &opened, std::ref(work));
     return state == NQ360_FINISHED ? opened.release() : nullptr;
 }
 

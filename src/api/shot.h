@@ -25,7 +25,8 @@ struct NQ360_SHOT {
 // Throws a text when a frame is not of the size that its file tells.
 void check_frames(const NQ360_SHOT& shot, const OpenShot& frames);
 
-// Makes the last reply, which shot_job sends and frees, and returns its state.
+// Makes the last reply, which shot_job sends and frees, and returns its state. To be handed on as a std::ref: a copy
+// would need memory where nothing catches the want of it.
 using ShotWork = std::function<NQ360_STATE(NQ360_SHOT& shot, const Client& client, const char** reply)>;
 
 // Does work on a shot at the record's start times, from the check of the record to the last reply, whose state it

@@ -2,20 +2,26 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <string>
+#include <memory>
+#include <new>
 
 #include "base/log_sink.h"
 
 namespace {
 
+// Never throws for want of memory, since nothing that logs expects it: a long line is cut short then.
 int hand_over(const LogSink::Sink& sink, int level, const char* format, va_list arguments) {
+    char usual[1024];
     va_list measured;
     va_copy(measured, arguments);
-    const int length = vsnprintf(nullptr, 0, format, measured);
+    const int length = vsnprintf(usual, sizeof(usual), format, measured);
     va_end(measured);
-    std::string line(length > 0 ? static_cast<size_t>(length) : 0, '\0');
-    vsnprintf(line.data(), line.size() + 1, format, arguments);
-    sink(level, line.c_str());
+    const size_t size = length < 0 ? 1 : static_cast<size_t>(length) + 1;
+    const std::unique_ptr<char[]> longer(size > sizeof(usual) ? new (std::nothrow) char[size] : nullptr);
+    if (longer) {
+        vsnprintf(longer.get(), size, format, arguments);
+    }
+    sink(level, longer ? longer.get() : usual);
     return '\n';
 }
 

@@ -1,5 +1,6 @@
 #include "media/lens_file.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <new>
@@ -87,12 +88,18 @@ FramePtr LensFile::frame_at(double seconds) {
 
 bool LensFile::read_to(double seconds, AVFrame* frame) {
     const PacketPtr packet = new_packet();
+    int result = 0;
     bool found = false;
-    while (!found && media_.read_packet(0, packet.get(), {}) >= 0) {
+    while (!found && (result = media_.read_packet(0, packet.get(), {})) >= 0) {
         bool got_frame = false;
         // An empty packet would tell the decoder the end.
         found = packet->size > 0 && decode(*packet, seconds, frame, &got_frame);
         av_packet_unref(packet.get());
+    }
+    if (result < 0 && result != AVERROR_EOF && result != AVERROR_INVALIDDATA) {
+        char text[AV_ERROR_MAX_STRING_SIZE] = "";
+        av_strerror(result, text, sizeof(text));
+        throw UnreadableFile(result, text);
     }
     return found;
 }
@@ -111,7 +118,11 @@ bool LensFile::drain_to(double seconds, AVFrame* frame) {
 
 bool LensFile::decode(const AVPacket& packet, double seconds, AVFrame* frame, bool* got_frame) {
     int got = 0;
-    *got_frame = media_.decode_packet(0, packet, frame, &got) >= 0 && got != 0;
+    const int result = media_.decode_packet(0, packet, frame, &got);
+    if (result == AVERROR(ENOMEM)) {
+        throw std::bad_alloc();  // the next frame would be another one than was asked for
+    }
+    *got_frame = result >= 0 && got != 0;
     const double time_base = av_q2d(media_.input_format[0]->streams[media_.video_stream_index[0]]->time_base);
     return *got_frame && (is_still() || static_cast<double>(frame->pts) * time_base >= seconds - kTimeMargin);
 }

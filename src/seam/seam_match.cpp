@@ -17,7 +17,7 @@ constexpr double kMostGain = 16;           // that an export takes
 constexpr double kNeutralChroma = 128;
 
 double rounded(double number, double unit) {
-    return std::round(number / unit) * unit;
+    return std::round(number / unit) * unit + 0.0;  // not -0
 }
 
 double mean_of_middle_half(std::vector<double> numbers) {

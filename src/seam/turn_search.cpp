@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include <opencv2/imgproc.hpp>
 
-namespace {
+#include "projection/parallel.h"
 
-constexpr int kDirections = Ring::kDirections;
+namespace {
 
 constexpr int directions_of(double degrees) {
     return static_cast<int>(degrees / Ring::kDegreesPerDirection + 0.5);
@@ -21,119 +22,187 @@ constexpr double kFinest = directions_of(0.1);
 constexpr double kLeastContrast = 1;      // steps of Y
 constexpr double kLeastConfidence = 0.2;  // below it a turn is a guess
 
-// Blurred around the ring.
-cv::Mat blurred(const cv::Mat& row, const cv::Mat& kernel) {
-    const int margin = kernel.cols / 2;
-    cv::Mat wrapped;
-    cv::copyMakeBorder(row, wrapped, 0, 0, margin, margin, cv::BORDER_WRAP);
+// The whole circle is compared in steps of so many directions, and the best of them then in single ones.
+constexpr int kCoarse = 4;
+static_assert(Ring::kDirections % kCoarse == 0 && kMostTurn % kCoarse == 0, "coarse steps come round");
+
+// The row with what comes before and after it around the ring.
+cv::Mat wrapped(const cv::Mat& row, int margin) {
     cv::Mat result;
-    cv::filter2D(wrapped, result, CV_32F, kernel);
-    return result.colRange(margin, margin + row.cols).clone();
+    cv::copyMakeBorder(row, result, 0, 0, margin, margin, cv::BORDER_WRAP);
+    return result;
 }
 
-// What a row shows between the two widths, as a signal about 0, and where it counts (1) or not (0).
+cv::Mat smoothed(const cv::Mat& row) {
+    constexpr int kMargin = 3 * static_cast<int>(kFinest);
+    cv::Mat result;
+    cv::GaussianBlur(wrapped(row, kMargin), result, cv::Size(2 * kMargin + 1, 1), kFinest);
+    return result.colRange(kMargin, kMargin + row.cols);
+}
+
+cv::Mat surroundings_sum(const cv::Mat& row) {
+    constexpr int kMargin = kWidest / 2;
+    cv::Mat result;
+    cv::boxFilter(wrapped(row, kMargin), result, CV_32F, cv::Size(2 * kMargin + 1, 1), cv::Point(-1, -1), false);
+    return result.colRange(kMargin, kMargin + row.cols);
+}
+
+// What a row shows between the two widths, as a signal about 0, and where it counts (1) or not (0). CV_32FC1.
 struct Signal {
-    cv::Mat detail;  // CV_32FC1
-    cv::Mat counts;  // CV_32FC1
+    cv::Mat detail;
+    cv::Mat counts;
 };
 
 Signal signal_of(const cv::Mat& samples) {
-    static const cv::Mat fine = cv::getGaussianKernel(6 * static_cast<int>(kFinest) + 1, kFinest, CV_32F).t();
-    static const cv::Mat wide = cv::Mat::ones(1, kWidest + 1, CV_32FC1);
     Signal signal;
     usable(samples).convertTo(signal.counts, CV_32F, 1.0 / 255);
     cv::Mat values;
     samples.convertTo(values, CV_32F);
-    const cv::Mat smooth = blurred(values, fine);
-    const cv::Mat counted = cv::max(blurred(signal.counts, wide), 1);
-    const cv::Mat surroundings = blurred(smooth.mul(signal.counts), wide) / counted;
+    const cv::Mat smooth = smoothed(values);
+    const cv::Mat surroundings =
+        surroundings_sum(smooth.mul(signal.counts)) / cv::max(surroundings_sum(signal.counts), 1);
     signal.detail = (smooth - surroundings).mul(signal.counts);
     return signal;
 }
 
-cv::Mat spectrum_of(const cv::Mat& signal) {
-    cv::Mat spectrum;
-    cv::dft(signal, spectrum);
-    return spectrum;
+// Counts where all that it is the mean of does.
+Signal coarsened(const Signal& signal) {
+    const cv::Size size(signal.detail.cols / kCoarse, 1);
+    cv::Mat detail;
+    cv::Mat share;
+    cv::resize(signal.detail, detail, size, 0, 0, cv::INTER_AREA);
+    cv::resize(signal.counts, share, size, 0, 0, cv::INTER_AREA);
+    Signal coarse;
+    cv::threshold(share, coarse.counts, 0.999, 1, cv::THRESH_BINARY);
+    coarse.detail = detail.mul(coarse.counts);
+    return coarse;
 }
 
-// The sum over all rows of a(x) * b(x + shift), for every shift around the ring at once.
-class Correlation {
+// Two rows that show the same when lens 2's is shifted rightly.
+class RowPair {
   public:
-    void add(const cv::Mat& a, const cv::Mat& b) {
-        cv::Mat product;
-        cv::mulSpectrums(spectrum_of(b), spectrum_of(a), product, 0, true);
-        sum_ = sum_.empty() ? product : cv::Mat(sum_ + product);
-    }
-    cv::Mat at_all_shifts() const {
-        cv::Mat result;
-        cv::dft(sum_, result, cv::DFT_INVERSE | cv::DFT_SCALE);
-        return result;
+    // What lens 2 shows is taken twice around, so that any shift is a part of it.
+    RowPair(const Signal& one, const Signal& two)
+        : detail1_(one.detail),
+          squares1_(one.detail.mul(one.detail)),
+          counts1_(one.counts),
+          detail2_(cv::repeat(two.detail, 1, 2)),
+          squares2_(cv::repeat(two.detail.mul(two.detail), 1, 2)),
+          counts2_(cv::repeat(two.counts, 1, 2)) {}
+
+    double product(int shift) const { return detail1_.dot(part(detail2_, shift)); }
+    // Of what counts in both.
+    double square1(int shift) const { return squares1_.dot(part(counts2_, shift)); }
+    double square2(int shift) const { return counts1_.dot(part(squares2_, shift)); }
+
+    double mean_square() const {
+        return (cv::sum(squares1_)[0] + cv::sum(squares2_)[0] / 2) /
+               std::max(cv::sum(counts1_)[0] + cv::sum(counts2_)[0] / 2, 1.0);
     }
 
   private:
-    cv::Mat sum_;
-};
-
-// How alike the rings are at each shift of lens 2's, -1 to 1, of what counts in both.
-struct Likeness {
-    cv::Mat at_shift;  // CV_32FC1
-    double contrast = 0;
-
-    float operator()(int shift) const { return at_shift.at<float>(0, (shift + kDirections) % kDirections); }
-};
-
-Likeness likeness_of(const std::vector<SeamPair>& pairs) {
-    Correlation products;
-    Correlation squares1;
-    Correlation squares2;
-    double square_sum = 0;
-    double count = 0;
-    for (const SeamPair& pair : pairs) {
-        for (const SeamPair::Rows& rows : pair.rows_alike()) {
-            const Signal one = signal_of(rows.lens1);
-            const Signal two = signal_of(rows.lens2);
-            products.add(one.detail, two.detail);
-            squares1.add(one.detail.mul(one.detail), two.counts);
-            squares2.add(one.counts, two.detail.mul(two.detail));
-            square_sum += one.detail.dot(one.detail) + two.detail.dot(two.detail);
-            count += cv::sum(one.counts)[0] + cv::sum(two.counts)[0];
-        }
+    cv::Mat part(const cv::Mat& twice, int shift) const {
+        const int first = (shift + detail1_.cols) % detail1_.cols;
+        return twice.colRange(first, first + detail1_.cols);
     }
-    Likeness likeness;
-    likeness.contrast = std::sqrt(square_sum / std::max(count, 1.0));
-    cv::Mat norm;
-    cv::sqrt(cv::max(squares1.at_all_shifts(), 1).mul(cv::max(squares2.at_all_shifts(), 1)), norm);
-    likeness.at_shift = products.at_all_shifts() / norm;
-    return likeness;
+
+    cv::Mat detail1_, squares1_, counts1_;
+    cv::Mat detail2_, squares2_, counts2_;
+};
+using RowPairs = std::vector<RowPair>;
+
+// How alike the rings are when lens 2's is shifted: -1 to 1.
+double likeness(const RowPairs& rows, int shift) {
+    double product = 0;
+    double square1 = 0;
+    double square2 = 0;
+    for (const RowPair& row : rows) {
+        product += row.product(shift);
+        square1 += row.square1(shift);
+        square2 += row.square2(shift);
+    }
+    return product / std::max(std::sqrt(square1 * square2), 1.0);
 }
 
-// Where the parabola through three neighbouring values is highest, from the middle one.
-double peak_between(double before, double middle, double after) {
-    const double curvature = before - 2 * middle + after;
-    return curvature < 0 ? std::clamp(0.5 * (before - after) / curvature, -0.5, 0.5) : 0;
+double contrast_of(const RowPairs& rows) {
+    double square = 0;
+    for (const RowPair& row : rows) {
+        square += row.mean_square() / static_cast<double>(rows.size());
+    }
+    return std::sqrt(square);
+}
+
+// The best shift within reach, and how alike the rings are at the best of those that must be wrong. Coarse steps.
+struct CoarseTurn {
+    int shift;
+    double elsewhere;
+};
+
+CoarseTurn coarse_turn(const RowPairs& rows) {
+    constexpr int kShifts = Ring::kDirections / kCoarse;
+    constexpr int kReach = kMostTurn / kCoarse;
+    std::vector<double> at_shift(kShifts);
+    in_parallel(kShifts, [&](const cv::Range& shifts) {
+        for (int shift = shifts.start; shift < shifts.end; ++shift) {
+            at_shift[static_cast<size_t>(shift)] = likeness(rows, shift);
+        }
+    });
+    const auto at = [&](int shift) { return at_shift[static_cast<size_t>((shift + 2 * kShifts) % kShifts)]; };
+    CoarseTurn turn = {0, 0};
+    for (int shift = -kReach; shift <= kReach; ++shift) {
+        turn.shift = at(shift) > at(turn.shift) ? shift : turn.shift;
+    }
+    for (int shift = turn.shift + kReach; shift <= turn.shift + kShifts - kReach; ++shift) {
+        turn.elsewhere = std::max(turn.elsewhere, at(shift));
+    }
+    return turn;
+}
+
+// Where the rings are most alike near a coarse step, by the parabola through the best shift and its neighbours.
+struct Peak {
+    double shift;
+    double height;
+};
+
+Peak peak_near(const RowPairs& rows, int coarse) {
+    int best = coarse * kCoarse;
+    double height = likeness(rows, best);
+    for (int shift = (coarse - 1) * kCoarse; shift <= (coarse + 1) * kCoarse; ++shift) {
+        const double here = likeness(rows, shift);
+        if (here > height) {
+            height = here;
+            best = shift;
+        }
+    }
+    const double before = likeness(rows, best - 1);
+    const double after = likeness(rows, best + 1);
+    const double curvature = before - 2 * height + after;
+    return {best + (curvature < 0 ? std::clamp(0.5 * (before - after) / curvature, -0.5, 0.5) : 0), height};
 }
 
 }  // namespace
 
 FoundTurn find_turn(const std::vector<SeamPair>& pairs) {
+    RowPairs fine;
+    RowPairs coarse;
+    for (const SeamPair& pair : pairs) {
+        for (const SeamPair::Rows& rows : pair.rows_alike()) {
+            const Signal one = signal_of(rows.lens1);
+            const Signal two = signal_of(rows.lens2);
+            fine.emplace_back(one, two);
+            coarse.emplace_back(coarsened(one), coarsened(two));
+        }
+    }
     FoundTurn found;
-    const Likeness likeness = likeness_of(pairs);
-    found.is_clear = likeness.contrast >= kLeastContrast;
+    found.is_clear = contrast_of(fine) >= kLeastContrast;
     if (!found.is_clear) {
         return found;
     }
-    int best = 0;
-    for (int shift = -kMostTurn; shift <= kMostTurn; ++shift) {
-        best = likeness(shift) > likeness(best) ? shift : best;
-    }
-    double elsewhere = 0;  // the best of what must be wrong
-    for (int shift = best + kMostTurn; shift < best + kDirections - kMostTurn; ++shift) {
-        elsewhere = std::max<double>(elsewhere, likeness(shift));
-    }
-    found.confidence = std::max(0.0, (likeness(best) - elsewhere) / std::max(1 - elsewhere, 1e-6));
+    const CoarseTurn turn = coarse_turn(coarse);
+    const Peak peak = peak_near(fine, turn.shift);
+    found.confidence = std::max(0.0, (peak.height - turn.elsewhere) / std::max(1 - turn.elsewhere, 1e-6));
     if (found.confidence >= kLeastConfidence) {
-        found.directions = best + peak_between(likeness(best - 1), likeness(best), likeness(best + 1));
+        found.directions = peak.shift;
     }
     return found;
 }

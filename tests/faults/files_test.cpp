@@ -62,3 +62,15 @@ INSTANTIATE_TEST_SUITE_P(FromThenOn, FaultyFiles,
                                           testing::Values(FileStep::kOpen, FileStep::kWrite, FileStep::kClose),
                                           testing::Values(Lasting::kFromThenOn)),
                          name_of_case);
+
+// A job on a shot writes nothing.
+INSTANTIATE_TEST_SUITE_P(OfShotOnce, FaultyFiles,
+                         testing::Combine(testing::ValuesIn(kShotJobs),
+                                          testing::Values(FileStep::kOpen, FileStep::kRead),
+                                          testing::Values(Lasting::kOnce)),
+                         name_of_case);
+
+INSTANTIATE_TEST_SUITE_P(OfShotFromThenOn, FaultyFiles,
+                         testing::Combine(testing::ValuesIn(kShotJobs), testing::Values(FileStep::kOpen),
+                                          testing::Values(Lasting::kFromThenOn)),
+                         name_of_case);

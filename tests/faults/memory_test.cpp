@@ -166,5 +166,6 @@ TEST(RefusalWithoutMemory, EndsTheCallWithOneReplyAndTouchesNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, FaultyMemory, testing::ValuesIn(kJobs), name_of_job);
+INSTANTIATE_TEST_SUITE_P(OfShot, FaultyMemory, testing::ValuesIn(kShotJobs), name_of_job);
 
 #endif

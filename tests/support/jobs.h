@@ -1,6 +1,7 @@
 // The kinds of job that a fault may meet, each small and with its own files, and what holds however one ends.
 #pragma once
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -8,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include "support/replies.h"
 #include "support/samples.h"
@@ -163,6 +166,61 @@ inline Job analysis_with_options(const TempDir& dir) {
     return {run, {input}, thumbnail};
 }
 
+namespace jobs_detail {
+
+// Without allocations, which a fault is to meet in the job alone.
+inline void keep_bytes(const char* path, const void* bytes, size_t size) {
+    const int file = open(path, O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0666);
+    const ssize_t written = write(file, bytes, size);
+    close(file);
+    ASSERT_EQ(written, static_cast<ssize_t>(size));
+}
+
+// A job on a shot makes no file: what it gives is kept in another folder, so that a fault does not meet the test.
+using ShotCall = void (*)(const NQ360_EXPORT_OPTIONS& options, const char* result_path);
+
+inline Job shot_job(const Shot& shot, ShotCall call) {
+    const auto elsewhere = std::make_shared<TempDir>();
+    const std::string result = elsewhere->file("result");
+    const auto run = [shot, elsewhere, result, call](NQ360_CALLBACK callback) {
+        NQ360_EXPORT_OPTIONS options;
+        NQ360_export_options_init(&options);
+        options.lens1 = shot.one.c_str();
+        options.lens2 = shot.two.c_str();
+        options.width = 128;
+        options.height = 64;
+        options.reply = hand_on;
+        options.log = [](int, const char*, void*) {};
+        options.user = &callback;
+        call(options, result.c_str());
+        return 0;
+    };
+    return {run, {shot.one, shot.two}, result};
+}
+
+}  // namespace jobs_detail
+
+inline Job movie_preview(const TempDir& dir) {
+    return jobs_detail::shot_job(jobs_detail::short_movies(dir),
+                                 [](const NQ360_EXPORT_OPTIONS& options, const char* result_path) {
+                                     unsigned char* jpeg = nullptr;
+                                     size_t size = 0;
+                                     if (NQ360_preview(&options, nullptr, &jpeg, &size) == NQ360_FINISHED) {
+                                         jobs_detail::keep_bytes(result_path, jpeg, size);
+                                     }
+                                     NQ360_free(jpeg);
+                                 });
+}
+
+inline Job stills_match(const TempDir& dir) {
+    return jobs_detail::shot_job(
+        stills_in(dir, {"--size", "1440"}), [](const NQ360_EXPORT_OPTIONS& options, const char* result_path) {
+            if (NQ360_match(&options, nullptr) == NQ360_FINISHED) {
+                jobs_detail::keep_bytes(result_path, last_reply.text, std::strlen(last_reply.text));
+            }
+        });
+}
+
 struct NamedJob {
     const char* name;
     MakeJob make;
@@ -180,6 +238,9 @@ inline const NamedJob kJobs[] = {{"MovieExport", movie_export},
                                  {"StillsExportWithOptions", stills_export_with_options},
                                  {"SoundExtractionWithOptions", sound_extraction_with_options},
                                  {"AnalysisWithOptions", analysis_with_options}};
+
+// These write nothing.
+inline const NamedJob kShotJobs[] = {{"MoviePreview", movie_preview}, {"StillsMatch", stills_match}};
 
 inline std::string name_of_job(const testing::TestParamInfo<NamedJob>& job) {
     return job.param.name;
