@@ -1,47 +1,29 @@
-// A whole export of two small files. An input holds both, and how they are exported:
+// A whole export of two small files. An input is a pair (pair.h), and in it how they are exported:
 //
-//   byte 0    bit 0: the first is a movie; bit 1: the second is; bit 2: the panorama has the other kind's name
+//   byte 0    bit 2: the panorama has the other kind's name
 //   byte 1    bits 0 and 1: whose sound; bit 2: from a little after the beginning; bit 3: to a little later; bit 4:
 //             with options; bit 5: with kept metadata, for the web; bit 6: turned, mixed, scaled and filtered; bit 7:
 //             of whole inputs alone, with AAC
-//   byte 2-5  the first file's length, big-endian
-//   then      the first file, and the second one
 #include <algorithm>
 
+#include "pair.h"
 #include "replies.h"
 
 namespace {
 
-using test_support::Bytes;
+using fuzz::Pair;
 
-constexpr size_t kHead = 6;
-
-struct Job {
-    uint8_t kinds;
-    uint8_t options;
-    Bytes files[2];
-
-    bool is_movie(int input) const { return (kinds >> input & 1) != 0; }
-};
-
-Job job_of(const uint8_t* data, size_t size) {
-    const Bytes input = fuzz::bytes_of(data, size);
-    const size_t rest = size - kHead;
-    const size_t first = kHead + std::min<size_t>(rest, test_support::read_big_endian(input, 2, 4));
-    return {data[0], data[1], {test_support::slice(input, kHead, first), test_support::slice(input, first, size)}};
-}
-
-std::string output_of(const Job& job) {
+std::string output_of(const Pair& job) {
     const bool other = (job.kinds >> 2 & 1) != 0;
     const bool movie = job.is_movie(0) || job.is_movie(1);
     return fuzz::path_of(movie != other ? "panorama.mov" : "panorama.jpg");
 }
 
-bool has(const Job& job, int bit) {
+bool has(const Pair& job, int bit) {
     return (job.options >> bit & 1) != 0;
 }
 
-NQ360_EXPORT_OPTIONS options_of(const Job& job, const std::string inputs[2], const std::string& output) {
+NQ360_EXPORT_OPTIONS options_of(const Pair& job, const std::string inputs[2], const std::string& output) {
     NQ360_EXPORT_OPTIONS options;
     NQ360_export_options_init(&options);
     options.lens1 = inputs[0].c_str();
@@ -72,15 +54,11 @@ NQ360_EXPORT_OPTIONS options_of(const Job& job, const std::string inputs[2], con
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < kHead) {
+    if (size < fuzz::kPairHead) {
         return 0;
     }
-    const Job job = job_of(data, size);
-    std::string inputs[2];
-    for (int i = 0; i < 2; ++i) {
-        inputs[i] = fuzz::path_of(std::string("lens") + (i == 0 ? "1" : "2") + (job.is_movie(i) ? ".mov" : ".jpg"));
-        fuzz::write_input(inputs[i], job.files[i].data(), job.files[i].size());
-    }
+    const Pair job = fuzz::pair_of(data, size);
+    const std::string inputs[2] = {fuzz::written(job, 0), fuzz::written(job, 1)};
     const std::string output = output_of(job);
     const int no = CORRECT_NONE;
     const float start = has(job, 2) ? 0.04f : 0.0f;
@@ -96,9 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                      end);
     });
     fuzz::require(finished == fuzz::exists(output), "there is a panorama just when the export finished");
-    for (int i = 0; i < 2; ++i) {
-        fuzz::require(fuzz::content_of(inputs[i]) == job.files[i], "the inputs are as they were");
-    }
+    fuzz::require_as_written(job, inputs);
     std::filesystem::remove(output);
     return 0;
 }

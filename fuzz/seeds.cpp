@@ -247,8 +247,8 @@ Bytes lens_movie(const Arguments& options) {
 }
 
 void put_pair(const Corpus& corpus, const std::string& name, uint8_t kinds, uint8_t options, const Bytes& first,
-              const Bytes& second) {
-    corpus.put("export", name, Bytes{kinds, options} + be32(first.size()) + first + second);
+              const Bytes& second, const std::string& target = "export") {
+    corpus.put(target, name, Bytes{kinds, options} + be32(first.size()) + first + second);
 }
 
 void put_pairs(const Corpus& corpus) {
@@ -262,6 +262,9 @@ void put_pairs(const Corpus& corpus) {
     put_pair(corpus, "picture-and-movie", 2, 2, picture, baseline);
     put_pair(corpus, "movie-and-picture", 1, 1, main, picture);
     put_pair(corpus, "wrong-name", 7, 0, baseline, baseline);
+    put_pair(corpus, "pictures", 0, 2, picture, picture, "shot");
+    put_pair(corpus, "movies", 3, 1 | 8, main, baseline, "shot");
+    put_pair(corpus, "movie-and-picture", 1, 4, main, picture, "shot");
 }
 
 }  // namespace
