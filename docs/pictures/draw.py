@@ -168,6 +168,58 @@ def draw_angles(tools, folder):
     save(figure, folder, "angles.png")
 
 
+def looked(yaw=0, pitch=0, roll=0):
+    """The turned panorama's points on the unit sphere, as they stand where the look is not turned."""
+    x, y = np.meshgrid(np.arange(0, PANORAMA[0], 4), np.arange(0, PANORAMA[1], 4))
+    longitude = x * 2 * math.pi / PANORAMA[0] - math.pi
+    colatitude = y * math.pi / PANORAMA[1]
+    p = np.sin(colatitude) * np.cos(longitude), np.sin(colatitude) * np.sin(longitude), np.cos(colatitude)
+
+    def turn(a, b, degrees):
+        c, s = math.cos(math.radians(degrees)), math.sin(math.radians(degrees))
+        return c * a - s * b, s * a + c * b
+
+    level_y, level_z = turn(p[1], p[2], roll)
+    flat_x, upright = turn(p[0], level_z, pitch)
+    return (x, y), (*turn(flat_x, level_y, yaw), upright)
+
+
+def draw_views(tools, folder):
+    pair = tools.pair("upright", "--angle", "90")
+    settings = [("angle 90", {}), ("yaw 45: the look goes to the right", {"yaw": 45}),
+                ("pitch 30: up", {"pitch": 30}), ("roll 20: the horizon turns clockwise", {"roll": 20})]
+    figure, panels = plt.subplots(2, 2, figsize=(10, 5.6), layout="constrained")
+    for axes, (title, view) in zip(panels.flat, settings):
+        options = [part for name, degrees in view.items() for part in (f"--{name}", str(degrees))]
+        axes.imshow(tools.stitch(pair, "view.jpg", "--tilt", "90", *options), alpha=0.8)
+        (x, y), seen = looked(**view)
+        axes.contour(x, y, seen[2], levels=[0], colors=LENS1, linewidths=2.5)
+        axes.plot(PANORAMA[0] / 2, PANORAMA[1] / 2, "+", color="white", ms=22, mew=3)
+        axes.set_xlim(0, PANORAMA[0])
+        axes.set_ylim(PANORAMA[1], 0)
+        bare(axes, title)
+    save(figure, folder, "views.png")
+
+
+def draw_feather(tools, folder):
+    pair = tools.pair("unequal", "--factor", "1.35", "--turn2", "2", "--scene", "tests/data/apollo17.png")
+    matched = ["--turn2", "2", "--gain2", "0.74,0.74,0.74"]
+    settings = [("feather 0: lens 2, below, is brighter by a factor of 1.35 and turned by 2°", ["--feather", "0"]),
+                ("feather 4: both lenses are mixed between the arrows", ["--feather", "4"]),
+                ("turn2 2, gain2 0.74 0.74 0.74 and feather 1.5", [*matched, "--feather", "1.5"])]
+    rows, columns = slice(PANORAMA[1] // 2 - 36, PANORAMA[1] // 2 + 36), slice(0, 576)
+    figure, panels = plt.subplots(3, 1, figsize=(10, 4.8), layout="constrained")
+    for axes, (title, options) in zip(panels, settings):
+        axes.imshow(tools.stitch(pair, "feather.jpg", *options)[rows, columns], interpolation="bilinear")
+        width = float(options[-1]) * PANORAMA[1] / 180
+        for side in (-1, 1):
+            for edge, away in ((-12, "left"), (columns.stop + 11, "right")):
+                axes.annotate("", (-1 if away == "left" else columns.stop, 36 + side * width), (edge, 36 + side * width),
+                              arrowprops={"arrowstyle": "-|>", "color": INK}, annotation_clip=False)
+        bare(axes, title)
+    save(figure, folder, "feather.png")
+
+
 def strip(path, columns=2880, rows=72):
     """A band picture: a dark strip that says where it begins."""
     figure = plt.figure(figsize=(columns / 100, rows / 100), facecolor="#20304a")
@@ -192,7 +244,7 @@ def draw_seam(tools, folder):
                 ("With a band picture over the seam", ["--correct2=24,-8,6", "--band", band])]
     figure, panels = plt.subplots(3, 1, figsize=(10, 4.6), layout="constrained")
     for axes, (title, options) in zip(panels, settings):
-        axes.imshow(tools.stitch(pair, "seam.jpg", *options)[rows])
+        axes.imshow(tools.stitch(pair, "seam.jpg", "--feather", "0", *options)[rows])
         bare(axes, title)
     save(figure, folder, "seam.png")
 
@@ -257,7 +309,9 @@ def main():
         draw_circles(tools, folder)
         draw_sources(tools, folder)
         draw_angles(tools, folder)
+        draw_views(tools, folder)
         draw_seam(tools, folder)
+        draw_feather(tools, folder)
         draw_band(folder)
 
 
