@@ -59,14 +59,11 @@ install(EXPORT nq360Targets NAMESPACE nq360:: DESTINATION ${NQ360_CMAKE_DIR} COM
 
 # ---- The command ----
 
-# It uses FFmpeg directly too. The system's own folders need no mention.
+# The system's own folders need no mention.
 file(RELATIVE_PATH NQ360_BIN_TO_LIB /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 set(NQ360_COMMAND_RPATH "")
 if(NOT CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
   list(APPEND NQ360_COMMAND_RPATH "$ORIGIN/${NQ360_BIN_TO_LIB}")
-endif()
-if(NQ360_FFMPEG_PREFIX)
-  list(APPEND NQ360_COMMAND_RPATH "$ORIGIN/${NQ360_BIN_TO_LIB}/nq360")
 endif()
 set_target_properties(nq360-cli PROPERTIES INSTALL_RPATH "${NQ360_COMMAND_RPATH}")
 

@@ -22,36 +22,37 @@ std::string padded(const std::string& text, size_t width) {
 }
 
 std::string row(const std::string& type, const std::string& size, const std::string& length, const std::string& frames,
-                const std::string& is_360, const std::string& date, const std::string& source,
-                const std::string& name) {
+                const std::string& is_360, const std::string& damaged, const std::string& date,
+                const std::string& source, const std::string& name) {
     return padded(type, 5) + padded(size, 9) + padded(length, 7) + padded(frames, 6) + padded(is_360, 3) +
-           padded(date, 19) + padded(source, 25) + name + "\n";
+           padded(damaged, 7) + padded(date, 19) + padded(source, 25) + name + "\n";
 }
 
 std::string header() {
-    return row("TYPE", "SIZE", "LENGTH", "FRAMES", "360", "DATE", "SOURCE", "NAME");
+    return row("TYPE", "SIZE", "LENGTH", "FRAMES", "360", "DAMAGED", "DATE", "SOURCE", "NAME");
 }
 
 std::string row(const Description& file, const std::string& path) {
     const auto or_dash = [](const std::string& text) { return text.empty() ? "-" : printable(text); };
-    // A picture has a length of its own in the reply, which tells nobody anything.
-    const bool has_length = !file.is_picture && file.duration >= 0;
     const bool has_frames = !file.is_picture && file.frames > 0;
     return row(file.is_picture ? "JPEG" : "MOVIE", std::to_string(file.width) + "x" + std::to_string(file.height),
-               has_length ? clock_text(file.duration) : "-", has_frames ? std::to_string(file.frames) : "-",
-               file.is_360 ? "yes" : "no", or_dash(file.datetime), or_dash(file.source), printable(path));
+               file.has_length() ? clock_text(file.duration) : "-", has_frames ? std::to_string(file.frames) : "-",
+               file.is_360 ? "yes" : "no", or_dash(file.unread), or_dash(file.datetime), or_dash(file.source),
+               printable(path));
 }
 
 class Analyze : public Command {
   public:
     explicit Analyze(CLI::App& app)
-        : Command(app, "analyze",
-                  "Describes pictures and movies. In a folder, all that are in it. A file that cannot be read is named "
-                  "and the others go on.") {
+        : Command(
+              app, "analyze",
+              "Describes pictures and movies. In a folder, all that are in it. A file that cannot be read is named "
+              "and the others go on. What of a file is damaged (its picture, movie, exif, xmp) stands in a column.") {
         parser()
             .add_option("FILE", arguments_, "picture (.jpg, .jpeg), movie (.mov, .mp4) or folder of these")
             ->option_text("FILE|DIR...")
             ->required();
+        parser().add_flag("-r,--recursive", recursive_, "in folders, the folders in them too");
         parser().add_flag(
             "--json", json_,
             "print one JSON object a line and file, with the keys of the library's replies; that of a file "
@@ -70,11 +71,12 @@ class Analyze : public Command {
 
   private:
     int run() override {
-        const std::vector<std::string> files = input_files(arguments_);
+        const std::vector<std::string> files = input_files(arguments_, recursive_);
         std::optional<ThumbnailNames> names;
         if (thumbnail_folder_) {
             names.emplace(*thumbnail_folder_, files);
         }
+        const Stoppable stoppable("this file is described");
         Progress progress("files", false);
         if (files.size() > 1) {
             progress.begin(static_cast<int64_t>(files.size()));
@@ -92,8 +94,10 @@ class Analyze : public Command {
                 progress.advance(described_ + failed_);
             }
         }
-        if (files.size() > 1 && failed_ > 0) {
-            console().tell(std::to_string(described_) + " described, " + std::to_string(failed_) + " failed");
+        if (files.size() > 1 && failed_ + damaged_ > 0) {
+            console().tell(std::to_string(described_) + " described, " +
+                           (damaged_ > 0 ? std::to_string(damaged_) + " of them damaged, " : "") +
+                           std::to_string(failed_) + " failed");
         }
         return failed_ > 0 ? kFailed : kDone;
     }
@@ -104,25 +108,34 @@ class Analyze : public Command {
         if (json_) {
             console().print(json_line(reply));
         }
-        std::string failure;
         if (outcome.state != NQ360_FINISHED) {
-            failure = analysis_failure(reply, file, thumbnail.value_or(""));
-        } else if (const Description found = read_description(reply); found.width <= 0 || found.height <= 0) {
-            failure = printable(file) + ": holds no picture that can be read; it may be damaged or cut short";
-        } else if (!json_) {
-            console().print(row(found, file));
+            fail(analysis_failure(reply, file, thumbnail.value_or("")));
+            return;
         }
-        ++(failure.empty() ? described_ : failed_);
-        if (!failure.empty()) {
-            console().complain(failure);
+        const Description found = read_description(reply);
+        if (found.width <= 0 || found.height <= 0) {
+            fail(no_picture(file));
+            return;
+        }
+        ++described_;
+        damaged_ += found.unread.empty() ? 0 : 1;
+        if (!json_) {
+            console().print(row(found, file));
         }
     }
 
+    void fail(const std::string& why) {
+        ++failed_;
+        console().complain(why);
+    }
+
     std::vector<std::string> arguments_;
+    bool recursive_ = false;
     bool json_ = false;
     std::optional<std::string> thumbnail_folder_;
     int thumbnail_width_ = kThumbnailWidth;
     int64_t described_ = 0;
+    int64_t damaged_ = 0;
     int64_t failed_ = 0;
 };
 

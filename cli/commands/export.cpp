@@ -1,40 +1,53 @@
 // nq360 export
 #include <algorithm>
 #include <cctype>
+#include <climits>
+#include <cmath>
 
 #include "commands/command.h"
 #include "commands/preview.h"
-#include "jobs/arguments.h"
 #include "jobs/description.h"
 #include "jobs/errors.h"
+#include "jobs/export_arguments.h"
 #include "jobs/failure.h"
 #include "jobs/job.h"
-#include "jobs/pair_options.h"
+#include "jobs/proposal.h"
+#include "jobs/range.h"
+#include "jobs/sound.h"
 #include "terminal/interrupt.h"
 #include "terminal/progress.h"
 
 namespace {
 
-constexpr float kWholeMovie = 1e9F;  // seconds; the library holds an end to the movie's own
-
-bool ends_in(const std::string& path, std::initializer_list<const char*> extensions) {
+std::string lower_case_extension(const std::string& path) {
     const size_t dot = path.rfind('.');
     std::string extension = dot == std::string::npos ? "" : path.substr(dot);
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
+}
+
+bool ends_in(const std::string& path, std::initializer_list<const char*> extensions) {
+    const std::string extension = lower_case_extension(path);
     return std::any_of(extensions.begin(), extensions.end(), [&](const char* one) { return extension == one; });
 }
 
-// Twice the lens width rounded down to a usual width (1440: 2880, 1936: 3840, 3888: 7680), and for movies no
-// more than the encoder takes.
-Size default_size(int lens_width, bool movie) {
-    constexpr int kStep = 960;
-    constexpr int kWidestMovie = 4096;
-    int width = std::max(2 * lens_width / kStep, 1) * kStep;
-    if (movie) {
-        width = std::min(width, kWidestMovie);
+// What a folder's new file is called, beyond the name of lens 1.
+std::string usual_ending(bool preview, bool makes_picture, const std::string& lens1) {
+    if (makes_picture) {
+        return preview ? "-preview.jpg" : "-360.jpg";
     }
-    return {width, width / 2};
+    return lower_case_extension(lens1) == ".mp4" ? "-360.mp4" : "-360.mov";
+}
+
+void check_size(Size size) {
+    // As FFmpeg reckons for any picture, with some room around it.
+    if ((size.width + 128LL) * (size.height + 128LL) >= INT_MAX / 8) {
+        throw UsageError("--size: no picture of more than about 268 million pixels can be made, such as 23040x11520");
+    }
+    if (size.width != 2 * size.height) {
+        console().tell("--size: a panorama is twice as wide as high; viewers will show this one distorted");
+    }
 }
 
 class Export : public Command {
@@ -42,131 +55,193 @@ class Export : public Command {
     explicit Export(CLI::App& app)
         : Command(app, "export",
                   "Stitches the two halves of a shot into one panorama. Two pictures make a picture, movies make a "
-                  "movie. Ctrl-C stops it and leaves no file.") {
-        add_lenses(parser(), pair_);
-        parser().add_option("OUT", job_.output, "panorama: .jpg of two pictures, .mov or .mp4 of movies")->required();
+                  "movie. Ctrl-C stops it; what stood at OUT stays until the panorama is whole.") {
+        add_export_arguments(parser(), arguments_);
+        parser().add_flag("--match", match_,
+                          "match the lenses first, as 'nq360 match' does, and export with what it proposes");
         parser().add_flag("--preview", preview_,
                           "write the one panorama at the start as a small picture (.jpg), to try angles and "
                           "corrections");
-        add_parsed(parser(), "--size", size_, parse_size, "WxH",
-                   "pixels of the panorama (twice the lens width, in a movie at most 4096x2048; preview 1024x512)");
-        add_parsed(parser(), "--tilt", job_.tilt, parse_whole_degrees, "DEGREES",
-                   "turn the panorama, whole degrees: with 0 lens 1 looks up, with 90 lens 2 looks at the middle, with "
-                   "-90 lens 1 does (0)");
-        add_turns(parser(), pair_);
-        add_parsed(parser(), "--correct1", job_.corrections[0], parse_correction, "Y,U,V",
-                   "add to brightness and colour of lens 1, each -255 to 255; - leaves one alone");
-        add_parsed(parser(), "--correct2", job_.corrections[1], parse_correction, "Y,U,V", "the same for lens 2");
-        add_text(parser(), "--band", job_.band, "FILE", "lay this picture, a strip, over the seam");
-        add_parsed(parser(), "--sound", job_.sound, parse_sound, "1|2|none", "whose sound the movie gets (1)");
-        add_starts(parser(), pair_);
-        add_parsed(parser(), "--end", ends_[0], parse_seconds, "TIME", "where to end (the end of the movies)");
-        add_parsed(parser(), "--end2", ends_[1], parse_seconds, "TIME", "the same for lens 2");
-        add_text(parser(), "--date", date_, "TEXT", "capture date in the metadata (that of lens 1)");
+        parser().add_flag("--dry-run", dry_run_, "check everything and write nothing");
+        parser().add_flag("--json", json_, "print the library's replies, one JSON object a line");
         parser().add_flag("-f,--force", force_, "replace OUT when it exists");
         add_loudness();
     }
 
   private:
     int run() override {
-        check_range();
-        const Description lens1 = describe(pair_.lens[0]);
-        const Description lens2 = describe(pair_.lens[1]);
-        makes_picture_ = preview_ || (lens1.is_picture && lens2.is_picture);
-        check_output_name();
-        check_output(job_.output, force_, {pair_.lens[0], pair_.lens[1], job_.band.value_or("")});
-        check_starts(lens1, lens2);
-        if (preview_) {
-            return write_preview(pair_, job_, size_);
+        check_lenses(arguments_.pair);
+        check_range(arguments_.pair);
+        for (int i = 0; i < 2; ++i) {
+            lenses_[i] = describe(arguments_.pair.lens[i]);
         }
-        complete_job(lens1);
-        return write_panorama();
+        from_pictures_ = lenses_[0].is_picture && lenses_[1].is_picture;
+        makes_picture_ = preview_ || from_pictures_;
+        choose_output();
+        check_starts();
+        if (!makes_picture_) {
+            check_sound(parser().get_option("--sound")->count() > 0);
+        }
+        tell_what_may_surprise();
+        ExportJob job = complete_job();
+        if (match_ && !match(&job)) {
+            return end_cancelled();
+        }
+        return preview_ ? write_preview(job) : write_panorama(job);
     }
 
-    void check_output_name() const {
-        if (makes_picture_ && !ends_in(job_.output, {".jpg", ".jpeg"})) {
-            throw UsageError(printable(job_.output) + (preview_ ? ": a preview is" : ": two pictures make") +
+    void choose_output() {
+        const std::string& lens1 = arguments_.pair.lens[0];
+        std::string& output = arguments_.output;
+        output = output_file(output, lens1, usual_ending(preview_, makes_picture_, lens1));
+        if (makes_picture_ && !ends_in(output, {".jpg", ".jpeg"})) {
+            throw UsageError(printable(output) + (preview_ ? ": a preview is" : ": two pictures make") +
                              " a picture; let its name end in .jpg");
         }
-        if (!makes_picture_ && !ends_in(job_.output, {".mov", ".mp4"})) {
-            throw UsageError(printable(job_.output) + ": movies make a movie; let its name end in .mov or .mp4");
+        if (!makes_picture_ && !ends_in(output, {".mov", ".mp4"})) {
+            throw UsageError(printable(output) + ": movies make a movie; let its name end in .mov or .mp4");
         }
+        check_output(output, force_ || dry_run_, {lens1, arguments_.pair.lens[1], arguments_.band.value_or("")});
     }
 
-    // Unless told otherwise as much of lens 2 as of lens 1.
-    std::optional<double> end(int which) const {
-        if (which == 0 || ends_[1] || !ends_[0]) {
-            return ends_[which];
-        }
-        return pair_.start(1) + *ends_[0] - pair_.start(0);
-    }
-
-    void check_range() const {
+    void check_starts() const {
         for (int i = 0; i < 2; ++i) {
-            if (end(i) && *end(i) <= pair_.start(i)) {
-                throw UsageError("the end of the range, " + clock_text(*end(i)) + ", does not lie behind its start");
-            }
-        }
-    }
-
-    void check_starts(const Description& lens1, const Description& lens2) const {
-        const Description* lenses[] = {&lens1, &lens2};
-        for (int i = 0; i < 2; ++i) {
-            const bool has_length = !lenses[i]->is_picture && lenses[i]->duration > 0;
-            if (has_length && pair_.start(i) >= lenses[i]->duration) {
-                throw CommandError(printable(pair_.lens[i]) + ": lasts " + decimal_text(lenses[i]->duration) +
+            if (lenses_[i].has_length() && arguments_.pair.start(i) >= lenses_[i].duration) {
+                throw CommandError(printable(arguments_.pair.lens[i]) + ": lasts " + decimal_text(lenses_[i].duration) +
                                    " seconds, so nothing of it is left at the start asked for");
             }
         }
     }
 
-    void complete_job(const Description& lens1) {
-        const Size size = size_.value_or(default_size(lens1.width, !makes_picture_));
-        job_.width = size.width;
-        job_.height = size.height;
-        job_.date = date_.value_or(lens1.datetime);
-        for (int i = 0; i < 2; ++i) {
-            job_.inputs[i] = pair_.lens[i];
-            job_.turns[i] = pair_.turns[i];
-            job_.starts[i] = static_cast<float>(pair_.start(i));
-            job_.ends[i] = end(i) ? static_cast<float>(*end(i)) : kWholeMovie;
+    // That the chosen input has the sound, where it was asked for.
+    void check_sound(bool asked_for) const {
+        if (arguments_.sound < 0 || has_sound(arguments_.pair.lens[arguments_.sound])) {
+            return;
+        }
+        const std::string silent = printable(arguments_.pair.lens[arguments_.sound]) + ": has no sound";
+        const int other = 1 - arguments_.sound;
+        const std::string way_out = has_sound(arguments_.pair.lens[other])
+                                        ? "; --sound " + std::to_string(other + 1) + " takes that of the other lens"
+                                        : "";
+        if (asked_for) {
+            throw CommandError(silent + (way_out.empty() ? "; --sound none leaves it out" : way_out));
+        }
+        console().tell(silent + way_out);
+    }
+
+    void tell_what_may_surprise() {
+        if (arguments_.size) {
+            check_size(*arguments_.size);
+        }
+        const std::string idle = idle_options(parser(), makes_picture_, from_pictures_);
+        if (!idle.empty()) {
+            console().tell(idle + ": of no effect on what is made here");
+        }
+        const PairArguments& pair = arguments_.pair;
+        if (!makes_picture_ && lenses_[0].has_length() && lenses_[1].has_length()) {
+            double left[2];
+            for (int i = 0; i < 2; ++i) {
+                left[i] = std::min(lenses_[i].duration, pair.end(i).value_or(lenses_[i].duration)) - pair.start(i);
+            }
+            if (std::abs(left[0] - left[1]) > 1.5 * lenses_[0].frame_seconds()) {
+                console().tell(printable(pair.lens[0]) + " gives " + decimal_text(left[0]) + " seconds, " +
+                               printable(pair.lens[1]) + " " + decimal_text(left[1]) +
+                               ": the panorama ends with the shorter");
+            }
         }
     }
 
-    int write_panorama() const {
-        double seconds = 0;
-        const auto function = [this](const std::string& cancel_path, const FrameHandler& handler) {
-            return export_panorama(job_, cancel_path, handler);
+    ExportJob complete_job() const {
+        ExportJob job = job_of(arguments_);
+        if (!job.date) {
+            job.date = lenses_[0].datetime;
+        }
+        if (preview_ && !arguments_.quality) {
+            job.options.quality = 0;  // what is enough for one
+        }
+        return job;
+    }
+
+    // Whether it was not stopped.
+    bool match(ExportJob* job) const {
+        Json reply;
+        const std::optional<Proposal> proposal = propose(*job, &reply);
+        if (!proposal) {
+            return false;
+        }
+        if (!proposal->warning().empty()) {
+            throw CommandError(printable(proposal->warning()) + "; --match cannot be used here");
+        }
+        proposal->apply(job);
+        console().tell(proposal->options().empty() ? "The lenses meet already." : "Matched: " + proposal->options());
+        return true;
+    }
+
+    int write_panorama(ExportJob job) const {
+        if (!arguments_.exact) {
+            begin_with_the_frames_meant(lenses_, &job);
+        }
+        job.cancel_path = cancel_path();
+        const JobWords words = {Operation::kExport, "frames",
+                                makes_picture_ ? "the picture is made" : "this frame is made", json_};
+        const bool dry = dry_run_;
+        int64_t frames = 0;
+        const auto function = [&](const ReplyHandler& handler) {
+            return export_panorama(job, [&](NQ360_STATE state, const std::string& reply) {
+                frames = last_number(reply, "frame_count");
+                return handler(state, reply) || dry;  // cancelled once all that comes before the first frame went well
+            });
         };
-        const Outcome outcome = run_job(job_.output, "frames", function, &seconds);
+        double seconds = 0;
+        const Outcome outcome = run_job(job.output, words, function, &seconds);
+        const Json reply = read_reply_with_state(outcome.state, outcome.reply, Operation::kExport);
+        if (json_ && !dry_run_) {
+            console().print(json_line(reply));
+        }
         if (outcome.state == NQ360_CANCELLED) {
-            console().complain("cancelled; no file is left");
-            return kCancelled;
+            return dry_run_ && !interrupted() ? end_dry_run(job, frames) : end_cancelled();
         }
         if (outcome.state != NQ360_FINISHED) {
-            throw CommandError(export_failure(read_reply(outcome.reply, Operation::kExport), job_));
+            throw CommandError(export_failure(reply, job));
         }
-        tell_result(seconds);
+        tell_result(job, reply, seconds);
         return kDone;
     }
 
-    void tell_result(double seconds) const {
-        if (console().quiet()) {
+    static int end_cancelled() {
+        console().complain("cancelled; nothing is changed");
+        return kCancelled;
+    }
+
+    int end_dry_run(const ExportJob& job, int64_t frames) const {
+        if (!console().quiet() && !json_) {
+            const std::string count = makes_picture_ ? "" : ", about " + std::to_string(frames) + " frames";
+            console().print(printable(job.output) + ": can be made" + count + "; nothing is written\n");
+        }
+        return kDone;
+    }
+
+    void tell_result(const ExportJob& job, const Json& reply, double seconds) const {
+        if (const std::string missing = missing_parts(reply, job); !missing.empty()) {
+            console().complain(missing);
+        }
+        if (console().quiet() || json_) {
             return;
         }
-        const Description made = describe(job_.output);
+        const Description made = describe(job.output);
         const std::string frames = made.is_picture ? "" : ", " + std::to_string(made.frames) + " frames";
-        console().print(printable(job_.output) + ": " + std::to_string(made.width) + "x" + std::to_string(made.height) +
+        console().print(printable(job.output) + ": " + std::to_string(made.width) + "x" + std::to_string(made.height) +
                         frames + ", in " + decimal_text(seconds) + " s\n");
     }
 
-    PairOptions pair_;
-    ExportJob job_;
-    std::optional<Size> size_;
-    std::optional<double> ends_[2];
-    std::optional<std::string> date_;
-    bool force_ = false;
+    ExportArguments arguments_;
+    Description lenses_[2];
+    bool match_ = false;
     bool preview_ = false;
+    bool dry_run_ = false;
+    bool json_ = false;
+    bool force_ = false;
+    bool from_pictures_ = false;
     bool makes_picture_ = false;
 };
 

@@ -1,59 +1,52 @@
 // nq360 match
-#include <algorithm>
-#include <cmath>
-
 #include "commands/command.h"
 #include "jobs/errors.h"
-#include "jobs/lens_pair.h"
-#include "jobs/pair_options.h"
-#include "jobs/seam.h"
-#include "terminal/progress.h"
+#include "jobs/pair_arguments.h"
+#include "jobs/proposal.h"
 
 namespace {
-
-std::string text(const SeamStep& step) {
-    return "Y " + decimal_text(step[0]) + ", U " + decimal_text(step[1]) + ", V " + decimal_text(step[2]);
-}
-
-std::string comparison(const SeamStep& before, const SeamStep& after) {
-    const double fall = std::max(0.0, 1 - magnitude(after) / magnitude(before));
-    return "The step at the seam falls by " + std::to_string(std::lround(fall * 100)) + " %, from " + text(before) +
-           " to " + text(after) + ".";
-}
-
-bool changes_nothing(const Correction& correction) {
-    return correction.y == CORRECT_NONE && correction.u == CORRECT_NONE && correction.v == CORRECT_NONE;
-}
 
 class Match : public Command {
   public:
     explicit Match(CLI::App& app)
         : Command(app, "match",
-                  "Proposes corrections that make the lenses meet in brightness and colour. They are printed as the "
-                  "export takes them; how much they help is told beside.") {
+                  "Proposes what makes the lenses meet in direction, brightness and colour. It is printed as the "
+                  "export takes it; what it does is told beside. Movies are looked at in several places.") {
         add_lenses(parser(), pair_);
         add_turns(parser(), pair_);
-        add_starts(parser(), pair_);
+        add_range(parser(), pair_);
+        parser().add_flag("--json", json_, "print the library's reply, one JSON object");
         add_loudness();
     }
 
   private:
     int run() override {
-        LensPair pair = read_pair(pair_);
-        const Seam seam(pair);
-        const SeamStep before = seam.step(pair);
-        const std::array<Correction, 2> corrections = closing_corrections(before);
-        correct(&pair.pictures[0], corrections[0]);
-        correct(&pair.pictures[1], corrections[1]);
-        console().print("--correct1 " + correction_text(corrections[0]) + " --correct2 " +
-                        correction_text(corrections[1]) + "\n");
-        const bool meet_already = std::all_of(corrections.begin(), corrections.end(), changes_nothing);
-        console().tell(meet_already ? "The lenses meet already: the step at the seam is " + text(before) + "."
-                                    : comparison(before, seam.step(pair)));
+        check_lenses(pair_);
+        check_range(pair_);
+        ExportJob job;
+        fill(pair_, &job);
+        Json reply;
+        const std::optional<Proposal> proposal = propose(job, &reply);
+        if (!proposal) {
+            console().complain("cancelled");
+            return kCancelled;
+        }
+        if (json_) {
+            console().print(json_line(reply));
+        }
+        if (!json_) {
+            console().print(proposal->options() + "\n");
+            console().tell(proposal->words());
+        }
+        if (!proposal->warning().empty()) {
+            console().complain(printable(proposal->warning()));
+            return kFailed;
+        }
         return kDone;
     }
 
-    PairOptions pair_;
+    PairArguments pair_;
+    bool json_ = false;
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "commands/command.h"
 #include "jobs/errors.h"
+#include "jobs/replies.h"
 #include "jobs/size_text.h"
 #include "nq360.h"
 
@@ -13,7 +14,8 @@ class Space : public Command {
     explicit Space(CLI::App& app)
         : Command(app, "space", "Tells how much room is free on the volume that holds a path.") {
         parser().add_option("PATH", path_, "folder, or file that is there or is to be")->required();
-        parser().add_flag("--bytes", bytes_, "print the number of bytes alone");
+        CLI::Option* bytes = parser().add_flag("--bytes", bytes_, "print the number of bytes alone");
+        parser().add_flag("--json", json_, "print one JSON object with the bytes")->excludes(bytes);
     }
 
   private:
@@ -23,6 +25,10 @@ class Space : public Command {
             throw CommandError(printable(path_) + ": the volume cannot be asked; does the folder exist?");
         }
         const std::string number = std::to_string(free);
+        if (json_) {
+            console().print(json_line({{"path", path_}, {"free", free}}));
+            return kDone;
+        }
         console().print(bytes_ ? number + "\n" : bytes_text(free) + " free (" + number + " bytes)\n");
         return kDone;
     }
@@ -37,6 +43,7 @@ class Space : public Command {
 
     std::string path_;
     bool bytes_ = false;
+    bool json_ = false;
 };
 
 }  // namespace

@@ -20,14 +20,15 @@ _nq360() {
     # Everything else is a file: without words of ours the shell completes names.
     [[ $current == -* ]] || return
     case ${COMP_WORDS[1]} in
-        analyze) words="--json --thumbnails --width -q --quiet -v --verbose" ;;
+        analyze) words="-r --recursive --json --thumbnails --width -q --quiet -v --verbose" ;;
         export)
-            words="--preview --size --tilt --turn1 --turn2 --correct1 --correct2 --band --sound --start --start2
-                --end --end2 --date -f --force -q --quiet -v --verbose"
+            words="--size --tilt --yaw --pitch --roll --turn1 --turn2 --correct1 --correct2 --gain1 --gain2 --feather
+                --band --quality --bit-rate --sound --aac --web --start --start2 --end --end2 --date --partial --exact
+                --match --preview --dry-run --json -f --force -q --quiet -v --verbose"
             ;;
-        match) words="--turn1 --turn2 --start --start2 -q --quiet -v --verbose" ;;
-        audio) words="-f --force -q --quiet -v --verbose" ;;
-        space) words="--bytes" ;;
+        match) words="--turn1 --turn2 --start --start2 --end --end2 --json -q --quiet -v --verbose" ;;
+        audio) words="--aac -f --force -q --quiet -v --verbose" ;;
+        space) words="--bytes --json" ;;
         *) words= ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$words -h --help" -- "$current")

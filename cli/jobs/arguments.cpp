@@ -2,11 +2,12 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <vector>
 
 namespace {
 
-constexpr double kMostSeconds = 1e6;  // far longer than any movie, and exact enough as a float
+constexpr double kMostSeconds = 1e6;  // far longer than any movie
 
 template <typename T>
 bool read_whole(const std::string& text, T* value) {
@@ -45,6 +46,18 @@ double parse_finite(const std::string& text, const char* expected) {
         throw std::invalid_argument(std::string("expected ") + expected + ", not \"" + text + "\"");
     }
     return value;
+}
+
+double parse_between(const std::string& text, double least, double most, const char* expected) {
+    const double value = parse_finite(text, expected);
+    if (value < least || value > most) {
+        throw std::invalid_argument(std::string("expected ") + expected);
+    }
+    return value;
+}
+
+double parse_factor(const std::string& text) {
+    return text == "-" ? 1 : parse_between(text, 0, 16, "factors of 0 to 16, or - for none");
 }
 
 }  // namespace
@@ -87,16 +100,49 @@ Correction parse_correction(const std::string& text) {
     return {parse_offset(parts[0]), parse_offset(parts[1]), parse_offset(parts[2])};
 }
 
-int parse_whole_degrees(const std::string& text) {
-    int degrees = 0;
-    if (!read_whole(text, &degrees)) {
-        throw std::invalid_argument("expected a whole number of degrees, not \"" + text + "\"");
+Gains parse_gains(const std::string& text) {
+    std::vector<std::string> parts = split(text, ',');
+    if (parts.size() == 1) {
+        parts.resize(3, text);
     }
-    return degrees;
+    if (parts.size() != 3) {
+        throw std::invalid_argument("expected a factor, or three Y,U,V, such as 1.2 or 1.2,1,-");
+    }
+    return {parse_factor(parts[0]), parse_factor(parts[1]), parse_factor(parts[2])};
 }
 
-float parse_degrees(const std::string& text) {
-    return static_cast<float>(parse_finite(text, "degrees"));
+double parse_degrees(const std::string& text) {
+    return parse_finite(text, "degrees");
+}
+
+double parse_look(const std::string& text) {
+    return parse_between(text, -360, 360, "degrees, -360 to 360");
+}
+
+std::optional<double> parse_feather(const std::string& text) {
+    return parse_between(text, 0, 5.5, "degrees, 0 to 5.5");
+}
+
+std::optional<int> parse_quality(const std::string& text) {
+    int quality = 0;
+    if (!read_whole(text, &quality) || quality < 1 || quality > 100) {
+        throw std::invalid_argument("expected 1 to 100");
+    }
+    return quality;
+}
+
+long long parse_bit_rate(const std::string& text) {
+    constexpr double kMost = 288e6;  // what the encoder takes
+    double unit = 1;
+    if (!text.empty() && (text.back() == 'M' || text.back() == 'k')) {
+        unit = text.back() == 'M' ? 1e6 : 1e3;
+    }
+    double number = 0;
+    const bool is_number = read_whole(unit == 1 ? text : text.substr(0, text.size() - 1), &number);
+    if (!is_number || !(number * unit >= 1 && number * unit <= kMost)) {
+        throw std::invalid_argument("expected bits per second up to 288M, such as 40M or 8000k");
+    }
+    return static_cast<long long>(number * unit);
 }
 
 int parse_sound(const std::string& text) {
@@ -111,5 +157,15 @@ int parse_sound(const std::string& text) {
 
 std::string correction_text(const Correction& correction) {
     const auto offset = [](int value) { return value == CORRECT_NONE ? "-" : std::to_string(value); };
-    return offset(correction.y) + "," + offset(correction.u) + "," + offset(correction.v);
+    return offset(correction[0]) + "," + offset(correction[1]) + "," + offset(correction[2]);
+}
+
+std::string gains_text(const Gains& gains) {
+    return number_text(gains[0]) + "," + number_text(gains[1]) + "," + number_text(gains[2]);
+}
+
+std::string number_text(double number) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.6g", number);
+    return text;
 }

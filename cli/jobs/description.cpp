@@ -35,6 +35,9 @@ Description read_description(const Json& reply) {
     description.is_360 = is_true(reply, "isTarget");
     description.datetime = text_of(reply, "datetime");
     description.source = source_of(reply);
+    for (const Json& word : reply.value("unread", Json::array())) {
+        description.unread += (description.unread.empty() ? "" : ",") + word.get<std::string>();
+    }
     return description;
 }
 
@@ -44,5 +47,9 @@ Description describe(const std::string& path) {
     if (outcome.state != NQ360_FINISHED) {
         throw CommandError(analysis_failure(reply, path, ""));
     }
-    return read_description(reply);
+    const Description found = read_description(reply);
+    if (found.width <= 0 || found.height <= 0) {
+        throw CommandError(no_picture(path));
+    }
+    return found;
 }

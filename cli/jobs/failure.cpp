@@ -26,7 +26,7 @@ std::string unreadable(const std::string& name, const Json& error) {
                 "cannot be read as a picture or movie" + detail_of(error) + "; the file may be damaged or cut short");
 }
 
-std::string not_writable(const std::string& name, std::initializer_list<std::string> inputs) {
+std::string not_writable(const std::string& name, const Json& error, std::initializer_list<std::string> inputs) {
     namespace fs = std::filesystem;
     std::error_code unknown;
     const fs::path folder = fs::path(name).has_parent_path() ? fs::path(name).parent_path() : fs::path(".");
@@ -38,7 +38,7 @@ std::string not_writable(const std::string& name, std::initializer_list<std::str
             return join(name, "is an input itself; choose another name");
         }
     }
-    return join(name, "cannot be written; check the permissions of the file and its folder");
+    return join(name, "cannot be written" + detail_of(error) + "; check the permissions of the file and its folder");
 }
 
 unsigned long long size_of(const std::string& path) {
@@ -75,6 +75,19 @@ std::string otherwise(const std::string& name, const Json& error) {
     return join(name, detail.empty() ? "failed; --verbose shows what the library says" : detail);
 }
 
+// What the library says of "input 1" or "input 2", said of the file; empty when it speaks of neither.
+std::string input_failure(const Json& error, const ExportJob& job) {
+    static const std::regex kInput("input ([12]) (.*)");
+    const std::string text = printable(text_of(error, "api_errstr"));
+    std::smatch found;
+    if (!std::regex_match(text, found, kInput)) {
+        return "";
+    }
+    const bool is_cut = found.str(2).rfind("is not whole", 0) == 0;
+    return join(job.lens[found.str(1) == "1" ? 0 : 1],
+                found.str(2) + (is_cut ? "; --partial exports what is there" : ""));
+}
+
 }  // namespace
 
 std::string analysis_failure(const Json& error, const std::string& path, const std::string& thumbnail) {
@@ -90,7 +103,7 @@ std::string analysis_failure(const Json& error, const std::string& path, const s
         return unreadable(path, error);
     }
     if (number == "10003") {
-        return not_writable(thumbnail, {path});
+        return not_writable(thumbnail, error, {path});
     }
     if (number == "10004") {
         return disk_is_full(thumbnail, kHeadroom);
@@ -99,6 +112,10 @@ std::string analysis_failure(const Json& error, const std::string& path, const s
         return join(path, "no thumbnail can be made" + detail_of(error) + "; the file may be damaged");
     }
     return otherwise(path, error);
+}
+
+std::string no_picture(const std::string& path) {
+    return join(path, "holds no picture that can be read; it may be damaged or cut short");
 }
 
 std::string sound_failure(const Json& error, const std::string& movie, const std::string& output) {
@@ -114,7 +131,7 @@ std::string sound_failure(const Json& error, const std::string& movie, const std
         return unreadable(movie, error);
     }
     if (number == "20003") {
-        return not_writable(output, {movie});
+        return not_writable(output, error, {movie});
     }
     if (number == "20004") {
         return disk_is_full(output, kHeadroom);
@@ -126,31 +143,44 @@ std::string sound_failure(const Json& error, const std::string& movie, const std
     return otherwise(output, error);
 }
 
+std::string missing_parts(const Json& result, const ExportJob& job) {
+    std::string text = printable(text_of(result, "missing"));
+    for (int i = 1; i >= 0; --i) {
+        const std::string number = "input " + std::to_string(i + 1);
+        const size_t at = text.find(number);
+        if (at != std::string::npos) {
+            text.replace(at, number.size(), printable(job.lens[i]));
+        }
+    }
+    return text;
+}
+
 std::string export_failure(const Json& error, const ExportJob& job) {
     const std::string number = text_of(error, "errnum");
     const std::string said = text_of(error, "errstr");
     if (number == "30000") {
-        return join(job.inputs[said == "Input file1 not exiists" ? 0 : 1], "there is no such file");
+        return join(job.lens[said == "Input file1 not exiists" ? 0 : 1], "there is no such file");
     }
     if (said == "Analyze Error InputFile1" || said == "Analyze Error InputFile2") {
-        return join(job.inputs[said.back() == '1' ? 0 : 1], "cannot be read as a picture or movie");
+        return join(job.lens[said.back() == '1' ? 0 : 1], "cannot be read as a picture or movie");
     }
     if (said == "Movie/Image different width or height") {
-        return join(job.inputs[1],
-                    "not of the size of " + printable(job.inputs[0]) + sizes_in(error) + "; both must be of one shot");
+        return join(job.lens[1],
+                    "not of the size of " + printable(job.lens[0]) + sizes_in(error) + "; both must be of one shot");
     }
     if (said == "Movie/Image width not in 3888 , 1936 , 1440") {
-        return join(job.inputs[0],
+        return join(job.lens[0],
                     "not a picture of this camera, which are 3888, 1936 or 1440 pixels wide" + sizes_in(error));
     }
     if (said == "Could not open file") {
-        return unreadable(job.inputs[0] + ", " + job.inputs[1], error);
+        return unreadable(job.lens[0] + ", " + job.lens[1], error);
     }
     if (number == "30003") {
-        return not_writable(job.output, {job.inputs[0], job.inputs[1], job.band.value_or("")});
+        return not_writable(job.output, error, {job.lens[0], job.lens[1], job.band.value_or("")});
     }
     if (number == "30004") {
-        return disk_is_full(job.output, size_of(job.inputs[0]) + size_of(job.inputs[1]) + kHeadroom);
+        return disk_is_full(job.output, size_of(job.lens[0]) + size_of(job.lens[1]) + kHeadroom);
     }
-    return otherwise(job.output, error);
+    const std::string input = input_failure(error, job);
+    return input.empty() ? otherwise(job.output, error) : input;
 }

@@ -8,5 +8,9 @@
 
 // "NAME: what is wrong; what to do", printable. `thumbnail` is where one was to go, or empty.
 std::string analysis_failure(const Json& error, const std::string& path, const std::string& thumbnail);
+std::string no_picture(const std::string& path);  // an analysis that ended well and found none
 std::string sound_failure(const Json& error, const std::string& movie, const std::string& output);
 std::string export_failure(const Json& error, const ExportJob& job);
+
+// What an export that ended well could not read of its inputs, or empty.
+std::string missing_parts(const Json& result, const ExportJob& job);

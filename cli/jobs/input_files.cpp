@@ -20,14 +20,22 @@ bool is_picture_or_movie(const fs::path& path) {
 }
 
 // Names that begin with a dot are other programs' notes beside the pictures.
-std::vector<std::string> files_of(const std::string& folder) {
+bool is_hidden(const fs::path& path) {
+    return path.filename().string()[0] == '.';
+}
+
+// Links to folders are not followed: they could lead in circles.
+std::vector<std::string> files_of(const std::string& folder, bool recursive) {
     std::vector<std::string> files;
     std::error_code error;
-    for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
+    for (fs::recursive_directory_iterator entry(folder, error); !error && entry != fs::recursive_directory_iterator();
          entry.increment(error)) {
-        const bool is_hidden = entry->path().filename().string()[0] == '.';
         std::error_code unknown;
-        if (!is_hidden && is_picture_or_movie(entry->path()) && !entry->is_directory(unknown)) {
+        if (entry->is_directory(unknown)) {
+            if (!recursive || is_hidden(entry->path())) {
+                entry.disable_recursion_pending();
+            }
+        } else if (!is_hidden(entry->path()) && is_picture_or_movie(entry->path())) {
             files.push_back(entry->path().string());
         }
     }
@@ -35,7 +43,8 @@ std::vector<std::string> files_of(const std::string& folder) {
         throw CommandError(printable(folder) + ": the folder cannot be read (" + error.message() + ")");
     }
     if (files.empty()) {
-        throw CommandError(printable(folder) + ": no picture (.jpg, .jpeg) or movie (.mov, .mp4) in this folder");
+        throw CommandError(printable(folder) + ": no picture (.jpg, .jpeg) or movie (.mov, .mp4) in this folder" +
+                           (recursive ? "" : "; -r looks into its folders too"));
     }
     std::sort(files.begin(), files.end());
     return files;
@@ -50,12 +59,12 @@ bool is_replaceable(const fs::path& path) {
 
 }  // namespace
 
-std::vector<std::string> input_files(const std::vector<std::string>& arguments) {
+std::vector<std::string> input_files(const std::vector<std::string>& arguments, bool recursive) {
     std::vector<std::string> files;
     for (const std::string& argument : arguments) {
         std::error_code unknown;
         if (fs::is_directory(argument, unknown)) {
-            const std::vector<std::string> found = files_of(argument);
+            const std::vector<std::string> found = files_of(argument, recursive);
             files.insert(files.end(), found.begin(), found.end());
         } else {
             files.push_back(argument);

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-// The arguments, each folder replaced by the pictures and movies in it, sorted by name. Throws CommandError
-// for a folder that cannot be read or holds none.
-std::vector<std::string> input_files(const std::vector<std::string>& arguments);
+// The arguments, each folder replaced by the pictures and movies in it, sorted by name; if `recursive`, by those in its
+// own folders too. Throws CommandError for a folder that cannot be read or holds none.
+std::vector<std::string> input_files(const std::vector<std::string>& arguments, bool recursive);
 
 // Names for thumbnails, each handed out once: "IMG_1.JPG.jpg" for IMG_1.JPG and, for another IMG_1.JPG out of
 // another folder, "IMG_1.JPG.2.jpg".

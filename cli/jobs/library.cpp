@@ -1,33 +1,41 @@
 #include "jobs/library.h"
 
-#include "jobs/replies.h"
+#include <exception>
+#include <memory>
 
 namespace {
 
-// The library's callback has no room for a pointer of ours; replies come on the thread of the call.
+// One call, as its callback knows it.
 struct Call {
+    const ReplyHandler* handler;
     Outcome outcome;
-    const FrameHandler* handler = nullptr;
+    std::exception_ptr thrown;
 };
-thread_local Call* current_call = nullptr;
 
-void receive(NQ360_STATE state, const char* json) {
-    if (state == NQ360_STARTED || state == NQ360_PROGRESS) {
-        if (current_call->handler && *current_call->handler) {
-            (*current_call->handler)(state, frame_count_of(json));
+int receive(NQ360_STATE state, const char* json, void* user) {
+    Call* const call = static_cast<Call*>(user);
+    try {
+        if (state != NQ360_STARTED && state != NQ360_PROGRESS) {
+            call->outcome = {state, json};
+            return 0;
         }
-        return;
+        return call->handler && *call->handler && (*call->handler)(state, json) ? 1 : 0;
+    } catch (...) {
+        call->thrown = std::current_exception();
+        return 1;
     }
-    current_call->outcome = {state, json ? json : ""};
 }
 
-template <typename Function>
-Outcome call(const FrameHandler* handler, Function&& function) {
-    Call here;
-    here.handler = handler;
-    current_call = &here;
-    function();
-    current_call = nullptr;
+// Calls `function` with the record, whose replies become the outcome.
+template <typename Record, typename Function>
+Outcome call(Record record, const ReplyHandler* handler, Function&& function) {
+    Call here = {handler, {}, nullptr};
+    record.reply = receive;
+    record.user = &here;
+    function(&record);
+    if (here.thrown) {
+        std::rethrow_exception(here.thrown);
+    }
     return here.outcome;
 }
 
@@ -35,28 +43,53 @@ const char* or_null(const std::optional<std::string>& text) {
     return text ? text->c_str() : nullptr;
 }
 
+NQ360_EXPORT_OPTIONS record_of(const ExportJob& job) {
+    NQ360_EXPORT_OPTIONS options = job.options;
+    options.lens1 = job.lens[0].c_str();
+    options.lens2 = job.lens[1].c_str();
+    options.output = job.output.c_str();
+    options.band = or_null(job.band);
+    options.datetime = or_null(job.date);
+    options.cancel_path = job.cancel_path.c_str();
+    return options;
+}
+
 }  // namespace
 
 Outcome analyze_file(const std::string& path, const std::optional<std::string>& thumbnail, int thumbnail_width) {
-    return call(nullptr, [&] {
-        NQ360_analyze_image(path.c_str(), or_null(thumbnail), thumbnail_width, thumbnail ? 1 : 0, receive);
+    NQ360_ANALYZE_OPTIONS options;
+    NQ360_analyze_options_init(&options);
+    options.input = path.c_str();
+    options.thumbnail = or_null(thumbnail);
+    options.thumbnail_width = thumbnail_width;
+    options.thumbnail_always = 1;
+    return call(options, nullptr, NQ360_analyze_with);
+}
+
+Outcome export_panorama(const ExportJob& job, const ReplyHandler& handler) {
+    return call(record_of(job), &handler, NQ360_export_with);
+}
+
+Outcome preview_panorama(const ExportJob& job, std::string* jpeg) {
+    return call(record_of(job), nullptr, [jpeg](const NQ360_EXPORT_OPTIONS* options) {
+        unsigned char* bytes = nullptr;
+        size_t size = 0;
+        NQ360_preview(options, nullptr, &bytes, &size);
+        const std::unique_ptr<unsigned char, decltype(&NQ360_free)> owner(bytes, NQ360_free);
+        jpeg->assign(bytes, bytes + size);
     });
 }
 
-Outcome export_panorama(const ExportJob& job, const std::string& cancel_path, const FrameHandler& handler) {
-    const Correction& one = job.corrections[0];
-    const Correction& two = job.corrections[1];
-    return call(&handler, [&] {
-        NQ360_export(job.inputs[0].c_str(), job.inputs[1].c_str(), job.output.c_str(), or_null(job.band), job.width,
-                     job.height, job.tilt, one.y, one.u, one.v, two.y, two.u, two.v, job.sound, job.date.c_str(),
-                     cancel_path.c_str(), receive, job.turns[0], job.turns[1], job.starts[0], job.starts[1],
-                     job.ends[0], job.ends[1]);
-    });
+Outcome match_lenses(const ExportJob& job, const ReplyHandler& handler) {
+    return call(record_of(job), &handler, [](const NQ360_EXPORT_OPTIONS* options) { NQ360_match(options, nullptr); });
 }
 
-Outcome extract_sound(const std::string& movie, const std::string& output, const std::string& cancel_path,
-                      const FrameHandler& handler) {
-    constexpr int kOwnBitRate = 0;
-    return call(&handler,
-                [&] { NQ360_get_audio(movie.c_str(), output.c_str(), kOwnBitRate, cancel_path.c_str(), receive); });
+Outcome extract_sound(const SoundJob& job, const ReplyHandler& handler) {
+    NQ360_AUDIO_OPTIONS options;
+    NQ360_audio_options_init(&options);
+    options.movie = job.movie.c_str();
+    options.output = or_null(job.output);
+    options.sound_codec = job.aac ? NQ360_SOUND_AAC : NQ360_SOUND_PCM;
+    options.cancel_path = job.cancel_path.c_str();
+    return call(options, &handler, NQ360_get_audio_with);
 }

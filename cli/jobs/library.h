@@ -1,48 +1,45 @@
-// The four exported functions as the command calls them.
+// The jobs of the library as the command calls them.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 
 #include "nq360.h"
 
-// How an operation ended.
+// How a job ended.
 struct Outcome {
     NQ360_STATE state = NQ360_FAILED;
     std::string reply;
 };
 
-// Gets NQ360_STARTED with the total and NQ360_PROGRESS with the count so far; must not throw.
-using FrameHandler = std::function<void(NQ360_STATE state, int64_t frames)>;
+// Gets each reply but the last, and tells whether the job is to stop. What it throws stops the job, and is thrown
+// again by the function that was called.
+using ReplyHandler = std::function<bool(NQ360_STATE state, const std::string& reply)>;
 
-// Offsets of one lens's planes.
-struct Correction {
-    int y = CORRECT_NONE;
-    int u = CORRECT_NONE;
-    int v = CORRECT_NONE;
-};
-
-// The arguments of an export; index 0 is lens 1.
+// What is to become of two halves: the library's record, whose texts lie beside it.
 struct ExportJob {
-    std::string inputs[2];
+    std::string lens[2];
     std::string output;
     std::optional<std::string> band;
-    int width = 0;
-    int height = 0;
-    int tilt = 0;             // degrees
-    float turns[2] = {0, 0};  // degrees
-    Correction corrections[2];
-    int sound = 0;             // 0 and 1: of that input; -1: none
-    float starts[2] = {0, 0};  // seconds
-    float ends[2] = {0, 0};
-    std::string date;
+    std::optional<std::string> date;
+    std::string cancel_path;
+    NQ360_EXPORT_OPTIONS options;  // as init leaves it; its texts are filled in by the call
+
+    ExportJob() { NQ360_export_options_init(&options); }
+};
+
+struct SoundJob {
+    std::string movie;
+    std::optional<std::string> output;
+    std::string cancel_path;
+    bool aac = false;
 };
 
 // `thumbnail_width` 0 is the picture's own.
 Outcome analyze_file(const std::string& path, const std::optional<std::string>& thumbnail = {},
                      int thumbnail_width = 0);
-Outcome export_panorama(const ExportJob& job, const std::string& cancel_path, const FrameHandler& handler);
-Outcome extract_sound(const std::string& movie, const std::string& output, const std::string& cancel_path,
-                      const FrameHandler& handler);
+Outcome export_panorama(const ExportJob& job, const ReplyHandler& handler);
+Outcome preview_panorama(const ExportJob& job, std::string* jpeg);
+Outcome match_lenses(const ExportJob& job, const ReplyHandler& handler);
+Outcome extract_sound(const SoundJob& job, const ReplyHandler& handler);

@@ -10,6 +10,7 @@ enum class Kind {
     kWord,     // true or false
     kEscaped,  // a text whose quotes and backslashes were escaped
     kRaw,      // a text as it is: its end is told by the key that follows
+    kWords,    // a list of plain words
 };
 
 struct Key {
@@ -37,39 +38,42 @@ const Format kDescription = {
     {"thumbnail_path", Kind::kEscaped},
     {"datetime", Kind::kEscaped},
     {"type", Kind::kEscaped},
+    {"unread", Kind::kWords},
 };
 
-Format error_format(Operation operation) {
-    Format format = {{"errnum", Kind::kEscaped},
-                     {"errstr", Kind::kEscaped},
-                     {"api_errnum", Kind::kNumber},
-                     {"api_errstr", Kind::kRaw}};
+Format paths_format(Operation operation) {
     switch (operation) {
         case Operation::kAnalysis:
-            format.push_back({"movie_path", Kind::kEscaped});
-            break;
-        case Operation::kSound:
-            format.insert(format.end(), {{"movie_path", Kind::kEscaped}, {"audio_path", Kind::kEscaped}});
-            break;
-        case Operation::kExport:
-            format.insert(
-                format.end(),
-                {{"movie_path1", Kind::kEscaped}, {"movie_path2", Kind::kEscaped}, {"export_path", Kind::kEscaped}});
-            break;
-    }
-    return format;
-}
-
-Format result_format(Operation operation) {
-    switch (operation) {
-        case Operation::kAnalysis:
-            return kDescription;
+            return {{"movie_path", Kind::kEscaped}};
         case Operation::kSound:
             return {{"movie_path", Kind::kEscaped}, {"audio_path", Kind::kEscaped}};
         default:
             return {{"movie_path1", Kind::kEscaped}, {"movie_path2", Kind::kEscaped}, {"export_path", Kind::kEscaped}};
     }
 }
+
+Format error_format(Operation operation) {
+    Format format = {{"errnum", Kind::kEscaped},
+                     {"errstr", Kind::kEscaped},
+                     {"api_errnum", Kind::kNumber},
+                     {"api_errstr", Kind::kRaw}};
+    const Format paths = paths_format(operation);
+    format.insert(format.end(), paths.begin(), paths.end());
+    return format;
+}
+
+Format progress_format(Operation operation) {
+    Format format = paths_format(operation);
+    format.push_back({"frame_count", Kind::kNumber});
+    return format;
+}
+
+Format result_format(Operation operation) {
+    return operation == Operation::kAnalysis ? kDescription : paths_format(operation);
+}
+
+// At the end of an export's result where something could not be read.
+constexpr Key kMissing = {"missing", Kind::kEscaped};
 
 std::string quoted_key(const Key& key) {
     return std::string("\"") + key.name + "\":";
@@ -104,6 +108,17 @@ class Reader {
         double decimal = 0;
         const auto end = std::from_chars(text.begin(), text.end(), decimal);
         return end.ptr == text.end() && !text.empty() ? Json(decimal) : Json();
+    }
+
+    Json words() {
+        Json list = Json::array();
+        std::string_view rest = until(rest_.find(']'));
+        for (size_t begin = rest.find('"'); begin != std::string_view::npos; begin = rest.find('"')) {
+            rest.remove_prefix(begin + 1);
+            list.push_back(std::string(rest.substr(0, rest.find('"'))));
+            rest.remove_prefix(std::min(rest.find('"'), rest.size() - 1) + 1);
+        }
+        return list;
     }
 
     Json word() {
@@ -147,29 +162,57 @@ class Reader {
     std::string_view rest_;
 };
 
+Json value_of(const Key& key, const Key* next, Reader* reader) {
+    switch (key.kind) {
+        case Kind::kNumber:
+            return reader->number();
+        case Kind::kWord:
+            return reader->word();
+        case Kind::kWords:
+            return reader->words();
+        case Kind::kEscaped:
+            return reader->escaped();
+        default:
+            return reader->raw(*next);
+    }
+}
+
+Json read_along(const Format& format, Reader* reader) {
+    Json json = Json::object();
+    bool complete = true;
+    for (size_t i = 0; i < format.size(); ++i) {
+        complete = complete && reader->skip_to(format[i]);
+        json[format[i].name] = complete ? value_of(format[i], &format[i] + 1, reader) : Json();
+    }
+    return json;
+}
+
+const char* name_of(NQ360_STATE state) {
+    static const char* const kNames[] = {"started", "progress", "finished", "cancelled", "failed"};
+    return kNames[state];
+}
+
 }  // namespace
 
 Json read_reply(std::string_view reply, Operation operation) {
-    const Format format = is_error(reply) ? error_format(operation) : result_format(operation);
-    Json json = Json::object();
     Reader reader(reply);
-    bool complete = true;
-    for (size_t i = 0; i < format.size(); ++i) {
-        const Key& key = format[i];
-        complete = complete && reader.skip_to(key);
-        if (!complete) {
-            json[key.name] = nullptr;
-        } else if (key.kind == Kind::kNumber) {
-            json[key.name] = reader.number();
-        } else if (key.kind == Kind::kWord) {
-            json[key.name] = reader.word();
-        } else if (key.kind == Kind::kEscaped) {
-            json[key.name] = reader.escaped();
-        } else {
-            json[key.name] = reader.raw(format[i + 1]);
-        }
+    Json json = read_along(is_error(reply) ? error_format(operation) : result_format(operation), &reader);
+    if (reader.skip_to(kMissing)) {
+        json[kMissing.name] = reader.escaped();
     }
     return json;
+}
+
+Json read_reply_with_state(NQ360_STATE state, std::string_view reply, Operation operation) {
+    Json json = {{"state", name_of(state)}};
+    Reader reader(reply);
+    const bool is_progress = state == NQ360_STARTED || state == NQ360_PROGRESS;
+    json.update(is_progress ? read_along(progress_format(operation), &reader) : read_reply(reply, operation));
+    return json;
+}
+
+Json read_match(std::string_view reply) {
+    return is_error(reply) ? read_reply(reply, Operation::kExport) : Json::parse(reply);
 }
 
 bool is_error(std::string_view reply) {
@@ -177,14 +220,14 @@ bool is_error(std::string_view reply) {
     return reply.substr(0, kStart.size()) == kStart;
 }
 
-int64_t frame_count_of(std::string_view reply) {
-    constexpr std::string_view kKey = "\"frame_count\":";
-    const size_t at = reply.rfind(kKey);
-    int64_t count = -1;
+int64_t last_number(std::string_view reply, const std::string& key) {
+    const std::string name = "\"" + key + "\":";
+    const size_t at = reply.rfind(name);
+    int64_t number = -1;
     if (at != std::string_view::npos) {
-        std::from_chars(reply.begin() + at + kKey.size(), reply.end(), count);
+        std::from_chars(reply.begin() + at + name.size(), reply.end(), number);
     }
-    return count;
+    return number;
 }
 
 std::string json_line(const Json& json) {

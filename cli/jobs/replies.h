@@ -11,6 +11,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "nq360.h"
+
 using Json = nlohmann::ordered_json;
 
 enum class Operation { kAnalysis, kSound, kExport };
@@ -18,10 +20,16 @@ enum class Operation { kAnalysis, kSound, kExport };
 // The result or error reply of an operation, with all keys of its format; what was cut off is null.
 Json read_reply(std::string_view reply, Operation operation);
 
+// Any reply of an operation, its state first: "started", "progress", "finished", "cancelled" or "failed".
+Json read_reply_with_state(NQ360_STATE state, std::string_view reply, Operation operation);
+
+// The reply of a match: the library's own JSON, or the error reply of an export.
+Json read_match(std::string_view reply);
+
 bool is_error(std::string_view reply);
 
-// The count of a started or progress reply; -1 when it was cut off.
-int64_t frame_count_of(std::string_view reply);
+// The whole number of the last such key; -1 when it was cut off.
+int64_t last_number(std::string_view reply, const std::string& key);
 
 // One line of valid JSON in UTF-8. Bytes that are not UTF-8 become U+FFFD.
 std::string json_line(const Json& json);

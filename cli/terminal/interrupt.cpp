@@ -1,19 +1,17 @@
 #include "terminal/interrupt.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "jobs/errors.h"
 #include "terminal/console.h"
 
 namespace {
@@ -22,28 +20,18 @@ constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
 
 // What the handler touches: set up while no job runs, so that it only reads.
 volatile sig_atomic_t signals_seen = 0;
-volatile sig_atomic_t marker_armed = 0;
-volatile sig_atomic_t output_is_begun = 0;
+volatile sig_atomic_t job_runs = 0;
+volatile sig_atomic_t job_has_file = 0;
 volatile sig_atomic_t message_descriptor = STDERR_FILENO;
-char marker_path[PATH_MAX];
-char marker_folder[PATH_MAX];
-char output_path[PATH_MAX];
-
-void make_marker() {
-    const int marker = open(marker_path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    if (marker >= 0) {
-        close(marker);
-    }
-}
+volatile sig_atomic_t opened_to_cancel = -1;
+volatile sig_atomic_t cancel_descriptor = -1;
+char notice[256];
+char job_file[PATH_MAX];
 
 // Nothing of the job is left behind; then the signal takes the process as if it had never been caught.
 void end_at_once(int signal) {
-    if (marker_armed) {
-        if (output_is_begun) {
-            unlink(output_path);
-        }
-        unlink(marker_path);
-        rmdir(marker_folder);
+    if (job_has_file) {
+        unlink(job_file);
     }
     std::signal(signal, SIG_DFL);
     raise(signal);
@@ -54,25 +42,27 @@ void on_signal(int signal) {
     signals_seen = signals_seen + 1;
     if (signals_seen > 1) {
         end_at_once(signal);
-    } else if (marker_armed) {
-        constexpr char kText[] = "\nnq360: stopping at the next progress report; Ctrl-C again stops at once\n";
-        make_marker();
-        const ssize_t written = write(message_descriptor, kText, sizeof(kText) - 1);
-        static_cast<void>(written);
+    } else {
+        dup2(opened_to_cancel, cancel_descriptor);
+        if (job_runs) {
+            const ssize_t written = write(message_descriptor, notice, std::strlen(notice));
+            static_cast<void>(written);
+        }
     }
     errno = error;
 }
 
-void keep_path(const std::string& path, char* kept) {
-    if (path.size() >= PATH_MAX) {
-        throw CommandError(printable(path) + ": the name is too long");
-    }
-    std::memcpy(kept, path.c_str(), path.size() + 1);
+// Descriptors are handed out from the lowest, so nothing else gets the last one.
+void choose_cancel_descriptor() {
+    constexpr long kUsualMost = 1024;  // a far higher one would cost the system a longer table
+    opened_to_cancel = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    cancel_descriptor = static_cast<int>(std::min(sysconf(_SC_OPEN_MAX), kUsualMost)) - 1;
 }
 
 }  // namespace
 
 void watch_interrupts() {
+    choose_cancel_descriptor();
     struct sigaction action = {};
     action.sa_handler = on_signal;
     action.sa_flags = SA_RESTART | SA_NODEFER;
@@ -89,33 +79,27 @@ bool interrupted() {
     return signals_seen > 0;
 }
 
-CancelMarker::CancelMarker(const std::string& output) {
-    std::error_code error;
-    const std::filesystem::path parent = std::filesystem::temp_directory_path(error);
-    folder_ = (parent / "nq360-XXXXXX").string();
-    if (error || !mkdtemp(folder_.data())) {
-        throw CommandError("no temporary folder can be made in " + printable(parent.string()) +
-                           "; set TMPDIR to a folder that can be written");
-    }
-    path_ = folder_ + "/cancel";
-    keep_path(folder_, marker_folder);
-    keep_path(path_, marker_path);
-    keep_path(output, output_path);
+std::string cancel_path() {
+    return "/proc/self/fd/" + std::to_string(cancel_descriptor);
+}
+
+Stoppable::Stoppable(const std::string& waits_for) {
+    std::snprintf(notice, sizeof(notice), "\nnq360: stopping once %s; Ctrl-C again stops at once\n", waits_for.c_str());
     message_descriptor = console().quiet() ? -1 : console().descriptor();
-    marker_armed = 1;
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    if (interrupted()) {
-        make_marker();  // the signal came first
+    job_runs = 1;
+}
+
+Stoppable::~Stoppable() {
+    job_runs = 0;
+    job_has_file = 0;
+}
+
+void Stoppable::leaves(const std::string& file) {
+    if (file.empty() || file.size() >= sizeof(job_file)) {
+        return;
     }
-}
-
-CancelMarker::~CancelMarker() {
-    marker_armed = 0;
-    output_is_begun = 0;
-    unlink(path_.c_str());
-    rmdir(folder_.c_str());
-}
-
-void CancelMarker::output_begun() {
-    output_is_begun = 1;
+    std::memcpy(job_file, file.c_str(), file.size() + 1);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    job_has_file = 1;
 }

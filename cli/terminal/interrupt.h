@@ -1,5 +1,4 @@
-// Ctrl-C and its kin. The first one asks a job to stop at its next progress report, through the marker file
-// that the library looks for; the second one ends the process at once.
+// Ctrl-C and its kin. The first one asks a job to stop where it can; the second one ends the process at once.
 #pragma once
 
 #include <string>
@@ -9,21 +8,19 @@ void watch_interrupts();
 
 bool interrupted();
 
-// The marker of one job, in a private temporary folder. One at a time.
-class CancelMarker {
+// A path at which something stands once a signal has come. It is the name of a descriptor of this process, which is
+// opened then: so no folder is needed for it.
+std::string cancel_path();
+
+// A job that can be stopped, and says so when a signal comes. One at a time.
+class Stoppable {
   public:
-    // `output` is what the job writes.
-    explicit CancelMarker(const std::string& output);
-    ~CancelMarker();
-    CancelMarker(const CancelMarker&) = delete;
-    CancelMarker& operator=(const CancelMarker&) = delete;
+    // "stopping once WAITS_FOR; Ctrl-C again stops at once".
+    explicit Stoppable(const std::string& waits_for);
+    ~Stoppable();
+    Stoppable(const Stoppable&) = delete;
+    Stoppable& operator=(const Stoppable&) = delete;
 
-    const std::string& path() const { return path_; }
-
-    // From now on the output is the job's: an end at once removes it.
-    void output_begun();
-
-  private:
-    std::string folder_;
-    std::string path_;
+    // The job's own file, which an end at once removes.
+    void leaves(const std::string& file);
 };

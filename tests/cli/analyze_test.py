@@ -10,7 +10,7 @@ from command import COMMAND, SAMPLE, CommandTest, main, run, sample
 
 KEYS = ["width", "height", "duration", "frame_count", "maker", "model", "orientaion", "capture_mode", "multi_capture",
         "camera_orientation", "youtube360_maker", "isTarget", "createdThumbnail", "movie_path", "thumbnail_path",
-        "datetime", "type"]
+        "datetime", "type", "unread"]
 
 
 def objects(output):
@@ -25,10 +25,11 @@ class Table(CommandTest):
         result = run("analyze", sample("still1.jpg"), sample("movie2.mov"))
         self.assert_done(result)
         header, picture, movie = result.stdout.decode().splitlines()
-        self.assertEqual(header.split(), ["TYPE", "SIZE", "LENGTH", "FRAMES", "360", "DATE", "SOURCE", "NAME"])
-        self.assertEqual(picture.split()[:7],
-                         ["JPEG", "1440x1440", "-", "-", "yes", "2026:01:02", "03:04:05"])
-        self.assertEqual(movie.split()[:5], ["MOVIE", "1440x1440", "0:01", "30", "yes"])
+        self.assertEqual(header.split(), ["TYPE", "SIZE", "LENGTH", "FRAMES", "360", "DAMAGED", "DATE", "SOURCE",
+                                          "NAME"])
+        self.assertEqual(picture.split()[:8],
+                         ["JPEG", "1440x1440", "-", "-", "yes", "-", "2026:01:02", "03:04:05"])
+        self.assertEqual(movie.split()[:6], ["MOVIE", "1440x1440", "0:01", "30", "yes", "-"])
         self.assertTrue(movie.endswith("MERIDAN OPTICS RT-KA500    " + sample("movie2.mov")))
 
     def test_quiet_prints_no_head(self):
@@ -46,9 +47,33 @@ class Table(CommandTest):
         names = [line.split()[-1] for line in result.stdout.decode().splitlines()[1:]]
         self.assertEqual(names, ["./C.mp4.jpg", "./a.jpeg", "./b.JPG"])
 
+    def test_lists_the_folders_in_a_folder_where_asked_to(self):
+        for folder in ["a", "a/b", "a/.hidden", "a/c.mov"]:
+            os.mkdir(folder)
+            os.link(sample("still1.jpg"), folder + "/x.jpg")
+        os.symlink("..", "a/b/around")
+        for options, expected in [([], ["a/x.jpg"]), (["-r"], ["a/b/x.jpg", "a/c.mov/x.jpg", "a/x.jpg"])]:
+            result = run("analyze", "a", *options)
+            self.assert_done(result)
+            self.assertEqual([line.split()[-1] for line in result.stdout.decode().splitlines()[1:]], expected)
+
     def test_a_folder_without_pictures_is_named(self):
         os.mkdir("empty")
-        self.assert_refused(run("analyze", "empty"), 1, "empty: no picture")
+        self.assert_refused(run("analyze", "empty"), 1, "empty: no picture", "-r looks into")
+        self.assert_refused(run("analyze", "-r", "empty"), 1, "empty: no picture")
+
+    def test_a_damaged_picture_is_marked(self):
+        with open(sample("still1.jpg"), "rb") as file:
+            whole = file.read()
+        with open("cut.jpg", "wb") as file:
+            file.write(whole[:len(whole) // 2])
+        result = run("analyze", "cut.jpg", sample("still1.jpg"))
+        self.assert_done(result)
+        _, cut, good = result.stdout.decode().splitlines()
+        self.assertEqual((cut.split()[5], good.split()[5]), ("picture", "-"))
+        self.assertIn(b"2 described, 1 of them damaged, 0 failed", result.stderr)
+        (cut,) = objects(run("analyze", "--json", "cut.jpg").stdout)
+        self.assertEqual((cut["type"], cut["unread"]), ("JPEG", ["picture"]))
 
     def test_takes_names_as_names(self):
         names = ["[a,b].jpg", "100%.jpg", "a:b.jpg", 'with blank "quote".jpg', "-dash.jpg", "[c]"]
@@ -114,7 +139,8 @@ class Lines(CommandTest):
         self.assert_done(result)
         (picture,) = objects(result.stdout)
         self.assertEqual(list(picture), KEYS)
-        self.assertEqual((picture["width"], picture["movie_path"], picture["type"]), (1440, path, None))
+        self.assertEqual((picture["width"], picture["movie_path"], picture["type"], picture["unread"]),
+                         (1440, path, None, None))
 
     def test_a_file_that_fails_has_a_line_too(self):
         open("empty.jpg", "w").close()

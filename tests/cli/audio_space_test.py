@@ -1,4 +1,5 @@
 """nq360 audio and nq360 space"""
+import json
 import os
 import re
 import shutil
@@ -34,6 +35,29 @@ class Audio(CommandTest):
         self.assertEqual(os.path.getsize("out.wav"), 8)
         self.assert_done(run("audio", sample("movie1.mov"), "out.wav", "--force", "--quiet"))
 
+    def test_a_folder_takes_a_name_from_the_movie(self):
+        self.assert_done(run("audio", sample("movie1.mov"), "."))
+        self.assert_done(run("audio", sample("movie1.mov"), ".", "--aac"))
+        self.assertEqual(sorted(os.listdir(".")), ["movie1.m4a", "movie1.wav"])
+        codec = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=codec_name", "-of", "csv=p=0",
+                                "movie1.m4a"], capture_output=True, check=True).stdout.decode().split()
+        self.assertEqual(codec, ["aac"])
+
+    def test_never_waits_for_a_pipe(self):
+        os.mkfifo("pipe.wav")
+        os.mkfifo("pipe.mov")
+        self.assert_refused(run("audio", sample("movie1.mov"), "pipe.wav", "-f"), 1, "pipe.wav: is a pipe")
+        self.assert_refused(run("audio", "pipe.mov", "out.wav"), 1, "pipe.mov: is a pipe")
+        self.assert_refused(run("audio", ".", "out.wav"), 1, ".: is a folder; name the movie in it")
+
+    def test_a_failure_leaves_what_was_there(self):
+        with open("out.txt", "w", encoding="ascii") as file:
+            file.write("precious")
+        self.assert_refused(run("audio", sample("movie1.mov"), "out.txt", "-f"), 1, "out.txt: the sound cannot")
+        with open("out.txt", encoding="ascii") as file:
+            self.assertEqual(file.read(), "precious")
+        self.assertEqual(os.listdir("."), ["out.txt"])
+
     def test_messages_name_the_file(self):
         self.assert_refused(run("audio", sample("still1.jpg"), "out.wav"), 1, "still1.jpg: has no sound")
         self.assert_refused(run("audio", "no.mov", "out.wav"), 1, "no.mov: there is no such file")
@@ -50,6 +74,13 @@ class Space(CommandTest):
         free = shutil.disk_usage(".").free
         self.assertLess(abs(int(result.stdout) - free), 1 << 30)  # others write meanwhile
         self.assertTrue(re.fullmatch(r"[0-9.]+ [KMGT]iB free \(\d+ bytes\)\n", run("space", ".").stdout.decode()))
+
+    def test_in_json(self):
+        result = run("space", "--json", ".")
+        self.assert_done(result)
+        answer = json.loads(result.stdout)
+        self.assertEqual((list(answer), answer["path"]), (["path", "free"], "."))
+        self.assertLess(abs(answer["free"] - shutil.disk_usage(".").free), 1 << 30)
 
     def test_asks_the_folder_of_a_file_that_is_to_be(self):
         self.assert_done(run("space", "file-to-be.mov"))

@@ -104,7 +104,7 @@ class Completions(CommandTest):
         text = completion("_nq360")
         for command in COMMANDS:
             part = re.search(rf"^ +{command}\)$(.*?)^ +;;", text, re.M | re.S)[1]
-            offered = re.findall(r"'(--\w+)\[|\{(-\w),(--\w+)\}", part)
+            offered = re.findall(r"'(?:\([- \w]+\))?(--[\w-]+)\[|\{(-\w),(--\w+)\}", part)
             self.assertEqual({name for names in offered for name in names if name}, options_of(command))
             self.assertIn(f"'{command}:", text)
 
@@ -113,7 +113,7 @@ class Completions(CommandTest):
         for line in completion("nq360.fish").splitlines():
             seen = re.search(r"'__fish_seen_subcommand_from ([\w ]+)'", line)
             for command in seen[1].split() if seen else []:
-                offered[command] |= {"--" + name for name in re.findall(r" -l (\w+)", line)}
+                offered[command] |= {"--" + name for name in re.findall(r" -l ([\w-]+)", line)}
                 offered[command] |= {"-" + name for name in re.findall(r" -s (\w)\b", line)}
         for command in COMMANDS:
             self.assertEqual(offered[command], options_of(command))

@@ -1,14 +1,17 @@
 """nq360 match"""
+import json
+import os
 import re
 import subprocess
 
 from command import SAMPLE, CommandTest, gray, main, run, sample
 
 
-def offsets(text):
-    """The six numbers of a proposal, 0 for a plane that is left alone."""
-    found = re.fullmatch(r"--correct1 (\S+) --correct2 (\S+)\n", text)
-    return [[0 if part == "-" else int(part) for part in group.split(",")] for group in found.groups()]
+def options_of(text):
+    """A proposal's options: their names, and their numbers (0 for a plane that is left alone)."""
+    words = text.split()
+    return {name: [0 if part == "-" else float(part) for part in value.split(",")]
+            for name, value in zip(words[::2], words[1::2])}
 
 
 def seam_step(path):
@@ -21,15 +24,15 @@ def seam_step(path):
 
 
 class Match(CommandTest):
-    def proposal(self, *arguments):
+    def proposal(self, *arguments, status=0):
         result = run("match", *arguments)
-        self.assert_done(result)
-        return offsets(result.stdout.decode()), result.stderr.decode()
+        self.assertEqual(result.returncode, status, result.stderr)
+        return options_of(result.stdout.decode()), result.stderr.decode()
 
-    def assert_closes(self, proposal, difference):
+    def assert_closes(self, proposal, difference, delta=0):
         """What is added to lens 1 more than to lens 2 is what lens 2 had more."""
-        self.assertEqual([a - b for a, b in zip(*proposal)], difference)
-        for one, two in zip(*proposal):
+        for one, two, known in zip(proposal["--correct1"], proposal["--correct2"], difference):
+            self.assertLessEqual(abs(one - two - known), delta)
             self.assertLessEqual(abs(one + two), 1)  # half on either lens
 
     def assert_falls(self, text, at_least=80):
@@ -37,8 +40,51 @@ class Match(CommandTest):
 
     def test_finds_a_known_difference(self):
         proposal, text = self.proposal(sample("different1.jpg"), sample("different2.jpg"))
+        self.assertEqual(set(proposal), {"--correct1", "--correct2"})
         self.assert_closes(proposal, [12, -6, 8])
         self.assert_falls(text)
+
+    def test_finds_a_factor_and_a_turn(self):
+        subprocess.run([SAMPLE, "still", "a.jpg", "b.jpg", "--size", "1440", "--factor", "1.35", "--turn2", "2"],
+                       check=True)
+        proposal, text = self.proposal("a.jpg", "b.jpg")
+        self.assertEqual(set(proposal), {"--turn2", "--gain2"})
+        self.assertAlmostEqual(proposal["--turn2"][0], 2, delta=0.1)
+        for factor in proposal["--gain2"]:
+            self.assertAlmostEqual(1 / factor, 1.35, delta=0.04)
+        self.assertRegex(text, r"turned by 2(\.\d+)? degrees against lens 1")
+        self.assertRegex(text, r"brighter by a factor of 1\.3\d")
+        self.assert_falls(text)
+        # What is there already stays, and what is proposed goes beside it.
+        again = {name: value for name, value in self.proposal("a.jpg", "b.jpg", "--turn1", "3", "--turn2", "5")[0].items()
+                 if name.startswith("--turn")}
+        self.assertEqual(again["--turn1"], [3])
+        self.assertAlmostEqual(again["--turn2"][0], 5, delta=0.1)
+
+    def test_in_json(self):
+        result = run("match", "--json", sample("different1.jpg"), sample("different2.jpg"))
+        self.assert_done(result)
+        self.assertEqual(result.stderr, b"")
+        (line,) = result.stdout.splitlines()
+        found = json.loads(line)
+        self.assertEqual([a - b for a, b in zip(found["correct1"], found["correct2"])], [12, -6, 8])
+        self.assertEqual((found["turn"], found["warning"]), (0, ""))
+
+    def test_halves_that_do_not_belong_together_are_told(self):
+        self.assertIn("both halves", self.proposal(sample("still1.jpg"), sample("still1.jpg"), status=1)[1])
+        result = run("export", sample("still1.jpg"), sample("still1.jpg"), "out.jpg", "--match")
+        self.assert_refused(result, 1, "both halves", "--match cannot be used here")
+        self.assertEqual(os.listdir("."), [])
+
+    def test_an_export_takes_what_is_found(self):
+        lenses = [sample("different1.jpg"), sample("different2.jpg")]
+        result = run("export", *lenses, "matched.jpg", "--match", "--size", "720x360")
+        self.assert_done(result)
+        self.assertIn(b"Matched: --correct1 6,-3,4 --correct2 -6,3,-4", result.stderr)
+        self.assert_done(run("export", *lenses, "typed.jpg", "--size", "720x360", "--correct1", "6,-3,4", "--correct2",
+                             "-6,3,-4"))
+        with open("matched.jpg", "rb") as matched, open("typed.jpg", "rb") as typed:
+            self.assertEqual(matched.read(), typed.read())
 
     def test_the_step_of_the_panorama_falls(self):
         lenses = [sample("different1.jpg"), sample("different2.jpg")]
@@ -54,6 +100,7 @@ class Match(CommandTest):
 
     def test_finds_it_in_pictures_that_lie_turned(self):
         proposal, text = self.proposal(sample("turned1.jpg"), sample("turned2.jpg"), "--turn1", "20", "--turn2=-35")
+        self.assertEqual((proposal["--turn1"], proposal["--turn2"]), ([20], [-35]))
         self.assert_closes(proposal, [-9, 4, -5])
         self.assert_falls(text)
 
@@ -65,7 +112,7 @@ class Match(CommandTest):
     def test_leaves_lenses_alone_that_meet(self):
         result = run("match", sample("still1.jpg"), sample("still2.jpg"))
         self.assert_done(result)
-        self.assertEqual(result.stdout, b"--correct1 -,-,- --correct2 -,-,-\n")
+        self.assertEqual(result.stdout, b"\n")
         self.assertIn(b"meet already", result.stderr)
 
     def test_finds_it_where_the_pictures_end_at_the_seam(self):
@@ -76,10 +123,8 @@ class Match(CommandTest):
                       f"cr='if({inside.format(2)},cr(X,Y),128)'"]
             subprocess.run(["ffmpeg", "-v", "error", "-i", sample(f"different{lens}.jpg"), "-vf",
                             "geq=" + ":".join(planes), "-q:v", "2", f"{lens}.jpg"], check=True)
-        proposal, text = self.proposal("1.jpg", "2.jpg")
-        for found, known in zip([a - b for a, b in zip(*proposal)], [12, -6, 8]):
-            self.assertLessEqual(abs(found - known), 1)
-        self.assert_falls(text)
+        result = run("match", "1.jpg", "2.jpg")
+        self.assert_closes(options_of(result.stdout.decode()), [12, -6, 8], delta=1)
 
     def test_a_dark_shot_is_told(self):
         subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", "color=black:s=1440x1440", "-frames:v", "1",

@@ -1,7 +1,9 @@
 """The command in a terminal and in pipes: bar, Ctrl-C, colour, closed pipes."""
 import os
+import shutil
 import signal
 import subprocess
+import time
 
 from command import COMMAND, CommandTest, Terminal, main, run, sample
 
@@ -51,26 +53,31 @@ class Bar(CommandTest):
 
 
 class Interrupt(CommandTest):
-    def setUp(self):
-        super().setUp()
-        os.mkdir("temporary")
-
-    def start(self):
-        terminal = Terminal("export", *MOVIES, "out.mp4", TMPDIR=self.folder + "/temporary")
-        terminal.read_until(b"0/30 frames")
+    def start(self, movies=MOVIES):
+        terminal = Terminal("export", *movies, "out.mp4", TMPDIR=self.folder + "/nowhere")
+        terminal.read_until(b" 0/")
         return terminal
 
     def assert_nothing_left(self):
-        self.assertEqual(os.listdir("."), ["temporary"])
-        self.assertEqual(os.listdir("temporary"), [])
+        self.assertEqual(os.listdir("."), [])
 
     def test_ctrl_c_cancels_and_leaves_nothing(self):
         terminal = self.start()
         terminal.type(b"\x03")
         self.assertEqual(terminal.end(), 130, terminal.text)
-        self.assertIn(b"stopping at the next progress report", terminal.text)
-        self.assertIn(b"cancelled; no file is left", terminal.text)
+        self.assertIn(b"stopping once this frame is made", terminal.text)
+        self.assertIn(b"cancelled; nothing is changed", terminal.text)
         self.assert_nothing_left()
+
+    def test_ctrl_c_does_not_wait_for_a_report(self):
+        # Of so many frames only every hundredth is reported.
+        for movie, long_movie in zip(MOVIES, ["a.mov", "b.mov"]):
+            subprocess.run(["ffmpeg", "-v", "error", "-stream_loop", "36", "-i", movie, "-c", "copy", "-an", "-t",
+                            "36.6", long_movie], check=True)
+        terminal = self.start(movies=["a.mov", "b.mov"])
+        terminal.type(b"\x03")
+        self.assertEqual(terminal.end(), 130, terminal.text)
+        self.assertNotIn(b"100/1", terminal.text)
 
     def test_a_second_signal_ends_at_once(self):
         terminal = self.start()
@@ -79,17 +86,17 @@ class Interrupt(CommandTest):
         self.assertIn(terminal.end(), (-signal.SIGTERM, -signal.SIGINT), terminal.text)
         self.assert_nothing_left()
 
-    def test_a_picture_that_was_finished_first_goes_too(self):
-        # The marker is not looked for while a single picture is made.
-        process = subprocess.Popen([COMMAND, "export", sample("still1.jpg"), sample("still2.jpg"), "out.jpg",
-                                    "--size", "7680x3840"], stderr=subprocess.PIPE,
-                                   env={**os.environ, "TMPDIR": self.folder + "/temporary"})
-        while not os.listdir("temporary"):  # the job has begun once its marker's folder is there
-            self.assertIsNone(process.poll())
-        process.send_signal(signal.SIGINT)
-        process.communicate()
-        self.assertEqual(process.returncode, 130)
-        self.assert_nothing_left()
+    def test_a_picture_is_there_whole_or_not_at_all(self):
+        for delay in (0.02, 0.1, 0.3):
+            process = subprocess.Popen([COMMAND, "export", sample("still1.jpg"), sample("still2.jpg"), "out.jpg", "-f",
+                                        "--size", "7680x3840"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            time.sleep(delay)
+            process.send_signal(signal.SIGINT)
+            status = process.wait()
+            self.assertIn(status, (0, 130, -signal.SIGINT))
+            self.assertEqual(os.listdir("."), ["out.jpg"] if status == 0 else [])
+            if status == 0:
+                os.remove("out.jpg")
 
     def test_ctrl_c_ends_an_analysis_between_two_files(self):
         os.mkdir("folder")
@@ -107,6 +114,57 @@ class Interrupt(CommandTest):
         result = run("export", *MOVIES, "out.mp4", "--size", "128x64",
                      preexec_fn=lambda: (signal.signal(signal.SIGHUP, signal.SIG_IGN), os.kill(os.getpid(), 1)))
         self.assert_done(result)
+
+
+class OldOutput(CommandTest):
+    """What stood at the output's path, when the job that was to replace it does not end well."""
+
+    def setUp(self):
+        super().setUp()
+        with open("out.mp4", "wb") as file:
+            file.write(b"precious" * 1000)
+        os.chmod("out.mp4", 0o640)
+
+    def start(self):
+        return subprocess.Popen([COMMAND, "export", *MOVIES, "out.mp4", "-f"], stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+
+    def assert_is_there(self):
+        with open("out.mp4", "rb") as file:
+            self.assertEqual(file.read(), b"precious" * 1000)
+
+    def test_is_there_after_a_kill_at_any_moment(self):
+        begun = time.monotonic()
+        self.assertEqual(self.start().wait(), 0)
+        length = time.monotonic() - begun
+        self.assertEqual(os.stat("out.mp4").st_mode & 0o777, 0o640)
+        with open("out.mp4", "wb") as file:
+            file.write(b"precious" * 1000)
+        for tenth in range(10):
+            process = self.start()
+            time.sleep(length * tenth / 12)
+            process.kill()
+            if process.wait() != 0:
+                self.assert_is_there()
+
+    def test_is_there_after_a_cancel_at_any_moment(self):
+        for moment in range(4):
+            process = self.start()
+            time.sleep(0.05 + 0.1 * moment)
+            process.send_signal(signal.SIGINT)
+            self.assertIn(process.wait(), (130, -signal.SIGINT))
+            self.assert_is_there()
+            self.assertEqual(os.listdir("."), ["out.mp4"])
+
+    def test_is_there_after_a_failure(self):
+        shutil.copy(MOVIES[1], "broken.mov")
+        with open("broken.mov", "r+b") as file:  # the second half of its pictures
+            file.seek(os.path.getsize("broken.mov") // 2)
+            file.write(bytes(os.path.getsize("broken.mov") // 4))
+        result = run("export", MOVIES[0], "broken.mov", "out.mp4", "-f")
+        self.assertEqual(result.returncode, 1)
+        self.assert_is_there()
+        self.assertEqual(sorted(os.listdir(".")), ["broken.mov", "out.mp4"])
 
 
 class Pipes(CommandTest):

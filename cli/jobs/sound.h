@@ -1,0 +1,6 @@
+// Whether a movie has sound.
+#pragma once
+
+#include <string>
+
+bool has_sound(const std::string& movie);
