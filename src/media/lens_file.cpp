@@ -14,10 +14,6 @@ namespace {
 // a multiple of 1001/30000 s.
 constexpr double kTimeMargin = 1e-4;
 
-bool is_420(const AVFrame* frame) {
-    return frame->format == AV_PIX_FMT_YUV420P || frame->format == AV_PIX_FMT_YUVJ420P;
-}
-
 bool is_422(const AVFrame* frame) {
     return frame->format == AV_PIX_FMT_YUV422P || frame->format == AV_PIX_FMT_YUVJ422P;
 }
@@ -77,13 +73,7 @@ FramePtr LensFile::frame_at(double seconds) {
     if (!read_to(seconds, frame.get()) && !drain_to(seconds, frame.get())) {
         return nullptr;
     }
-    if (is_422(frame.get())) {
-        return converted_to_420(frame.get());
-    }
-    if (!is_420(frame.get())) {
-        throw std::runtime_error("not 4:2:0 or 4:2:2 with 8 bits, the only formats that can be stitched");
-    }
-    return frame;
+    return is_422(frame.get()) ? converted_to_420(frame.get()) : std::move(frame);
 }
 
 bool LensFile::read_to(double seconds, AVFrame* frame) {

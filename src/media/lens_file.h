@@ -32,9 +32,9 @@ class LensFile {
     // Of the movie; negative when the file does not tell. Seconds.
     double duration() const { return media_.duration; }
 
-    // The first frame at or after `seconds`, or a still's only one, as 4:2:0 planes of 8 bits. Null when the movie ends
-    // before, or nothing can be decoded. Throws a text when the format is none that can be stitched, and UnreadableFile
-    // when the file has gone meanwhile. Whatever is damaged is passed over.
+    // The first frame at or after `seconds`, or a still's only one; 4:2:2 as 4:2:0, other formats as they are. Null
+    // when the movie ends before, or nothing can be decoded: what is damaged is passed over. Throws UnreadableFile when
+    // the file cannot be read any more.
     FramePtr frame_at(double seconds);
 
   private:

@@ -44,7 +44,8 @@ bool are_numbered_the_other_way(const std::string& path1, const std::string& pat
     return one != path1.end() && *one == '2' && *two == '1' && std::equal(one + 1, path1.end(), two + 1);
 }
 
-// A camera is alike from both sides: swapped lenses meet as well as others, and no picture tells.
+// The camera is alike from both sides: swapped lenses meet as well as others, the panorama looks the other way, and no
+// picture tells.
 std::string doubt_about_order(const char* path1, const char* path2) {
     if (!has_sound(path1) && has_sound(path2)) {
         return "the lenses may be swapped: the camera records the sound with lens 1";

@@ -96,6 +96,21 @@ TEST_F(OpenShotTest, ATimeWithoutPictureIsTold) {
     }
 }
 
+TEST_F(OpenShotTest, OnlyFormatsThatCanBeStitchedAreTaken) {
+    files = stills_in(dir, {"--size", "1440", "--chroma", "422"});
+    OpenShot shot(files.one.c_str(), files.two.c_str());
+    shot.go_to(0, 0);
+    EXPECT_EQ(shot.frame(1)->format, AV_PIX_FMT_YUV420P);
+    const TempDir other;
+    const Shot fine = stills_in(other, {"--size", "1440", "--chroma", "444"});
+    try {
+        OpenShot(files.one.c_str(), fine.two.c_str()).go_to(0, 0);
+        FAIL() << "4:4:4 is taken";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "input 2 is not 4:2:0 or 4:2:2 with 8 bits, the only formats that can be stitched");
+    }
+}
+
 TEST_F(OpenShotTest, StitchesWhatAnExportWould) {
     OpenShot shot = movies();
     shot.go_to(2 * kFrameSeconds, 7 * kFrameSeconds);
