@@ -140,8 +140,7 @@ int64_t unix_seconds(const CaptureTime& time) {
 
 std::string exif_date_of(const std::string& text) {
     constexpr size_t kMostDigits = 12;
-    const std::optional<CaptureTime> time = all_digits(text) && text.size() <= kMostDigits
-                                                ? capture_time_of(std::stoll(text))
-                                                : parse_capture_time(text);
+    const std::optional<CaptureTime> time =
+        all_digits(text) && text.size() <= kMostDigits ? capture_time_of(std::stoll(text)) : parse_capture_time(text);
     return time ? exif_text(*time) : text;
 }

@@ -89,7 +89,7 @@ std::string elements(const std::string& prefix,
     for (const auto& [name, text] : names_and_texts) {
         if (!text.empty()) {
             const std::string tag = prefix + ":" + name;
-            lines += "<" + tag + ">" + escape_xml(text) + "</" + tag + ">\n";
+            lines.append("<").append(tag).append(">").append(escape_xml(text)).append("</").append(tag).append(">\n");
         }
     }
     return lines;
