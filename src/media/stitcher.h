@@ -21,9 +21,9 @@ class Stitcher {
     // option's filter.
     static int reduction_for(const OutputOption& option);
 
-    // `option` is borrowed; without whole tables in its transmap, they are made from its other settings. For many
-    // pairs they are kept in the form that sampling needs, otherwise made and used row by row; the panoramas are
-    // the same.
+    // `option` is borrowed; without whole tables in its transmap, they are made from its other settings. Whole tables
+    // are taken as they are: turns, feather and filter have no part in them. For many pairs tables are kept in the form
+    // that sampling needs, otherwise made and used row by row; the panoramas are the same.
     Stitcher(const OutputOption& option, bool many_pairs);
 
     // Takes over the decoded frame of a lens (0 or 1), converted to 4:2:0, reduced and corrected; one that

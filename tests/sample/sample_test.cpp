@@ -258,6 +258,22 @@ TEST_F(Sample, DumpShowsTheSceneAtItsPlace) {
     expect_near(bright_spot(luma), 540, 120);
 }
 
+TEST_F(Sample, DumpLooksWhereItIsTold) {
+    const std::string panorama = dir.file("scene.png");
+    const auto spot_at = [&](double longitude, double latitude, const std::string& view) {
+        run_sample({"dump", panorama, "--gray", "--width", "720", "--scene", scene_with_spot(longitude, latitude),
+                    "--view=" + view});
+        return bright_spot(luma_of(panorama));
+    };
+    expect_near(spot_at(40, 0, "30,0,0"), 360 + 20, 180);
+    expect_near(spot_at(-20, 50, "-20,30,0"), 360, 180 - 40);
+    // What was above is on the right, and what was on the right is below.
+    expect_near(spot_at(0, 30, "0,0,90"), 360 + 60, 180);
+    expect_near(spot_at(30, 0, "0,0,90"), 360, 180 + 60);
+    // About the look that yaw and pitch have found.
+    expect_near(spot_at(50, 60, "50,40,90"), 360 + 40, 180);
+}
+
 TEST_F(Sample, ChromaAndGrayAreWhatWasAsked) {
     const std::vector<std::pair<std::string, std::string>> formats{
         {"420", "yuvj420p"}, {"422", "yuvj422p"}, {"444", "yuvj444p"}, {"gray", "gray"}};
