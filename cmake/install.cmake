@@ -1,4 +1,4 @@
-# What `cmake --install` puts down, in components: library, development, command (the Debian packages of
+# What `cmake --install` puts down, in components: library, development, command, python (the Debian packages of
 # scripts/package) and documentation. Everything finds the rest from where it lies itself, so that the tree can be
 # installed under any prefix and moved.
 include(CMakePackageConfigHelpers)
@@ -74,3 +74,17 @@ install(FILES cli/completions/_nq360 DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/si
         COMPONENT command OPTIONAL)
 install(FILES cli/completions/nq360.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
         COMPONENT command OPTIONAL)
+
+# ---- The Python package ----
+
+if(NQ360_PYTHON)
+  # From lib/PYTHON/site-packages/nq360. The loader finds by its name what lies in a folder of the system.
+  set(NQ360_PYTHON_LIBRARY ../../../../${CMAKE_INSTALL_LIBDIR}/libnq360.so.${PROJECT_VERSION_MAJOR})
+  if(CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
+    set(NQ360_PYTHON_LIBRARY libnq360.so.${PROJECT_VERSION_MAJOR})
+  endif()
+  configure_file(python/nq360/_build.py.in python-installed/_build.py @ONLY)
+  configure_file(cmake/python-package.txt.in python-installed/METADATA @ONLY)
+  configure_file(cmake/install-python.cmake.in install-python.cmake @ONLY)
+  install(SCRIPT ${CMAKE_CURRENT_BINARY_DIR}/install-python.cmake COMPONENT python)
+endif()

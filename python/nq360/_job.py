@@ -7,6 +7,7 @@ import os
 import threading
 from collections.abc import Callable, Generator
 from queue import SimpleQueue
+from types import TracebackType
 from typing import Any, NamedTuple
 
 from ._errors import error_of
@@ -33,12 +34,12 @@ class Job:
 
     def __init__(self, record: Record, on_progress: Callable[[Progress], None] = lambda progress: None) -> None:
         self.cancelled = False
+        self.error: BaseException | None = None
         self._record = record
         self._on_progress = on_progress
         self._total = 0
         self._state: int | None = None
         self._last_reply = b""
-        self._error: BaseException | None = None
 
     def run(self, function: Callable[..., Any], *arguments: Any) -> Any:
         """Calls the function with the record and the arguments."""
@@ -49,28 +50,14 @@ class Job:
 
     def check(self) -> bytes:
         """The last reply, unless the job has failed."""
-        if self._error is not None:
-            raise self._error
+        if self.error is not None:
+            raise self.error
         if self._state in (lib.NQ360_CANCELLED, lib.NQ360_FAILED):
             raise error_of(self._last_reply, self._state == lib.NQ360_CANCELLED, self._record.paths)
         return self._last_reply
 
     def take_reply(self, state: int, reply: bytes) -> bool:
         """Whether the job is to stop."""
-        try:
-            self._read(state, reply)
-        except BaseException as error:  # Ctrl-C too, which is raised wherever Python code runs
-            self._error = error
-        return self.cancelled or self._error is not None
-
-    def take_log(self, level: int, line: bytes) -> None:
-        """Hands the line to the logger "nq360"."""
-        try:
-            _logger.log(_LEVELS.get(level, logging.INFO), "%s", line.decode("utf-8", "replace"))
-        except BaseException as error:
-            self._error = error
-
-    def _read(self, state: int, reply: bytes) -> None:
         if state == lib.NQ360_STARTED:
             self._total = frame_count_of(reply)
             self._on_progress(Progress(0, self._total))
@@ -78,18 +65,26 @@ class Job:
             self._on_progress(Progress(frame_count_of(reply), self._total))
         else:
             self._state, self._last_reply = state, reply
+        return self.cancelled or self.error is not None
 
 
-@ffi.callback("int(NQ360_STATE, const char*, void*)", error=1)  # type: ignore[misc]
+def _keep_error(kind: type[BaseException], error: BaseException, traceback: TracebackType) -> None:
+    """What a callback raises is the job's end; Ctrl-C too is raised wherever Python code runs."""
+    job: Job = ffi.from_handle(traceback.tb_frame.f_locals["user"])
+    job.error = error
+
+
+@ffi.callback("int(NQ360_STATE, const char*, void*)", error=1, onerror=_keep_error)  # type: ignore[misc]
 def _on_reply(state: int, reply: Any, user: Any) -> int:
     job: Job = ffi.from_handle(user)
     return job.take_reply(state, ffi.string(reply))
 
 
-@ffi.callback("void(int, const char*, void*)")  # type: ignore[misc]
+@ffi.callback("void(int, const char*, void*)", onerror=_keep_error)  # type: ignore[misc]
 def _on_log(level: int, line: Any, user: Any) -> None:
-    job: Job = ffi.from_handle(user)
-    job.take_log(level, ffi.string(line))
+    here = _LEVELS.get(level, logging.INFO)
+    if _logger.isEnabledFor(here):
+        _logger.log(here, "%s", ffi.string(line).decode("utf-8", "replace"))
 
 
 def progress_of(record: Record, function: Callable[[Any], int]) -> Generator[Progress, None, bytes]:
