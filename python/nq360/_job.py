@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import atexit
 import logging
 import os
 import threading
@@ -90,28 +91,42 @@ def _on_log(level: int, line: Any, user: Any) -> None:
 def progress_of(record: Record, function: Callable[[Any], int]) -> Generator[Progress, None, bytes]:
     """Runs the function on a thread of its own, yields how far it is, and returns its last reply.
 
-    Leaving the generator cancels it.
+    The function waits while a report is looked at. Leaving the generator cancels it.
     """
     reports: SimpleQueue[Progress | None] = SimpleQueue()
-    job = Job(record, reports.put)
+    go_on = threading.Semaphore(0)
+
+    def report(progress: Progress) -> None:
+        reports.put(progress)
+        go_on.acquire()
+
+    def run() -> None:
+        try:
+            job.run(function)
+        finally:
+            reports.put(None)
+
+    def stop() -> None:
+        job.cancelled = True
+        marker.set()
+        go_on.release()
+        if thread.ident is not None:
+            thread.join()
+
+    job = Job(record, report)
     with _CancelMarker(record) as marker:
-        thread = threading.Thread(target=_run, args=(job, function, reports), name="nq360")
+        # A daemon, which the interpreter does not wait for at its end before it runs what atexit has.
+        thread = threading.Thread(target=run, name="nq360", daemon=True)
+        atexit.register(stop)
         try:
             thread.start()
             while (progress := reports.get()) is not None:
                 yield progress
+                go_on.release()
         finally:
-            job.cancelled = True
-            marker.set()
-            thread.join()
+            stop()
+            atexit.unregister(stop)
     return job.check()
-
-
-def _run(job: Job, function: Callable[[Any], int], reports: SimpleQueue[Progress | None]) -> None:
-    try:
-        job.run(function)
-    finally:
-        reports.put(None)
 
 
 class _CancelMarker:
@@ -123,6 +138,7 @@ class _CancelMarker:
 
     def __init__(self, record: Record) -> None:
         self._descriptor = os.open(os.devnull, os.O_RDONLY)
+        self._is_set = False
         if "cancel_path" not in record.paths:
             record.set("cancel_path", f"/proc/self/fd/{self._descriptor}/.")
 
@@ -134,6 +150,9 @@ class _CancelMarker:
 
     def set(self) -> None:
         """From now on the path is there."""
+        if self._is_set:  # the descriptor may have been closed since
+            return
+        self._is_set = True
         folder = os.open("/", os.O_RDONLY)
         os.dup2(folder, self._descriptor, inheritable=False)
         os.close(folder)
