@@ -102,8 +102,9 @@ void StackReduction::move_positions(float* x, float* y, int count) const {
         return;
     }
     const auto lenses = static_cast<float>(2 * lens_.height);
-    const auto reduced_lenses = static_cast<float>(2 * lens_.height / factor_);
-    const auto last_column = static_cast<float>(lens_.width / factor_ - 1);
+    const int reduced_lenses = 2 * lens_.height / factor_;
+    const int reduced_columns = lens_.width / factor_;
+    const auto last_column = static_cast<float>(reduced_columns - 1);
     const auto rows = static_cast<float>(reduced_rows_);
     for (int i = 0; i < count; ++i) {
         const float in_band = y[i] - lenses;
@@ -113,7 +114,7 @@ void StackReduction::move_positions(float* x, float* y, int count) const {
         }
         const bool right = in_band >= static_cast<float>(strip_rows_ + 3);
         const float row = right ? in_band - static_cast<float>(strip_rows_ + kRightHalf) : in_band - kLeftHalf;
-        y[i] = reduced_lenses + (right ? rows + 3 : 1) + std::clamp(reduced(row), -1.0f, rows);
+        y[i] = static_cast<float>(reduced_lenses) + (right ? rows + 3 : 1) + std::clamp(reduced(row), -1.0f, rows);
         // The strip ends in whole pixels; what is beside them is black.
         x[i] = std::clamp(x[i], 0.0f, last_column);
     }

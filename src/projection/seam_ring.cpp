@@ -8,7 +8,8 @@
 
 namespace {
 
-constexpr int kWhole = 256;   // of a share
+constexpr int kWhole = 256;  // of a share
+constexpr float kRounding = 0.5f;
 constexpr size_t kGroup = 8;  // pixels that are sampled at once; rows are filled up with pixels that no span has
 
 // 1 where lens 1 is sampled, -1 where lens 2 is, 0 in the band. The lenses keep clear of the edges of their pictures.
@@ -72,7 +73,7 @@ void SeamRing::find_row(const TableRows& rows, int y, TableRows::Row own, const 
     }
     find_samples({x, other_y}, static_cast<int>(count), source, offsets_.data() + pixel, fractions_.data() + pixel);
     for (size_t i = 0; i < count; ++i) {
-        shares_[pixel + i] = static_cast<uint8_t>(shares[i] * kWhole + 0.5f);
+        shares_[pixel + i] = static_cast<uint8_t>(shares[i] * kWhole + kRounding);
     }
 }
 
@@ -135,7 +136,8 @@ LitOverlap lit_overlap(const TableRows& rows, const FramedPlane& stack, const st
     LitOverlap found = {width, false};
     for (int lens = 0; lens < 2; ++lens) {
         const size_t other = lens == 0 ? 1 : 0;
-        for (double past = kStep; past < width + kEdge; past += kStep) {
+        for (int step = 1; step * kStep < width + kEdge; ++step) {
+            const double past = step * kStep;
             const double phi = kPi / 2 + (lens == 0 ? past : -past);
             int lit_ones = 0;
             int dark_ones = 0;

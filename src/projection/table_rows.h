@@ -60,7 +60,8 @@ class TableRows {
     double overlap() const { return mapper_->overlap(reduction_ ? (reduction_->factor() - 1) / 2.0 : 0); }
     // Of each lens in the stack.
     float lens_rows() const {
-        return static_cast<float>(mapper_->sources().size.height / (reduction_ ? reduction_->factor() : 1));
+        const int rows = mapper_->sources().size.height / (reduction_ ? reduction_->factor() : 1);
+        return static_cast<float>(rows);
     }
 
   private:
