@@ -6,6 +6,7 @@
 
 #include "commands/command.h"
 #include "commands/preview.h"
+#include "jobs/band.h"
 #include "jobs/description.h"
 #include "jobs/errors.h"
 #include "jobs/export_arguments.h"
@@ -79,6 +80,9 @@ class Export : public Command {
         makes_picture_ = preview_ || from_pictures_;
         choose_output();
         check_starts();
+        if (arguments_.band) {
+            check_band(*arguments_.band);
+        }
         if (!makes_picture_) {
             check_sound(parser().get_option("--sound")->count() > 0);
         }

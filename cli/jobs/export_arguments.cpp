@@ -25,7 +25,7 @@ void add_look(CLI::App& app, ExportArguments& arguments) {
     add_parsed(app, "--gain2", arguments.gains[1], parse_gains, "Y,U,V", "the same for lens 2");
     add_parsed(app, "--feather", arguments.feather, parse_feather, "DEGREES",
                "mix the lenses so far on each side of the seam, 0 to 5.5 (1.5)");
-    add_text(app, "--band", arguments.band, "FILE", "lay this picture, a strip, over the seam");
+    add_text(app, "--band", arguments.band, "FILE", "lay this picture, an opaque strip, over the seam");
 }
 
 void add_coding(CLI::App& app, ExportArguments& arguments) {

@@ -98,12 +98,12 @@ std::string Proposal::options() const {
 std::string Proposal::words() const {
     std::string sentences;
     if (turn_ != 0) {
-        sentences += "Lens 2 is turned by " + number_text(std::abs(turn_)) + " degrees against lens 1. ";
+        sentences += "Lens 2 is turned by " + number_text(std::abs(turn_)) + " degrees against lens 1.\n";
     }
     const double factor = gains_[0][0] / gains_[1][0];
     if (way() == kGains && factor != 1) {
         sentences += std::string("Lens 2 is ") + (factor > 1 ? "brighter" : "darker") + " by a factor of " +
-                     number_text(std::round(100 * std::max(factor, 1 / factor)) / 100) + ". ";
+                     number_text(std::round(100 * std::max(factor, 1 / factor)) / 100) + ".\n";
     }
     if (options().empty()) {
         sentences += "The lenses meet already: the step at the seam is " + text(step_) + ".";

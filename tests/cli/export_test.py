@@ -2,7 +2,9 @@
 import ctypes
 import json
 import os
+import struct
 import subprocess
+import zlib
 
 from command import SAMPLE, CommandTest, gray, main, run, sample
 
@@ -176,6 +178,31 @@ class Picture(CommandTest):
         self.assert_done(run("export", *STILLS, "out.jpg", "--size", "256x128", "--band", "band.png"))
         self.assertGreater(min(gray("out.jpg", 256, 128)[64]), 200)
         self.assert_refused(run("export", *STILLS, "no.jpg", "--band", "missing.png"), 1, "missing.png", "band")
+
+
+    def test_what_cannot_be_a_band_is_told(self):
+        def picture(name, size, pixels="rgb24"):
+            subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"color=white:s={size}", "-frames:v", "1",
+                            "-pix_fmt", pixels, name], check=True)
+        picture("square.png", "300x300")
+        picture("square.jpg", "300x300", "yuvj420p")
+        picture("clear.png", "600x20", "rgba")
+        picture("opaque.png", "600x20")
+        opaque = content("opaque.png")
+        chunk = b"tRNS" + bytes(6)  # black is transparent
+        at = opaque.index(b"IDAT") - 4
+        with open("partly.png", "wb") as file:
+            file.write(opaque[:at] + struct.pack(">I", 6) + chunk + struct.pack(">I", zlib.crc32(chunk)) + opaque[at:])
+        os.mkfifo("pipe.png")
+        for band, why in [("square.png", "would cover the whole panorama (300x300)"),
+                          ("square.jpg", "would cover the whole panorama (300x300)"),
+                          ("clear.png", "is transparent"), ("partly.png", "is transparent"), ("pipe.png", "is a pipe"), (".", "is a folder")]:
+            for options in [[], ["--preview"]]:
+                self.assert_refused(run("export", *STILLS, "out.jpg", "--size", "64x32", "--band", band, *options), 1,
+                                    f"{band}: {why}")
+        picture("strip.jpg", "600x20", "yuvj420p")
+        for band in ["strip.jpg", "opaque.png"]:
+            self.assert_done(run("export", *STILLS, "out.jpg", "--size", "64x32", "--force", "--band", band))
 
 
 class Movie(CommandTest):
