@@ -52,11 +52,16 @@ void on_signal(int signal) {
     errno = error;
 }
 
-// Descriptors are handed out from the lowest, so nothing else gets the last one.
+// Descriptors are handed out from the lowest, so nothing else gets the last free one.
 void choose_cancel_descriptor() {
     constexpr long kUsualMost = 1024;  // a far higher one would cost the system a longer table
+    const long most = sysconf(_SC_OPEN_MAX);
+    int last = static_cast<int>(most > 0 ? std::min(most, kUsualMost) : kUsualMost) - 1;
+    while (last > STDERR_FILENO && fcntl(last, F_GETFD) >= 0) {
+        --last;
+    }
     opened_to_cancel = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    cancel_descriptor = static_cast<int>(std::min(sysconf(_SC_OPEN_MAX), kUsualMost)) - 1;
+    cancel_descriptor = last;
 }
 
 }  // namespace

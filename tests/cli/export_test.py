@@ -130,6 +130,10 @@ class Picture(CommandTest):
         self.assertEqual(usual, size("same.jpg", "--quality", "95", "--feather", "1.5"))
         self.assertGreater(usual, size("coarse.jpg", "--quality", "50"))
         self.assertNotEqual(content("usual.jpg"), content(size("hard.jpg", "--feather", "0") and "hard.jpg"))
+        # Both coded alike, one of them filtered.
+        size("small.jpg", "--size", "64x32")
+        size("coarse.jpg", "--size", "64x32", "--exact", "--quality", "95", "--feather", "1.5", "--force")
+        self.assertGreater(mean_difference(gray("small.jpg", 64, 32), gray("coarse.jpg", 64, 32)), 1)
         for name, make in [("usual.jpg", "MERIDAN OPTICS"), ("exact.jpg", "")]:
             self.assertEqual(subprocess.run(["exiftool", "-s3", "-IFD0:Make", name], capture_output=True,
                                             check=True).stdout.decode().strip(), make)

@@ -1,5 +1,6 @@
 """The command in a terminal and in pipes: bar, Ctrl-C, colour, closed pipes."""
 import os
+import resource
 import shutil
 import signal
 import subprocess
@@ -68,6 +69,13 @@ class Interrupt(CommandTest):
         self.assertIn(b"stopping once this frame is made", terminal.text)
         self.assertIn(b"cancelled; nothing is changed", terminal.text)
         self.assert_nothing_left()
+
+    def test_descriptors_of_the_caller_are_left_alone(self):
+        highest = min(resource.getrlimit(resource.RLIMIT_NOFILE)[0], 1024) - 1
+        def hand_down():
+            os.dup2(1, highest)
+        result = run("export", *MOVIES, "out.mp4", "--size", "128x64", preexec_fn=hand_down, close_fds=False)
+        self.assert_done(result)
 
     def test_ctrl_c_does_not_wait_for_a_report(self):
         # Of so many frames only every hundredth is reported.
