@@ -154,7 +154,8 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
     if (request.tells_unread) {
         Unread unread;
         unread.note(block && !exif.is_tiff, "exif");
-        unread.note(!media.missing[0].empty() || is_jpeg_cut_off(request.input_path), "picture");
+        // FFmpeg opens what is no JPEG at all, and finds no picture in it.
+        unread.note(media.width == 0 || !media.missing[0].empty() || is_jpeg_cut_off(request.input_path), "picture");
         *json_out = unread.added_to(const_cast<char*>(*json_out));
     }
     fill_result(media, exif, target, true, result);

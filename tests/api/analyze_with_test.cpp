@@ -72,6 +72,9 @@ TEST_F(AnalyzeWith, NamesWhatItCannotRead) {
     const std::string thumbnail = dir.file("thumbnail.jpg");
     EXPECT_EQ(description(picture, &thumbnail).at("unread"), nlohmann::json::array({"picture"})) << "in its middle";
 
+    write_file(picture, text("no picture"));
+    EXPECT_EQ(description(picture).at("unread"), nlohmann::json::array({"picture"})) << "no JPEG at all";
+
     Bytes no_header = whole;
     const Bytes mark = text("Exif");
     const auto exif = std::search(no_header.begin(), no_header.end(), mark.begin(), mark.end());

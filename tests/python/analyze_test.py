@@ -82,6 +82,8 @@ def test_unread_part_is_named(still, tmp_path):
     data = still[0].read_bytes()
     (tmp_path / "cut.jpg").write_bytes(data[: len(data) // 2])
     assert nq360.analyze(tmp_path / "cut.jpg").unread == ("picture",)
+    (tmp_path / "none.jpg").write_text("no picture")
+    assert nq360.analyze(tmp_path / "none.jpg").unread == ("picture",)
 
 
 @pytest.mark.parametrize("name", [b"caf\xe9.jpg", b'q"uo\\te.jpg', b"line\nend.jpg", "gr\xfc\xdf.jpg".encode()])
