@@ -108,17 +108,6 @@ double stream_seconds(const AVStream* stream) {
     return static_cast<double>(stream->time_base.num) / stream->time_base.den * static_cast<double>(stream->duration);
 }
 
-// Reads the next packet. One in which the file breaks off is no packet but the end, as it is where the file breaks off
-// between two.
-int read_whole_packet(AVFormatContext* input, AVPacket* packet) {
-    const int result = av_read_frame(input, packet);
-    if (result >= 0 && (packet->flags & AV_PKT_FLAG_CORRUPT) && share_there(input, packet->stream_index) < 1) {
-        av_packet_unref(packet);
-        return AVERROR_EOF;
-    }
-    return result;
-}
-
 // The demuxer takes a packet behind the file's end for the end of all streams. It reads the others on once it leaves
 // out the one that breaks off. Whether there was one to leave out.
 bool leave_out_if_cut_off(const AVFormatContext* input, int stream_index) {
@@ -290,21 +279,31 @@ void libavIF::close_input_file() {
 int libavIF::read_packet(int which, AVPacket* packet, StreamsNeeded needed) {
     const int i = index_of(which);
     AVFormatContext* input = input_format[i];
-    int result = read_whole_packet(input, packet);
+    const auto is_needed = [&] {
+        return (needed.video && packet->stream_index == video_stream_index[i]) ||
+               (needed.sound && packet->stream_index == audio_stream_index[i]);
+    };
+    // A needed packet in which the file breaks off is the end, as where it breaks off between two.
+    const auto read = [&] {
+        const int result = av_read_frame(input, packet);
+        const bool breaks_off = result >= 0 && (packet->flags & AV_PKT_FLAG_CORRUPT) && is_needed() &&
+                                share_there(input, packet->stream_index) < 1;
+        return breaks_off ? AVERROR_EOF : result;
+    };
+    int result = read();
     if (result == AVERROR_EOF) {
         result = check_end(i, needed);
     }
     for (unsigned stream = 0; result == AVERROR_EOF && stream < input->nb_streams; ++stream) {
         if (leave_out_if_cut_off(input, static_cast<int>(stream))) {
-            result = read_whole_packet(input, packet);
+            av_packet_unref(packet);
+            result = read();
         }
     }
     if (result >= 0) {
-        const bool is_needed = (needed.video && packet->stream_index == video_stream_index[i]) ||
-                               (needed.sound && packet->stream_index == audio_stream_index[i]);
         if (input->pb && input->pb->error < 0) {
             result = input->pb->error;  // the demuxer of pictures takes what it could read for the whole file
-        } else if (is_needed && (packet->flags & AV_PKT_FLAG_CORRUPT)) {
+        } else if (is_needed() && (packet->flags & AV_PKT_FLAG_CORRUPT)) {
             result = AVERROR_INVALIDDATA;
         }
     }

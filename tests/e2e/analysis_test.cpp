@@ -15,6 +15,7 @@
 #include "support/bytes.h"
 #include "support/comma_locale.h"
 #include "support/log_lines.h"
+#include "support/movie_index.h"
 #include "support/open_files.h"
 #include "support/picture.h"
 #include "support/plain_media.h"
@@ -212,6 +213,17 @@ TEST_F(Analysis, MovieWithoutFramesHasNoThumbnail) {
     const Outcome outcome = analyze(shot.one, thumbnail, 64);
     EXPECT_EQ(outcome.state(), NQ360_FAILED) << outcome.text();
     EXPECT_FALSE(fs::exists(thumbnail));
+}
+
+// Established: of a first picture that is there in part, what is there is shown.
+TEST_F(Analysis, MovieThatBreaksOffInItsFirstPictureHasAThumbnail) {
+    const Shot shot = {dir.file("1.mov"), dir.file("2.mov")};
+    run_sample({"movie", shot.one, shot.two, "--size", "320", "--frames", "3", "--codec", "mjpeg", "--moov-first"});
+    const StoredPacket first = packets_of(shot.one, true).at(0);
+    const auto there = static_cast<size_t>(first.position) + first.bytes.size() * 3 / 4;
+    write_file(shot.one, slice(read_file(shot.one), 0, there));
+    EXPECT_EQ(analyze(shot.one, thumbnail, 64).json().value("createdThumbnail", false), true);
+    EXPECT_GT(mean_of(plane_of(thumbnail, 'y').rowRange(0, 32)), 20);
 }
 
 TEST_F(Analysis, EarlierThumbnailIsReplaced) {
