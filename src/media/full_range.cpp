@@ -21,3 +21,8 @@ FramePtr in_full_range(const AVFrame* picture) {
     }
     return scaled;
 }
+
+bool has_full_range(const AVFrame* frame) {
+    return frame->color_range == AVCOL_RANGE_JPEG || frame->format == AV_PIX_FMT_YUVJ420P ||
+           frame->format == AV_PIX_FMT_YUVJ422P;
+}

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "base/saturate.h"
+#include "media/full_range.h"
 #include "media/scaler.h"
 
 namespace {
@@ -34,11 +35,6 @@ FramePtr converted_to_420(const AVFrame* frame) {
 }
 
 }  // namespace
-
-bool has_full_range(const AVFrame* frame) {
-    return frame->color_range == AVCOL_RANGE_JPEG || frame->format == AV_PIX_FMT_YUVJ420P ||
-           frame->format == AV_PIX_FMT_YUVJ422P;
-}
 
 LensFile::LensFile(const char* path) : path_(path), media_(path_.c_str()) {
     open();

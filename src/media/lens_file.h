@@ -24,8 +24,6 @@ class LensFile {
     // Throws UnreadableFile.
     explicit LensFile(const char* path);
 
-    const std::string& path() const { return path_; }
-
     // Whether it has one frame, whatever the time.
     bool is_still() const { return media_.is_still[0]; }
 
@@ -48,6 +46,3 @@ class LensFile {
     libavIF media_;
     bool is_unread_ = false;
 };
-
-// Whether the frame's values take the full range of a byte, as pictures' do, and not 16 to 235.
-bool has_full_range(const AVFrame* frame);

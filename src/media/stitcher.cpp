@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "media/full_range.h"
 #include "media/scaler.h"
 #include "projection/angles.h"
 #include "projection/reduction.h"
@@ -20,11 +21,6 @@ bool is_422(const AVFrame* frame) {
 
 bool is_420(const AVFrame* frame) {
     return frame->format == AV_PIX_FMT_YUV420P || frame->format == AV_PIX_FMT_YUVJ420P;
-}
-
-bool is_full_range(const AVFrame* frame) {
-    return frame->format == AV_PIX_FMT_YUVJ420P || frame->format == AV_PIX_FMT_YUVJ422P ||
-           frame->color_range == AVCOL_RANGE_JPEG;
 }
 
 std::string size_text(int width, int height) {
@@ -279,7 +275,7 @@ cv::Mat Stitcher::place_of(int lens, int plane) const {
 // The range may change in mid-movie, and with it the tables.
 const YuvCorrectMap& Stitcher::correction_for(int lens, const AVFrame* frame) {
     Lens& state = lenses_[lens];
-    const bool full_range = is_full_range(frame);
+    const bool full_range = has_full_range(frame);
     if (state.full_range != full_range) {
         const YuvCorrectMap& offsets = lens == 0 ? option_.correct1 : option_.correct2;
         state.correction = with_gains(offsets, option_.gains[lens], full_range);

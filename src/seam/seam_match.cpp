@@ -5,9 +5,8 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "media/lens_file.h"
+#include "media/full_range.h"
 #include "nq360.h"
-#include "seam/turn_search.h"
 
 namespace {
 

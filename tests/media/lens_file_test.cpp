@@ -1,3 +1,4 @@
+#include "media/full_range.h"
 #include "media/lens_file.h"
 
 #include <filesystem>
