@@ -1,5 +1,5 @@
 // Takes the place of operator new in the program that includes this, the library's calls included, so that a test
-// can make the n-th allocation fail. For one source of a program.
+// can make the n-th allocation fail. Weak, so that several sources of a program can include it.
 #pragma once
 
 #include <cstdlib>
@@ -40,9 +40,9 @@ class FailingNew {
 
 }  // namespace test_support
 
-void* operator new(std::size_t size) {
+[[gnu::weak]] void* operator new(std::size_t size) {
     return test_support::FailingNew::allocate(size);
 }
-void* operator new[](std::size_t size) {
+[[gnu::weak]] void* operator new[](std::size_t size) {
     return test_support::FailingNew::allocate(size);
 }

@@ -1,5 +1,5 @@
 // Takes the place of FFmpeg's function that opens inputs in the program that includes this, the library's calls
-// included, so that a test can make the n-th opening fail. For one source of a program.
+// included, so that a test can make the n-th opening fail. Weak, so that several sources of a program can include it.
 #pragma once
 
 #include "support/real_function.h"
@@ -30,8 +30,8 @@ class FailingOpen {
 
 }  // namespace test_support
 
-extern "C" int avformat_open_input(AVFormatContext** context, const char* url, const AVInputFormat* format,
-                                   AVDictionary** options) {
+extern "C" [[gnu::weak]] int avformat_open_input(AVFormatContext** context, const char* url,
+                                                 const AVInputFormat* format, AVDictionary** options) {
     if (test_support::FailingOpen::fails()) {
         avformat_free_context(*context);  // as FFmpeg does
         *context = nullptr;

@@ -1,5 +1,5 @@
 // Takes the place of the system's statvfs in the program that includes this, the library's calls included, so
-// that a test can say how full a volume is. For one source of a program.
+// that a test can say how full a volume is. Weak, so that several sources of a program can include it.
 #pragma once
 
 #include <string>
@@ -50,7 +50,7 @@ class FakeVolume {
 
 }  // namespace test_support
 
-extern "C" int statvfs(const char* path, struct statvfs* status) noexcept {
+extern "C" [[gnu::weak]] int statvfs(const char* path, struct statvfs* status) noexcept {
     using test_support::FakeVolume;
     if (FakeVolume* fake = FakeVolume::current()) {
         return fake->answer(path, status);
