@@ -11,8 +11,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -649,22 +647,19 @@ TEST_F(BadInput, WritingThatFailsAtAnyByteOfAThumbnail) {
 }
 
 TEST_F(BadInput, DiskThatFillsUpWhileWriting) {
-    if (geteuid() != 0 || !true_in_child([] { return unshare(CLONE_NEWNS) == 0; })) {
-        GTEST_SKIP() << "only root can mount a small volume";
-    }
-    // In a mount space of the child's own, so that nothing stays mounted.
-    EXPECT_TRUE(true_in_child([&] {
+    const ChildResult child = run_in_child([&] {
         const std::string volume = dir.file("volume");
         fs::create_directory(volume);
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("none", volume.c_str(), "tmpfs", 0, "size=16k") != 0) {
-            return false;
-        }
+        mount_small_volume(volume);
         const FakeVolume plenty(1ULL << 40);  // as it was when it was asked
         use_output(volume + "/out.jpg");
         const Outcome outcome = export_carefully();
         const Outcome analysis = analyze(shot.one, volume + "/thumbnail.jpg");
         return outcome.json().at("errnum") == "39999" && analysis.json().at("errnum") == "19999" &&
                fs::is_empty(volume);
-    }));
+    });
+    if (child.end == ChildEnd::kNotSetUp) {
+        GTEST_SKIP() << child.words;
+    }
+    EXPECT_EQ(child.end, ChildEnd::kTrue) << child.words;
 }
