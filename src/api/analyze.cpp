@@ -16,6 +16,7 @@
 #include "base/thrown_text.h"
 #include "media/libavif.h"
 #include "media/whole.h"
+#include "metadata/capture_time.h"
 #include "metadata/exif.h"
 #include "metadata/jpeg.h"
 #include "metadata/mov.h"
@@ -70,6 +71,12 @@ int recognise_viewer(char* xmp, ViewerTexts* texts) {
     texts->software.reset(software);
     texts->date.reset(date);
     return viewer;
+}
+
+// The date of a panorama as the replies have it; the plain interface tells it as it stands in the file.
+std::string date_of(const Request& request, const ViewerTexts& texts) {
+    const std::string date = texts.date ? texts.date.get() : "";
+    return request.tells_unread ? exif_date_of(date) : date;
 }
 
 std::string extension_of(const char* path) {
@@ -150,7 +157,7 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
         return reply_no_thumbnail(kTag, request, &media, json_out);
     }
     *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software.get(),
-                                  texts.date.get(), target, wants_thumbnail, "JPEG");
+                                  date_of(request, texts).c_str(), target, wants_thumbnail, "JPEG");
     if (request.tells_unread) {
         Unread unread;
         unread.note(block && !exif.is_tiff, "exif");
@@ -203,7 +210,7 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
         return reply_no_thumbnail(kTag, request, &media, json_out);
     }
     *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software.get(),
-                                  texts.date.get(), target, wants_thumbnail, "MOVIE");
+                                  date_of(request, texts).c_str(), target, wants_thumbnail, "MOVIE");
     if (request.tells_unread) {
         Unread unread;
         unread.note(block && !exif.is_mkri && !exif.is_tiff, "exif");

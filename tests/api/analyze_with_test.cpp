@@ -60,6 +60,15 @@ TEST_F(AnalyzeWith, ReadsTheExifOfOtherCameras) {
     EXPECT_EQ(analyze(path).json().at("maker"), "") << "the plain one leaves them alone";
 }
 
+TEST_F(AnalyzeWith, TellsTheDateOfAKeptMovieAsOfAnyOtherFile) {
+    const Shot shot = movies_in(dir, {"--size", "1440", "--frames", "3"});
+    const std::string movie = dir.file("panorama.mov");
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, movie, 128, 64);
+    options.keep_metadata = 1;
+    ASSERT_EQ(export_with(options).result, NQ360_FINISHED);
+    EXPECT_EQ(description(movie).at("datetime"), "2026:01:02 03:04:05");
+}
+
 TEST_F(AnalyzeWith, NamesWhatItCannotRead) {
     const std::string picture = stills_in(dir, {"--size", "320"}).one;
     const Bytes whole = read_file(picture);
