@@ -1,4 +1,3 @@
-#include "media/full_range.h"
 #include "media/lens_file.h"
 
 #include <filesystem>
@@ -8,6 +7,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "media/full_range.h"
 
 extern "C" {
 #include <libavutil/error.h>
