@@ -34,7 +34,7 @@ bool is_png(const std::string& bytes) {
 
 // An alpha channel, or a chunk that names transparent colours; it stands before the picture's data.
 bool has_transparency(const std::string& png) {
-    const int colour_type = png[25];
+    const auto colour_type = static_cast<unsigned char>(png[25]);
     const size_t data = png.find("IDAT");
     return colour_type == 4 || colour_type == 6 || png.rfind("tRNS", data) != std::string::npos;
 }

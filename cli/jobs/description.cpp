@@ -47,7 +47,7 @@ Description describe(const std::string& path) {
     if (outcome.state != NQ360_FINISHED) {
         throw CommandError(analysis_failure(reply, path, ""));
     }
-    const Description found = read_description(reply);
+    Description found = read_description(reply);
     if (found.width <= 0 || found.height <= 0) {
         throw CommandError(no_picture(path));
     }
