@@ -112,6 +112,7 @@ TEST_F(MatchTest, LooksAtAPictureAndAMovieToo) {
 // The end lies within both movies, which are of unlike lengths.
 TEST_F(MatchTest, LooksAtTheRangeThatBothHave) {
     use_movies({"--frames2", "6"});
+    EXPECT_EQ(match(options).state(), NQ360_FINISHED);
     options.start1 = 0.2;
     EXPECT_EQ(match(options).state(), NQ360_FINISHED);
     options.start1 = 0;

@@ -73,6 +73,7 @@ TEST_F(Doubts, AreAboutNamesNumberedTheOtherWay) {
     EXPECT_THAT(doubts_of("R0012-1.jpg", "R0012-2.jpg"), IsEmpty());
     EXPECT_THAT(doubts_of("R0012.jpg", "R0011.jpg"), HasSubstr("may be swapped"));
     EXPECT_THAT(doubts_of("R0032.jpg", "R0041.jpg"), IsEmpty()) << "two things differ";
+    EXPECT_THAT(doubts_of("R2-007.jpg", "R1-008.jpg"), IsEmpty()) << "two things differ";
     EXPECT_THAT(doubts_of("R2.jpg", "R11.jpg"), IsEmpty());
 }
 

@@ -1,5 +1,6 @@
 #include "seam/seam_pair.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -58,6 +59,15 @@ TEST(SeamPair, BlackAndWhiteAreLeftOut) {
     const SeamPair bright = pair_of(even(100), with_part(100, 90, 180, 255));
     EXPECT_NEAR(static_cast<double>(bright.values(0, 0).size()), 5400, 10);
     EXPECT_EQ(bright.values(1, 0).size(), 7200u) << "chroma is neither";
+}
+
+// Where lens 2's picture is turned on to, not where it was.
+TEST(SeamPair, BlackIsLeftOutWhereItIsTurnedTo) {
+    const SeamPair pair = pair_of(even(100), with_part(100, 90, 180, 0));
+    const std::vector<SeamValues> values = pair.values(0, 300);
+    EXPECT_NEAR(static_cast<double>(values.size()), 5400, 10);
+    const auto between = [](const SeamValues& value) { return value.lens2 < 99; };  // at the ends of what is black
+    EXPECT_LT(std::count_if(values.begin(), values.end(), between), 10);
 }
 
 // A slope that goes on over the seam: lens 1 shows it up to there, lens 2 from there on, 12 brighter.
