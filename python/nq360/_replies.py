@@ -32,8 +32,8 @@ def read_reply(reply: bytes) -> dict[str, Any]:
 
 def frame_count_of(reply: bytes) -> int:
     """What a started or progress reply counts; -1 where a long name has left no room for it."""
-    found = _FRAME_COUNT.findall(reply)
-    return int(found[-1]) if found else -1
+    found = _FRAME_COUNT.search(reply)
+    return int(found.group(1)) if found else -1
 
 
 def missing_in(reply: bytes) -> str:

@@ -136,6 +136,28 @@ def test_log_goes_to_the_logger(still, tmp_path, caplog, capfd):
     assert capfd.readouterr() == ("", "")
 
 
+class Stop(BaseException):
+    """What no handler on the way would take for its own."""
+
+
+def test_what_is_raised_in_a_callback_comes_out(still, movie, tmp_path, monkeypatch, caplog):
+    def refuse(record):
+        raise error
+
+    error = Stop()
+    monkeypatch.setattr(logging.getLogger("nq360"), "filters", [refuse])
+    with caplog.at_level(logging.DEBUG, "nq360"):
+        for job in (
+            lambda: nq360.analyze(still[0]),
+            lambda: nq360.match(*still),
+            lambda: nq360.export(*movie, tmp_path / "out.mov"),
+        ):
+            with pytest.raises(Stop) as caught:
+                job()
+            assert caught.value is error
+    assert list(tmp_path.iterdir()) == []
+
+
 def test_thousand_analyses_leave_nothing_behind(still, tmp_path):
     def analyze_often(times):
         for _ in range(times):

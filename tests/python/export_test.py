@@ -65,6 +65,14 @@ def test_leaving_the_iterator_cancels(movie, tmp_path):
     assert (tmp_path / "out.mov").read_text() == "the old one"
 
 
+def test_export_waits_while_a_report_is_looked_at(movie, tmp_path):
+    reports = iter(nq360.Export(*movie, tmp_path / "out.mov", width=640, height=320))
+    next(reports)
+    nq360.export(*movie, tmp_path / "other.mov", width=640, height=320)  # long enough for the first one to end
+    reports.close()
+    assert names(tmp_path) == ["other.mov"]
+
+
 def test_iterator_that_is_left_alone_does_not_hold_up_the_end(movie, tmp_path):
     program = "import nq360, sys; reports = iter(nq360.Export(*sys.argv[1:])); next(reports)"
     subprocess.run([sys.executable, "-c", program, *movie, tmp_path / "out.mov"], check=True)

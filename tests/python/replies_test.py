@@ -8,7 +8,7 @@ import nq360
 from nq360._errors import error_of
 from nq360._replies import frame_count_of, missing_in, read_reply
 
-DESCRIPTION = b'{"width":7,"maker":"%s","model":"%s","orientaion":1,"movie_path":"a\\\\b\\"c","type":"JPEG"}'
+DESCRIPTION = b'{"width":7,"maker":"%s","model":"%s","orientaion":1,"movie_path":"a\\\\b\\"c\n","type":"JPEG"}'
 PATHS = {"lens1": "a.jpg", "lens2": b"b.jpg", "output": "o.jpg"}
 
 
@@ -26,7 +26,7 @@ PATHS = {"lens1": "a.jpg", "lens2": b"b.jpg", "output": "o.jpg"}
 def test_camera_texts_are_taken_as_they_are(maker, model):
     keys = read_reply(DESCRIPTION % (maker, model))
     assert (keys["maker"], keys["model"]) == (maker.decode(), model.decode())
-    assert (keys["width"], keys["orientaion"], keys["movie_path"]) == (7, 1, 'a\\b"c')
+    assert (keys["width"], keys["orientaion"], keys["movie_path"]) == (7, 1, 'a\\b"c\n')
 
 
 def test_bytes_that_are_not_utf8_are_replaced():

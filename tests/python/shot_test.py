@@ -170,6 +170,16 @@ def test_closed_shot_is_refused(job, still):
         getattr(shot, job)()
 
 
+def test_shot_is_used_by_one_thread_at_a_time(still):
+    with nq360.Shot(*still) as shot:
+        thread = threading.Thread(target=shot.preview)
+        with shot._turn:
+            thread.start()
+            thread.join(0.5)
+            assert thread.is_alive()
+        thread.join()
+
+
 def test_threads_may_share_a_shot(movie):
     with nq360.Shot(*movie) as shot:
         starts = [0.1 * number for number in range(8)]
