@@ -55,6 +55,7 @@ std::vector<SeamValues> changed(const PlaneValues& seam, const LensChanges& chan
 // What lens 2 has more. As deaf to objects that only one lens sees as the median, and finer.
 double difference(const std::vector<SeamValues>& values) {
     std::vector<double> differences;
+    differences.reserve(values.size());
     for (const SeamValues& value : values) {
         differences.push_back(value.lens2 - value.lens1);
     }
@@ -63,6 +64,7 @@ double difference(const std::vector<SeamValues>& values) {
 
 double distance(const std::vector<SeamValues>& values) {
     std::vector<double> distances;
+    distances.reserve(values.size());
     for (const SeamValues& value : values) {
         distances.push_back(std::abs(value.lens2 - value.lens1));
     }

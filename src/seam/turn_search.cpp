@@ -11,6 +11,7 @@
 namespace {
 
 constexpr int directions_of(double degrees) {
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): of positive angles, and lround is no constant expression
     return static_cast<int>(degrees / Ring::kDegreesPerDirection + 0.5);
 }
 
