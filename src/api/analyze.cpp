@@ -283,14 +283,14 @@ void init_analyze_result(AnalyzeResult* result) {
 
 int _NQ360_analyze_jpeg(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
                         const char** json_out, AnalyzeResult* result) {
-    return run_workflow("NQ360_analyze_jpeg", analyze_jpeg, {input_path, thumbnail_path, thumbnail_width, writeFlag},
-                        json_out, result);
+    const Request request{input_path, thumbnail_path, thumbnail_width, writeFlag};
+    return run_workflow("NQ360_analyze_jpeg", analyze_jpeg, request, json_out, result);
 }
 
 int _NQ360_analyze_movie(const char* input_path, const char* thumbnail_path, int thumbnail_width, int writeFlag,
                          const char** json_out, AnalyzeResult* result) {
-    return run_workflow("NQ360_analyze_movie", analyze_movie, {input_path, thumbnail_path, thumbnail_width, writeFlag},
-                        json_out, result);
+    const Request request{input_path, thumbnail_path, thumbnail_width, writeFlag};
+    return run_workflow("NQ360_analyze_movie", analyze_movie, request, json_out, result);
 }
 
 int _NQ360_export_analyze(const char* input_path, AnalyzeResult* result) {

@@ -174,7 +174,7 @@ std::optional<TiffValue> text_value(const TiffReader& block, const KnownTag& kno
         return std::nullopt;
     }
     std::string text = block.bytes(entry.at, std::min<size_t>(entry.count, kMostText + 1));
-    text = text.substr(0, text.find('\0'));
+    text.resize(std::min(text.find('\0'), text.size()));
     text.erase(text.find_last_not_of(' ') + 1);
     if (!is_plain_text(text) || !is_well_formed(known, text)) {
         return std::nullopt;
