@@ -1,6 +1,7 @@
 """nq360.extract_audio, nq360.free_space"""
 
 import os
+import shutil
 import wave
 
 import pytest
@@ -40,6 +41,13 @@ def test_errors(movie, still, tmp_path):
     with pytest.raises(ValueError, match="bit_rate: must be 8000 to 512000, not 7 "):
         nq360.extract_audio(movie[0], tmp_path / "out.m4a", sound_codec="aac", bit_rate=7)
     assert list(tmp_path.iterdir()) == []
+
+
+def test_names_may_be_any_bytes(movie, tmp_path):
+    folder = os.fsencode(tmp_path)
+    lens1 = shutil.copy(os.fsencode(movie[0]), folder + b"/caf\xe9.mov")
+    assert os.fsencode(nq360.extract_audio(lens1, folder + b"/caf\xe9.wav")) == folder + b"/caf\xe9.wav"
+    assert os.path.getsize(folder + b"/caf\xe9.wav") > 100000
 
 
 def test_cancel_marker(movie, tmp_path):

@@ -1,5 +1,6 @@
 """nq360.export, nq360.Export"""
 
+import logging
 import os
 import shutil
 import signal
@@ -207,7 +208,10 @@ def test_interpreter_runs_on_beside_the_library(movie, tmp_path):
     assert (tmp_path / "out.mov").exists()
 
 
-def test_interrupt_cancels_and_leaves_no_file(movie, tmp_path):
+@pytest.mark.parametrize("before", [{}, {"out.mov": b"the old one"}])
+def test_interrupt_cancels_and_leaves_what_was_there(before, movie, tmp_path):
+    for name, content in before.items():
+        (tmp_path / name).write_bytes(content)
     program = "import nq360, sys; nq360.export(*sys.argv[1:], progress=lambda done, total: print(done, flush=True))"
     command = [sys.executable, "-c", program, *movie, tmp_path / "out.mov"]
     with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as child:
@@ -216,4 +220,42 @@ def test_interrupt_cancels_and_leaves_no_file(movie, tmp_path):
         errors = child.communicate()[1]
     assert child.returncode == -signal.SIGINT
     assert errors.splitlines()[-1] == "KeyboardInterrupt"
+    assert {path.name: path.read_bytes() for path in tmp_path.iterdir()} == before
+
+
+def test_interrupt_between_two_reports_sets_the_marker(movie, tmp_path, monkeypatch, caplog):
+    class Marker(_CancelMarker):
+        def set(self):
+            super().set()
+            is_set.set()
+
+    def interrupt(record):
+        if reports == [0] and not sent.is_set():
+            sent.set()
+            signal.pthread_kill(threading.main_thread().ident, signal.SIGINT)
+            is_set.wait(10)  # the library goes on when it is there
+        return True
+
+    sent, is_set, reports = threading.Event(), threading.Event(), []
+    monkeypatch.setattr("nq360._job._CancelMarker", Marker)
+    monkeypatch.setattr(logging.getLogger("nq360"), "filters", [interrupt])
+    with caplog.at_level(logging.DEBUG, "nq360"), pytest.raises(KeyboardInterrupt):
+        nq360.export(*movie, tmp_path / "out.mov", progress=lambda done, total: reports.append(done))
+    assert is_set.is_set()
+    assert reports == [0]
     assert names(tmp_path) == []
+
+
+def test_interrupt_ends_a_match(movie):
+    program = (
+        "import logging, nq360, sys\n"
+        "logging.basicConfig(level=logging.DEBUG, stream=sys.stdout, format='%(message)s')\n"
+        "nq360.match(*sys.argv[1:])\n"
+    )
+    command = [sys.executable, "-u", "-c", program, *movie]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as child:
+        child.stdout.readline()
+        child.send_signal(signal.SIGINT)
+        errors = child.communicate()[1]
+    assert child.returncode == -signal.SIGINT
+    assert errors.splitlines()[-1] == "KeyboardInterrupt"

@@ -10,6 +10,8 @@ import numpy
 import pytest
 
 import nq360
+from nq360._library import ffi, lib
+from nq360._record import Record
 
 
 def pixels_of(jpeg, width, height):
@@ -51,6 +53,24 @@ def unlike(tmp_path_factory):
 UNLIKE = ["--factor", "1.25", "--turn2", "2"]
 
 
+def library_pixels(pair, **values):
+    """What the library hands out, without the package's own calls."""
+    record = Record("export", {"lens1": pair[0], "lens2": pair[1], **values})
+    start, size = ffi.new("unsigned char**"), ffi.new("size_t*")
+    assert lib.NQ360_preview_rgb(record.pointer, ffi.NULL, start, size) == lib.NQ360_FINISHED
+    pixels = ffi.buffer(start[0], size[0])[:]
+    lib.NQ360_free(start[0])
+    return pixels
+
+
+def test_preview_is_the_librarys_panorama(still, movie):
+    look = {"width": 101, "height": 51, "yaw": 30, "pitch": -10, "feather": 3, "gain1": (0.5, 1, 1)}
+    for pair, moments in [(still, {}), (movie, {"start1": 0.5, "start2": 0.5})]:
+        array = nq360.preview(*pair, **look, **moments)
+        assert array.shape == (51, 101, 3)
+        assert array.tobytes() == library_pixels(pair, **look, **moments)
+
+
 def test_preview_is_the_panorama_before_its_jpeg(still):
     with nq360.Shot(*still) as shot:
         array = shot.preview()
@@ -89,6 +109,46 @@ def test_array_outlives_its_shot(still):
     gc.collect()
     nq360.preview(*still, width=64, height=32, yaw=90)
     assert array.tobytes() == before
+
+
+class CountedLibrary:
+    """The library, and how often it was given memory back."""
+
+    def __init__(self):
+        self.freed = 0
+
+    def __getattr__(self, name):
+        return getattr(lib, name)
+
+    def NQ360_free(self, memory):
+        self.freed += 1
+        lib.NQ360_free(memory)
+
+
+def test_memory_is_given_back_once(still, monkeypatch):
+    counted = CountedLibrary()
+    monkeypatch.setattr("nq360._shot.lib", counted)
+    with nq360.Shot(*still) as shot:
+        part = shot.preview(width=64, height=32)[:16]
+        gc.collect()
+        assert counted.freed == 0
+        del part
+        gc.collect()
+        assert counted.freed == 1
+        shot.jpeg(width=64, height=32)
+        assert counted.freed == 2
+
+
+def test_names_may_be_any_bytes(still, tmp_path):
+    folder = os.fsencode(tmp_path) + b"/caf\xe9"
+    os.mkdir(folder)
+    halves = [shutil.copy(os.fsencode(half), folder) for half in still]
+    expected = nq360.preview(*still, width=64, height=32)
+    assert numpy.array_equal(nq360.preview(*halves, width=64, height=32), expected)
+    assert nq360.match(*halves) == nq360.match(*still)
+    with pytest.raises(nq360.MissingFileError) as caught:
+        nq360.Shot(halves[0], folder + b"/none.jpg")
+    assert caught.value.path == folder + b"/none.jpg"
 
 
 def test_notebook_shows_the_whole_picture_alone(still, tmp_path):
