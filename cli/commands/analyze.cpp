@@ -1,11 +1,14 @@
 // nq360 analyze
+#include <algorithm>
 #include <optional>
 #include <vector>
 
 #include "commands/command.h"
+#include "jobs/arguments.h"
 #include "jobs/description.h"
 #include "jobs/errors.h"
 #include "jobs/failure.h"
+#include "jobs/in_order.h"
 #include "jobs/input_files.h"
 #include "jobs/library.h"
 #include "jobs/replies.h"
@@ -15,6 +18,7 @@
 namespace {
 
 constexpr int kThumbnailWidth = 320;
+constexpr int kMostJobs = 256;
 
 std::string padded(const std::string& text, size_t width) {
     const size_t used = display_width(text);
@@ -66,17 +70,15 @@ class Analyze : public Command {
             ->option_text("N")
             ->check(CLI::Range(1, 32766))
             ->needs(thumbnails);
+        add_parsed(parser(), "--jobs", jobs_, parse_jobs, "N", "describe so many files at a time (one per core)");
         add_loudness();
     }
 
   private:
     int run() override {
         const std::vector<std::string> files = input_files(arguments_, recursive_);
-        std::optional<ThumbnailNames> names;
-        if (thumbnail_folder_) {
-            names.emplace(*thumbnail_folder_, files);
-        }
-        const Stoppable stoppable("this file is described");
+        const std::vector<std::optional<std::string>> thumbnails = thumbnails_of(files);
+        const Stoppable stoppable("the files begun are described");
         Progress progress("files", false);
         if (files.size() > 1) {
             progress.begin(static_cast<int64_t>(files.size()));
@@ -84,12 +86,18 @@ class Analyze : public Command {
         if (!json_ && !console().quiet()) {
             console().print(header());
         }
-        for (const std::string& file : files) {
-            if (interrupted()) {
+        // Nothing once a signal has come.
+        using Analysis = std::optional<Outcome>;
+        InOrder<Analysis> analyses(files.size(), jobs_.value_or(std::min(core_count(), kMostJobs)), [&](size_t i) {
+            return interrupted() ? Analysis() : analyze_file(files[i], thumbnails[i], thumbnail_width_);
+        });
+        for (size_t i = 0; i < files.size(); ++i) {
+            const Analysis analysis = analyses.take(i);
+            if (!analysis) {
                 console().complain("cancelled");
                 return kCancelled;
             }
-            analyze(file, names ? std::optional(names->path_for(file)) : std::nullopt);
+            tell(*analysis, files[i], thumbnails[i].value_or(""));
             if (files.size() > 1) {
                 progress.advance(described_ + failed_);
             }
@@ -102,14 +110,24 @@ class Analyze : public Command {
         return failed_ > 0 ? kFailed : kDone;
     }
 
-    void analyze(const std::string& file, const std::optional<std::string>& thumbnail) {
-        const Outcome outcome = analyze_file(file, thumbnail, thumbnail_width_);
+    // Where the thumbnail of each file goes, if anywhere.
+    std::vector<std::optional<std::string>> thumbnails_of(const std::vector<std::string>& files) const {
+        std::vector<std::optional<std::string>> thumbnails(files.size());
+        if (thumbnail_folder_) {
+            ThumbnailNames names(*thumbnail_folder_, files);
+            std::transform(files.begin(), files.end(), thumbnails.begin(),
+                           [&](const std::string& file) { return names.path_for(file); });
+        }
+        return thumbnails;
+    }
+
+    void tell(const Outcome& outcome, const std::string& file, const std::string& thumbnail) {
         const Json reply = read_reply(outcome.reply, Operation::kAnalysis);
         if (json_) {
             console().print(json_line(reply));
         }
         if (outcome.state != NQ360_FINISHED) {
-            fail(analysis_failure(reply, file, thumbnail.value_or("")));
+            fail(analysis_failure(reply, file, thumbnail));
             return;
         }
         const Description found = read_description(reply);
@@ -134,6 +152,7 @@ class Analyze : public Command {
     bool json_ = false;
     std::optional<std::string> thumbnail_folder_;
     int thumbnail_width_ = kThumbnailWidth;
+    std::optional<int> jobs_;
     int64_t described_ = 0;
     int64_t damaged_ = 0;
     int64_t failed_ = 0;

@@ -20,7 +20,7 @@ _nq360() {
     # Everything else is a file: without words of ours the shell completes names.
     [[ $current == -* ]] || return
     case ${COMP_WORDS[1]} in
-        analyze) words="-r --recursive --json --thumbnails --width -q --quiet -v --verbose" ;;
+        analyze) words="-r --recursive --json --thumbnails --width --jobs -q --quiet -v --verbose" ;;
         export)
             words="--size --tilt --yaw --pitch --roll --turn1 --turn2 --correct1 --correct2 --gain1 --gain2 --feather
                 --band --quality --bit-rate --sound --aac --web --start --start2 --end --end2 --date --partial --exact

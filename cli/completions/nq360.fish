@@ -15,6 +15,7 @@ complete -c nq360 -n '__fish_seen_subcommand_from analyze' -l json -d 'print one
 complete -c nq360 -n '__fish_seen_subcommand_from analyze' -l thumbnails -r -d 'write thumbnails into this folder' \
     -f -a '(__fish_complete_directories)'
 complete -c nq360 -n '__fish_seen_subcommand_from analyze' -l width -x -d 'width of the thumbnails in pixels'
+complete -c nq360 -n '__fish_seen_subcommand_from analyze' -l jobs -x -d 'files to describe at a time'
 
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l preview -d 'write one panorama as a small picture'
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l size -x -d 'pixels of the panorama'

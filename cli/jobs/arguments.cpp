@@ -131,6 +131,14 @@ std::optional<int> parse_quality(const std::string& text) {
     return quality;
 }
 
+std::optional<int> parse_jobs(const std::string& text) {
+    int jobs = 0;
+    if (!read_whole(text, &jobs) || jobs < 1 || jobs > 256) {
+        throw std::invalid_argument("expected 1 to 256");
+    }
+    return jobs;
+}
+
 long long parse_bit_rate(const std::string& text) {
     constexpr double kMost = 288e6;  // what the encoder takes
     double unit = 1;

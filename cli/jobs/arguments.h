@@ -30,6 +30,7 @@ double parse_degrees(const std::string& text);
 double parse_look(const std::string& text);                    // degrees, at most once around
 std::optional<double> parse_feather(const std::string& text);  // degrees
 std::optional<int> parse_quality(const std::string& text);
+std::optional<int> parse_jobs(const std::string& text);
 long long parse_bit_rate(const std::string& text);  // "20M", "800k", "20000000"
 int parse_sound(const std::string& text);           // "1", "2", "none": 0, 1, -1
 

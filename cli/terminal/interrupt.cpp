@@ -19,7 +19,8 @@ namespace {
 constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
 
 // What the handler touches: set up while no job runs, so that it only reads.
-volatile sig_atomic_t signals_seen = 0;
+std::atomic<int> signals_seen = 0;  // read by any thread
+static_assert(std::atomic<int>::is_always_lock_free, "a handler may touch it");
 volatile sig_atomic_t job_runs = 0;
 volatile sig_atomic_t job_has_file = 0;
 volatile sig_atomic_t message_descriptor = STDERR_FILENO;
@@ -39,8 +40,7 @@ void end_at_once(int signal) {
 
 void on_signal(int signal) {
     const int error = errno;
-    signals_seen = signals_seen + 1;
-    if (signals_seen > 1) {
+    if (++signals_seen > 1) {
         end_at_once(signal);
     } else {
         dup2(opened_to_cancel, cancel_descriptor);

@@ -211,6 +211,22 @@ class ManyFiles(CommandTest):
         process.returncode = 0
         return usage.ru_maxrss
 
+    def test_are_told_in_order_however_many_at_a_time(self):
+        # The slow ones come first.
+        files = [sample("movie1.mov"), sample("movie2.mov"), "nothing.jpg", sample("still1.jpg")] * 3 + ["no.jpg"] * 20
+        for options in [[], ["--json"], ["--thumbnails", "small"]]:
+            expected = run("analyze", *files, *options, "--jobs", "1")
+            self.assertEqual(expected.returncode, 1)
+            for jobs in ["2", "7", "256"]:
+                result = run("analyze", *files, *options, "--jobs", jobs)
+                self.assertEqual((result.returncode, result.stdout, result.stderr),
+                                 (1, expected.stdout, expected.stderr))
+        self.assertEqual(len(os.listdir("small")), 9)
+
+    def test_a_number_at_a_time_that_makes_no_sense(self):
+        for jobs in ["0", "257", "-1", "two", "1.5"]:
+            self.assert_refused(run("analyze", sample("still1.jpg"), "--jobs=" + jobs), 2, "--jobs", "1 to 256")
+
     def test_a_thousand_of_which_fifty_are_broken(self):
         self.fill("many", 950, 50)
         result = run("analyze", "many")
@@ -223,9 +239,12 @@ class ManyFiles(CommandTest):
         for line in failed:
             self.assertRegex(line, r"^nq360: many/broken\d{4}\.jpg: .{10}")
         self.assertIn("950 described, 50 failed", result.stderr.decode())
+        one_by_one = run("analyze", "many", "--jobs", "1")
+        self.assertEqual((result.stdout, result.stderr), (one_by_one.stdout, one_by_one.stderr))
         lines = objects(run("analyze", "--json", "many").stdout)
         self.assertEqual(len(lines), 1000)
         self.fill("few", 95, 5)
+        self.assertEqual([line["movie_path"] for line in lines], sorted(f"many/{name}" for name in os.listdir("many")))
         print(f"peak memory: {self.peak('few')} KiB for 100 files, {self.peak('many')} KiB for 1000", file=sys.stderr)
 
 
