@@ -2,8 +2,8 @@
 //
 //   byte 0    bit 2: the panorama has the other kind's name
 //   byte 1    bits 0 and 1: whose sound; bit 2: from a little after the beginning; bit 3: to a little later; bit 4:
-//             with options; bit 5: with kept metadata, for the web; bit 6: turned, mixed, scaled and filtered; bit 7:
-//             of whole inputs alone, with AAC
+//             with options; bit 5: with kept metadata, for the web, in parts; bit 6: turned, mixed, scaled and
+//             filtered; bit 7: of whole inputs alone, with AAC
 #include <algorithm>
 
 #include "pair.h"
@@ -45,6 +45,7 @@ NQ360_EXPORT_OPTIONS options_of(const Pair& job, const std::string inputs[2], co
         options.quality = 95;
     }
     options.whole_inputs_only = has(job, 7);
+    options.workers = has(job, 5) ? 2 : 0;
     options.sound_codec = has(job, 7) ? NQ360_SOUND_AAC : NQ360_SOUND_PCM;
     options.reply = fuzz::on_reply_with;
     options.log = fuzz::on_line;

@@ -199,6 +199,9 @@ typedef struct NQ360_EXPORT_OPTIONS {
     int web;            /**< 1: a movie's index lies in front, so that it plays while it loads. Init: 0. */
     int filter;         /**< 1: where the panorama is much smaller than the lenses' own scale, it is filtered before
                              sampling. Init: 0. */
+    int workers;        /**< of a movie, whose pairs of frames are then encoded in parts of 120 that depend on nothing
+                             before them: how many parts are made at a time, 1 to 256, or -1 for one per core. Its
+                             bytes are the same for any number. 0 (init): one encoder for all of it, without parts. */
     int whole_inputs_only; /**< 1: an input that cannot be read whole is refused, and the reply says how much is there.
                                 0 (init): what can be read is exported. */
 

@@ -13,4 +13,5 @@ inline void set_usual(NQ360_EXPORT_OPTIONS* options) {
     options->keep_metadata = 1;
     options->whole_inputs_only = 1;
     options->filter = 1;
+    options->workers = -1;
 }

@@ -35,6 +35,8 @@ void add_coding(CLI::App& app, ExportArguments& arguments) {
     add_parsed(app, "--sound", arguments.sound, parse_sound, "1|2|none", "whose sound the movie gets (1)");
     app.add_flag("--aac", arguments.aac, "write the sound as AAC, which sites take, not as PCM");
     app.add_flag("--web", arguments.web, "put a movie's index in front, so that it plays while it loads");
+    add_parsed(app, "--jobs", arguments.jobs, parse_jobs, "N",
+               "make so many parts of a movie at a time (one per core); the file is the same for any number");
 }
 
 }  // namespace
@@ -81,6 +83,7 @@ ExportJob job_of(const ExportArguments& arguments) {
     options.audio_source = arguments.sound;
     options.sound_codec = arguments.aac ? NQ360_SOUND_AAC : NQ360_SOUND_PCM;
     options.web = arguments.web ? 1 : 0;
+    options.workers = arguments.jobs.value_or(options.workers);
     options.whole_inputs_only = arguments.partial ? 0 : options.whole_inputs_only;
     return job;
 }
@@ -98,7 +101,7 @@ std::string idle_options(const CLI::App& app, bool makes_picture, bool from_pict
         note({"--start", "--start2", "--end", "--end2"});
     }
     if (makes_picture) {
-        note({"--bit-rate", "--sound", "--aac", "--web"});
+        note({"--bit-rate", "--sound", "--aac", "--web", "--jobs"});
     } else {
         note({"--quality"});
     }

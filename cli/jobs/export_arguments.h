@@ -27,6 +27,7 @@ struct ExportArguments {
     int sound = 0;  // 0 and 1: of that input; -1: none
     bool aac = false;
     bool web = false;
+    std::optional<int> jobs;
     std::optional<std::string> date;
     bool partial = false;
     bool exact = false;

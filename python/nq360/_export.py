@@ -70,7 +70,8 @@ def export(
     progress is called with the frames written and about how many there will be; what it raises ends the export. The
     other keywords are the record's fields (ExportOptions), as nq360.h describes them: width, height, angle, yaw, pitch,
     roll, turn1, turn2, correct1, correct2, gain1, gain2, band, feather, audio_source, sound_codec, start1, end1,
-    start2, end2, datetime, quality, bit_rate, keep_metadata, web, filter, whole_inputs_only, cancel_path.
+    start2, end2, datetime, quality, bit_rate, keep_metadata, web, filter, workers, whole_inputs_only,
+    cancel_path.
     """
     check_keywords("export", options, ExportOptions)
     record = Record("export", _values(lens1, lens2, output, options))

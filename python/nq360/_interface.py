@@ -50,6 +50,7 @@ typedef struct NQ360_EXPORT_OPTIONS {
     int keep_metadata;
     int web;
     int filter;
+    int workers;
     int whole_inputs_only;
 
     const char* cancel_path;

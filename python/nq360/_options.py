@@ -61,6 +61,7 @@ class ExportOptions(PreviewOptions, total=False):
     bit_rate: int  # of a movie's pictures, bits per second
     keep_metadata: bool  # what lens 1's file tells of the shot
     web: bool  # a movie's index in front, so that it plays while it loads
+    workers: int  # parts of a movie made at a time, -1 for one per core; 0: one encoder for all of it
     whole_inputs_only: bool  # refuse an input that cannot be read whole
     cancel_path: FilePath | None  # a file that stops the export once it is there
 

@@ -146,6 +146,7 @@ OutputOption output_option_of(const NQ360_EXPORT_OPTIONS& options, Interface int
     option.sound_aac = options.sound_codec == NQ360_SOUND_AAC;
     option.keep_metadata = options.keep_metadata != 0;
     option.web = options.web != 0;
+    option.workers = options.workers;
     option.looks_for_missing_parts = true;
     option.read_what_is_there = options.whole_inputs_only == 0;
     option.cancel_at_every_frame = true;

@@ -108,6 +108,7 @@ std::string fault_of(const NQ360_EXPORT_OPTIONS& options) {
     check.range("bit_rate", options.bit_rate, 0LL, 288000000LL);
     check.flag("keep_metadata", options.keep_metadata);
     check.flag("web", options.web);
+    check.range("workers", options.workers, -1, 256);
     check.flag("whole_inputs_only", options.whole_inputs_only);
     return check.fault();
 }

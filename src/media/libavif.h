@@ -22,6 +22,7 @@ extern "C" {
 #include "projection/image_frame.h"
 
 struct OutputOption;
+struct PartPlan;
 
 // The streams of an input that a job needs, besides what it happens to read.
 struct StreamsNeeded {
@@ -221,6 +222,10 @@ class libavIF {
     void seek_to_start(int which, float start);
     void equalize_lengths(OutputOption* option) const;
     int write_pairs(const OutputOption& option, const char* cancel_path, const ReportProgress& report);
+    int write_once(const char* export_path, const char* cancel_path, OutputOption option,
+                   const ReportProgress& report, bool in_parts, bool* starts_over);
+    int write_parts(const OutputOption& option, const PartPlan& plan, const char* cancel_path,
+                    const ReportProgress& report, bool* starts_over);
     int stop();
     int report_unwritten(int result);
     int report_failed_step(int result, const char* step);

@@ -7,6 +7,11 @@
 #include "projection/equidistant_map.h"
 #include "projection/image_frame.h"
 
+// Pairs in a part of a movie: four seconds. Each part costs a key frame more and is decoded from the key frame before
+// it, which a longer part pays for more easily; of shorter ones there are more to share out, and fewer packets wait for
+// their turn.
+constexpr int64_t kPartPairs = 120;
+
 struct OutputOption {
     RotationCorrect rotation{};  // radians; lens turns, two angles that stay 0, then the third angle
     float start1 = 0;            // seconds; first and last instant of each input
@@ -34,6 +39,8 @@ struct OutputOption {
     bool sound_aac = false;      // AAC instead of PCM
     bool keep_metadata = false;  // of lens 1's file, in the panorama
     bool web = false;            // a movie's index lies in front
+    int32_t workers = 0;         // parts of a movie made at a time; negative: one per core; 0: it is not made in parts
+    int64_t part_pairs = kPartPairs;
     bool looks_for_missing_parts = false;  // of inputs that are not whole: refused, in words, unless the next is set
     bool read_what_is_there = false;       // an input that is not whole is read as far as it goes
     bool cancel_at_every_frame = false;    // not at progress replies only

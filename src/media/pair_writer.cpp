@@ -3,7 +3,8 @@
 #include <algorithm>
 
 #include "media/frame_ticks.h"
-#include "media/scaler.h"
+#include "media/output_option.h"
+#include "media/part_encoder.h"
 
 namespace {
 
@@ -13,66 +14,40 @@ constexpr size_t kMostHeldBytes = size_t{4} << 20;
 }  // namespace
 
 PairWriter::PairWriter(libavIF* media, const OutputOption& option, bool many_pairs)
-    : media_(media), stitcher_(option, many_pairs) {}
+    : media_(media),
+      option_(option),
+      in_parts_(option.workers != 0 && many_pairs),
+      panoramas_(option, std::make_shared<StitchTables>(option, many_pairs), media->video_encoder_context) {}
 
-// An encoder may keep a frame's memory; then the next panorama gets memory of its own.
-bool PairWriter::prepare_panorama() {
-    FramePtr& panorama = panoramas_[stitching_];
-    const AVCodecContext* encoder = media_->video_encoder_context;
-    if (panorama && av_frame_is_writable(panorama.get())) {
-        return true;
-    }
-    panorama = make_frame({encoder->width, encoder->height, encoder->pix_fmt}, encoder->color_range);
-    return panorama != nullptr;
-}
-
-void PairWriter::load_and_stitch(int lens, const AVFrame* frame) noexcept {
-    try {
-        stitcher_.load(lens, frame);
-        loaded_[lens] = true;
-        if (++lenses_loaded_ == 2 && prepare_panorama()) {
-            stitcher_.stitch_chroma(panoramas_[stitching_].get());
-            stitcher_.stitch_luma(panoramas_[stitching_].get());
-        }
-    } catch (...) {
-        thrown_[lens] = std::current_exception();
-    }
+bool PairWriter::begins_part() const {
+    const int64_t pair = media_->next_video_pts / kFrameTicks;
+    return in_parts_ && pair > 0 && pair % option_.part_pairs == 0;
 }
 
 int PairWriter::queue_panorama(bool keep1, bool keep2) {
-    for (const std::exception_ptr& thrown : thrown_) {
-        if (thrown) {
-            std::rethrow_exception(thrown);
+    if (begins_part()) {
+        const int opened = open_part_encoder(media_->video_encoder_context, &encoder_);
+        if (opened < 0) {
+            return opened;
         }
+        panoramas_.set_encoder(encoder_.get());
     }
-    AVFrame* panorama = panoramas_[stitching_].get();
-    if (!panorama) {
-        return AVERROR(ENOMEM);
+    const int queued = panoramas_.queue(media_->next_video_pts, keep1, keep2);
+    if (queued < 0) {
+        return queued;
     }
-    panorama->pts = media_->next_video_pts;
-    panorama->quality = media_->video_encoder_context->global_quality;  // the encoder of pictures takes it from here
     media_->next_video_pts += kFrameTicks;
-    waiting_ = true;
-    stitching_ = 1 - stitching_;
-    loaded_[0] = keep1;
-    loaded_[1] = keep2;
-    lenses_loaded_ = keep1 + keep2;
+    if (begins_part()) {
+        panoramas_.stitch_anew();
+    }
     return 0;
 }
 
-void PairWriter::encode() noexcept {
-    if (waiting_) {
-        const AVFrame* panorama = panoramas_[1 - stitching_].get();
-        encode_result_ = encode_video_frame(media_->video_encoder_context, panorama, encoded_.get());
-    }
-}
-
 int PairWriter::write() {
-    if (!waiting_) {
+    if (!panoramas_.is_waiting()) {
         return 0;
     }
-    waiting_ = false;
-    const int written = media_->write_video_packet(encode_result_, encoded_.get());
+    const int written = media_->write_video_packet(panoramas_.take_result(), panoramas_.packet());
     if (written < 0) {
         return written;
     }
@@ -102,7 +77,7 @@ int PairWriter::take_sound(int input, AVPacket* packet, float start, float end, 
     }
     av_packet_move_ref(sound.packet.get(), packet);
     int result = 0;
-    if (!waiting_) {
+    if (!panoramas_.is_waiting()) {
         result = write_sound(sound);
     } else {
         held_bytes_ += static_cast<size_t>(std::max(sound.packet->size, 0));

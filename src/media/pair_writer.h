@@ -1,34 +1,29 @@
-// Turns the pairs of an export into written packets, so that the slow steps can overlap.
+// Writes the pairs of an export, and the sound between them, in the order of a plain loop.
 //
-// The lenses of a pair are loaded, at the same time if need be, and whoever loads the second one stitches the pair;
-// the panorama is queued, encoded and written. While one panorama is encoded, the next pair may be decoded, loaded and
-// stitched. Writing stays on the caller's thread and in the order of a plain loop: sound that is read while a
-// panorama is still to be written is held until it is.
+// Writing stays on the caller's thread. Sound that is read while a panorama is still to be encoded is held until that
+// is written.
 #pragma once
 
-#include <atomic>
-#include <exception>
 #include <vector>
 
 #include "media/libavif.h"
-#include "media/stitcher.h"
+#include "media/panorama_encoder.h"
 
 class PairWriter {
   public:
     // `option` is borrowed.
     PairWriter(libavIF* media, const OutputOption& option, bool many_pairs);
 
-    // Takes over a lens's frame (0 or 1); the lens that comes second stitches the pair. Any thread. What
-    // is thrown is kept for queue_panorama().
-    void load_and_stitch(int lens, const AVFrame* frame) noexcept;
-    bool is_loaded(int lens) const { return loaded_[lens]; }
+    // Any thread, at the same time for both lenses if need be.
+    void load_and_stitch(int lens, const AVFrame* frame) noexcept { panoramas_.load_and_stitch(lens, frame); }
+    bool is_loaded(int lens) const { return panoramas_.is_loaded(lens); }
 
     // Gives the stitched panorama its time; it waits to be encoded from then on. A lens that is kept stays loaded for
     // the next pair. Throws what load_and_stitch() kept.
     int queue_panorama(bool keep1, bool keep2);
 
     // Encodes the waiting panorama, if there is one; any thread. write() tells the result.
-    void encode() noexcept;
+    void encode() noexcept { panoramas_.encode(); }
 
     // Writes what encode() made, then the sound that was held. The caller's thread. After a failure sound_failed()
     // tells which of the two failed.
@@ -47,20 +42,14 @@ class PairWriter {
         float end;
     };
 
-    bool prepare_panorama();
     int write_sound(const Sound& sound);
+    bool begins_part() const;  // the pair that is queued next
 
     libavIF* media_;
-    Stitcher stitcher_;
-    FramePtr panoramas_[2];  // one is encoded while the other is stitched
-    int stitching_ = 0;
-    PacketPtr encoded_{new_packet()};
-    int encode_result_ = 0;
-    bool waiting_ = false;
-
-    bool loaded_[2] = {false, false};
-    std::atomic<int> lenses_loaded_{0};
-    std::exception_ptr thrown_[2];
+    const OutputOption& option_;
+    const bool in_parts_;
+    CodecPtr encoder_;  // of the second part and those behind it, which depend on nothing before them
+    PanoramaEncoder panoramas_;
 
     std::vector<Sound> held_;
     size_t held_bytes_ = 0;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "media/full_range.h"
 #include "media/scaler.h"
@@ -195,26 +196,33 @@ cv::Mat stacked_band(const OutputOption& option, int plane) {
     return reduction ? reduction->band() : band_of(option, plane);
 }
 
+// Where the planes of the lenses and of the band lie above each other; its pixels are not set.
+FramedPlane new_stack(const OutputOption& option, int plane) {
+    const ImageSize lens = option.transmap.projsize;
+    const int reduction = Stitcher::reduction_for(option);
+    return FramedPlane(2 * halved(lens.height, plane) / reduction + stacked_band(option, plane).rows,
+                       halved(lens.width, plane) / reduction);
+}
+
 }  // namespace
 
-Stitcher::Stitcher(const OutputOption& option, bool many_pairs)
-    : option_(option),
-      many_pairs_(many_pairs),
-      reduction_(reduction_for(option)),
-      luma_rows_(rows_of(option, 0)),
-      chroma_rows_(rows_of(option, 1)) {
-    const ImageSize lens = option.transmap.projsize;
+StitchTables::StitchTables(const OutputOption& option, bool many_pairs)
+    : luma_rows(rows_of(option, 0)), chroma_rows(rows_of(option, 1)), are_kept(many_pairs) {
+    if (many_pairs) {
+        luma = SampleTable(luma_rows, new_stack(option, 0));
+        chroma = SampleTable(chroma_rows, new_stack(option, 1));
+    }
+}
+
+Stitcher::Stitcher(const OutputOption& option, std::shared_ptr<const StitchTables> tables)
+    : option_(option), tables_(std::move(tables)), reduction_(reduction_for(option)) {
     for (int plane = 0; plane < 3; ++plane) {
         const cv::Mat band = stacked_band(option, plane);
-        const int lens_rows = 2 * halved(lens.height, plane) / reduction_;
-        stacks_.emplace_back(lens_rows + band.rows, halved(lens.width, plane) / reduction_);
+        stacks_.push_back(new_stack(option, plane));
         if (!band.empty()) {
-            band.copyTo(stacks_.back().pixels().rowRange(lens_rows, lens_rows + band.rows));
+            const cv::Mat stack = stacks_.back().pixels();
+            band.copyTo(stack.rowRange(stack.rows - band.rows, stack.rows));
         }
-    }
-    if (many_pairs) {
-        luma_ = SampleTable(luma_rows_, stacks_[0]);
-        chroma_ = SampleTable(chroma_rows_, stacks_[1]);
     }
 }
 
@@ -317,13 +325,14 @@ void Stitcher::find_feather() {
     if (feather_known_) {
         return;
     }
-    const double most =
-        luma_rows_.are_made() ? std::min({option_.feather, luma_rows_.overlap(), chroma_rows_.overlap()}) : 0;
+    const double most = tables_->luma_rows.are_made()
+                            ? std::min({option_.feather, tables_->luma_rows.overlap(), tables_->chroma_rows.overlap()})
+                            : 0;
     const YuvCorrectMap& map1 = lenses_[0].correction;
     const YuvCorrectMap& map2 = lenses_[1].correction;
     LitOverlap found = {0, true};
     if (most > 0) {
-        found = lit_overlap(luma_rows_, stacks_[0], {corrected(kBlack, map1), corrected(kBlack, map2)},
+        found = lit_overlap(tables_->luma_rows, stacks_[0], {corrected(kBlack, map1), corrected(kBlack, map2)},
                             {corrected(kLit, map1), corrected(kLit, map2)}, most);
     }
     feather_known_ = found.known;
@@ -331,9 +340,9 @@ void Stitcher::find_feather() {
         return;
     }
     feather_ = found.width;
-    if (many_pairs_) {
-        luma_ring_ = feather_ > 0 ? kept_ring(luma_rows_, feather_, stacks_[0]) : SeamRing();
-        chroma_ring_ = feather_ > 0 ? kept_ring(chroma_rows_, feather_, stacks_[1]) : SeamRing();
+    if (tables_->are_kept) {
+        luma_ring_ = feather_ > 0 ? kept_ring(tables_->luma_rows, feather_, stacks_[0]) : SeamRing();
+        chroma_ring_ = feather_ > 0 ? kept_ring(tables_->chroma_rows, feather_, stacks_[1]) : SeamRing();
     }
 }
 
@@ -344,7 +353,7 @@ void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const S
         const cv::Rect ours(0, 0, rows.size().width, rows.size().height);
         planes.push_back({&stacks_[static_cast<size_t>(plane)], whole_plane(panorama, plane)(ours)});
     }
-    if (many_pairs_) {
+    if (tables_->are_kept) {
         for (SampledPlane& plane : planes) {
             kept.sample(*plane.source, ring, &plane.target);
         }
@@ -358,10 +367,10 @@ void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const S
 
 void Stitcher::stitch_luma(AVFrame* panorama) {
     find_feather();
-    stitch_planes(0, 0, luma_rows_, luma_, luma_ring_, panorama);
+    stitch_planes(0, 0, tables_->luma_rows, tables_->luma, luma_ring_, panorama);
 }
 
 void Stitcher::stitch_chroma(AVFrame* panorama) {
     find_feather();
-    stitch_planes(1, 2, chroma_rows_, chroma_, chroma_ring_, panorama);
+    stitch_planes(1, 2, tables_->chroma_rows, tables_->chroma, chroma_ring_, panorama);
 }

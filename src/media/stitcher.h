@@ -2,6 +2,7 @@
 // kept from pair to pair that can be, and no copy beyond the one into the source that the tables address.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -15,16 +16,34 @@
 // it is another format, which Stitcher::load refuses) it is another reference to the frame itself.
 FramePtr reduced_frame(const AVFrame* frame, int k);
 
+// What all pairs of one export are stitched by; several stitchers may read it at once.
+struct StitchTables {
+    // Without whole tables in the option's transmap, they are made from its other settings. Whole tables are taken as
+    // they are: turns, feather and filter have no part in them. For many pairs tables are kept in the form that
+    // sampling needs, otherwise made and used row by row; the panoramas are the same.
+    StitchTables(const OutputOption& option, bool many_pairs);
+
+    TableRows luma_rows;
+    TableRows chroma_rows;
+    bool are_kept;
+    SampleTable luma;  // where they are kept
+    SampleTable chroma;
+};
+
 class Stitcher {
   public:
     // By how much lens pictures are reduced before a panorama is sampled from them: 1, 2, 4 or 8. 1 without the
     // option's filter.
     static int reduction_for(const OutputOption& option);
 
-    // `option` is borrowed; without whole tables in its transmap, they are made from its other settings. Whole tables
-    // are taken as they are: turns, feather and filter have no part in them. For many pairs tables are kept in the form
-    // that sampling needs, otherwise made and used row by row; the panoramas are the same.
-    Stitcher(const OutputOption& option, bool many_pairs);
+    // `option`, for which the tables were made, is borrowed.
+    Stitcher(const OutputOption& option, std::shared_ptr<const StitchTables> tables);
+    // With tables of its own.
+    Stitcher(const OutputOption& option, bool many_pairs)
+        : Stitcher(option, std::make_shared<StitchTables>(option, many_pairs)) {}
+
+    // From the next pair on nothing is kept of what the pairs before have shown.
+    void forget() { feather_known_ = false; }
 
     // Takes over the decoded frame of a lens (0 or 1), converted to 4:2:0, reduced and corrected; one that
     // reduced_frame has reduced already gives the same panorama. The two lenses may be loaded at the same time. Throws
@@ -58,14 +77,10 @@ class Stitcher {
                        AVFrame* panorama) const;
 
     const OutputOption& option_;
-    const bool many_pairs_;
+    const std::shared_ptr<const StitchTables> tables_;
     const int reduction_;
     std::vector<FramedPlane> stacks_;  // per plane: lens 1 above lens 2 above the band, all reduced
-    TableRows luma_rows_;
-    TableRows chroma_rows_;
-    SampleTable luma_;  // for many pairs
-    SampleTable chroma_;
-    SeamRing luma_ring_;
+    SeamRing luma_ring_;               // of tables that are kept
     SeamRing chroma_ring_;
     double feather_ = 0;          // as wide as the lenses allow
     bool feather_known_ = false;  // nothing can be learnt of that from further pairs

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <optional>
 
 #include "base/files.h"
 #include "base/log.h"
@@ -13,6 +14,7 @@
 #include "media/output_closer.h"
 #include "media/output_option.h"
 #include "media/pair_writer.h"
+#include "media/part_plan.h"
 #include "media/whole.h"
 #include "projection/parallel.h"
 
@@ -268,6 +270,30 @@ void libavIF::equalize_lengths(OutputOption* option) const {
 
 int libavIF::write_video(const char* export_path, const char* cancel_path, OutputOption option,
                          const ReportProgress& report) {
+    int64_t reported = 0;
+    const ReportProgress tell_news = [&](NQ360_STATE state, int64_t frames) {
+        const bool is_news = frames > reported;
+        reported = std::max(reported, frames);
+        return is_news && report && report(state, frames);
+    };
+    bool starts_over = false;
+    const bool in_parts = option.workers != 0 && !(is_still[0] && is_still[1]);
+    const int result = write_once(export_path, cancel_path, option, tell_news, in_parts, &starts_over);
+    if (!starts_over) {
+        return result;
+    }
+    // Only one decoder that reads all of it can tell what the movie holds.
+    starts_over = false;
+    next_video_pts = audio_pts = 0;
+    if (open_input_file(0) < 0 || open_input_file(1) < 0) {
+        return error_code;
+    }
+    return write_once(export_path, cancel_path, option, tell_news, false, &starts_over);
+}
+
+// *starts_over: nothing failed, but the parts came otherwise than planned.
+int libavIF::write_once(const char* export_path, const char* cancel_path, OutputOption option,
+                        const ReportProgress& report, bool in_parts, bool* starts_over) {
     OutputCloser closer(this);
     if (open_video_output(export_path, option) < 0) {
         return error_code;
@@ -276,10 +302,10 @@ int libavIF::write_video(const char* export_path, const char* cancel_path, Outpu
     seek_to_start(0, option.start1);
     seek_to_start(1, option.start2);
     equalize_lengths(&option);
-    if (write_pairs(option, cancel_path, report) < 0) {
-        return error_code;
-    }
-    return finish_video();
+    const std::optional<PartPlan> plan = in_parts ? plan_parts(*this, option) : std::nullopt;
+    const int written =
+        plan ? write_parts(option, *plan, cancel_path, report, starts_over) : write_pairs(option, cancel_path, report);
+    return written < 0 || *starts_over ? written : finish_video();
 }
 
 int libavIF::write_pairs(const OutputOption& option, const char* cancel_path, const ReportProgress& report) {

@@ -170,6 +170,8 @@ TEST_F(ExportWith, BadValueIsRefusedByItsName) {
         {"keep_metadata", [](auto& o) { o.keep_metadata = 2; }},
         {"web", [](auto& o) { o.web = -1; }},
         {"filter", [](auto& o) { o.filter = 7; }},
+        {"workers", [](auto& o) { o.workers = -2; }},
+        {"workers", [](auto& o) { o.workers = 257; }},
         {"whole_inputs_only", [](auto& o) { o.whole_inputs_only = 2; }},
     };
     for (const Bad& one : bad) {

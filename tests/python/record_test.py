@@ -45,6 +45,7 @@ def test_begins_as_init_has_it():
         ("datetime", datetime(2026, 1, 2, 3, 4, 5, 999999), b"2026:01:02 03:04:05"),
         ("bit_rate", 288000000, 288000000),
         ("web", True, 1),
+        ("workers", -1, -1),
         ("filter", False, 0),
     ],
 )

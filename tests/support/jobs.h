@@ -121,6 +121,7 @@ inline Job export_with_options(const Shot& shot, const std::string& output) {
         options.sound_codec = NQ360_SOUND_AAC;
         options.keep_metadata = 1;
         options.web = 1;
+        options.workers = 2;
         options.whole_inputs_only = 1;
         return run_record(options, NQ360_export_with, callback);
     };
