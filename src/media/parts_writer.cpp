@@ -11,6 +11,7 @@
 #include "media/lockstep.h"
 #include "media/output_option.h"
 #include "media/part.h"
+#include "media/part_encoder.h"
 #include "projection/parallel.h"
 
 namespace {
@@ -179,11 +180,10 @@ class Progress {
 
 int libavIF::write_parts(const OutputOption& option, const PartPlan& plan, const char* cancel_path,
                          const ReportProgress& report, bool* starts_over) {
-    const PartJob job = {{input_path[0], input_path[1]},
-                         option,
-                         plan,
-                         std::make_shared<StitchTables>(option, true),
-                         video_encoder_context};
+    const CodecPtr settings = settings_of(video_encoder_context);
+    avcodec_free_context(&video_encoder_context);  // the parts have their own
+    const PartJob job = {
+        {input_path[0], input_path[1]}, option, plan, std::make_shared<StitchTables>(option, true), settings.get()};
     SoundBeside sound(this, option, plan);
     const auto write = [&](AVPacket* packet) {
         const auto pair = static_cast<size_t>(next_video_pts / kFrameTicks);

@@ -395,7 +395,7 @@ int libavIF::finish_video() {
         return error_code;
     }
     int result = 0;
-    while ((result = write_video_frame(nullptr)) == 0) {
+    while (video_encoder_context && (result = write_video_frame(nullptr)) == 0) {
     }
     if (result < 0) {
         return error_code;
