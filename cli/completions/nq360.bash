@@ -23,7 +23,7 @@ _nq360() {
         analyze) words="-r --recursive --json --thumbnails --width --jobs -q --quiet -v --verbose" ;;
         export)
             words="--size --tilt --yaw --pitch --roll --turn1 --turn2 --correct1 --correct2 --gain1 --gain2 --feather
-                --band --quality --bit-rate --sound --aac --web --start --start2 --end --end2 --date --partial --exact
+                --band --quality --bit-rate --sound --aac --web --jobs --start --start2 --end --end2 --date --partial --exact
                 --match --preview --dry-run --json -f --force -q --quiet -v --verbose"
             ;;
         match) words="--turn1 --turn2 --start --start2 --end --end2 --json -q --quiet -v --verbose" ;;

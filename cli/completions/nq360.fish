@@ -34,6 +34,7 @@ complete -c nq360 -n '__fish_seen_subcommand_from export' -l feather -x -d 'mix 
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l quality -x -d 'of a picture, 1 to 100'
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l bit-rate -x -d 'of a movie, bits per second'
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l web -d 'put the index of a movie in front'
+complete -c nq360 -n '__fish_seen_subcommand_from export' -l jobs -x -d 'parts of a movie made at a time'
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l partial -d 'export what there is of damaged inputs'
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l exact -d 'make what the plain function of the library makes'
 complete -c nq360 -n '__fish_seen_subcommand_from export' -l match -d 'match the lenses first'

@@ -210,6 +210,15 @@ class Picture(CommandTest):
 
 
 class Movie(CommandTest):
+    def test_is_the_same_for_any_number_of_jobs(self):
+        made = {}
+        for jobs in ["1", "3"]:
+            self.assert_done(run("export", *MOVIES, "out.mov", "--size", "64x32", "--force", "--jobs", jobs))
+            made[jobs] = content("out.mov")
+        self.assertEqual(made["1"], made["3"])
+        for wrong in ["0", "257", "two"]:
+            self.assert_refused(run("export", *MOVIES, "other.mov", "--jobs", wrong), 2, "--jobs", "1 to 256")
+
     def test_has_the_sound_asked_for(self):
         # Where there is sound at all the movie has a track for it; none leaves that empty.
         packets = {}
