@@ -2,7 +2,6 @@
 
 import os
 import statistics
-import subprocess
 import sys
 from dataclasses import dataclass
 
@@ -77,20 +76,11 @@ def scalings(tools, data, frames, files, rounds):
 
 
 def memory_of_workers(tools, data, frames):
-    """Peak MiB of the same movie made one part and two parts at a time; nothing where the command has no parts."""
-    words = subprocess.run([str(tools.nq360), "export", "--help"], capture_output=True, text=True, check=True).stdout
-    if "--jobs" not in words:
-        return None
+    """Peak MiB of the same movie, one part of it made at a time and two."""
     lens = LENSES[1936]
     pair = movie_pair(tools, data, lens.width, frames)
-    one, two = (
-        run(
-            [export(tools, pair, data / "out.mov", lens, "--jobs", jobs)], cores=sorted(os.sched_getaffinity(0))[:2]
-        ).peak
-        for jobs in (1, 2)
-    )
+    one, two = (run([export(tools, pair, data / "out.mov", lens, "--jobs", jobs)]).peak for jobs in (1, 2))
     print(f"memory of two workers: {two:.0f} MiB, of one: {one:.0f} MiB, {two / one:.2f} times")
-    return one, two
 
 
 def growth_of_length(tools, data):

@@ -8,12 +8,12 @@ from work import run
 SECONDS = 60
 
 
-def export_of_seconds(tools, data, seconds, *options):
+def export_of_seconds(tools, data, seconds):
     """What so many seconds of a movie take, to a small panorama."""
     pair = movie_pair(tools, data, 1440, 30 * SECONDS)
     out = data / "out.mov"
     command = [tools.nq360, "export", "--quiet", "--force", *pair, out, "--size", "1024x512", "--end", seconds]
-    return run([[*command, *options]])
+    return run([command])
 
 
 def curves(tools, data):
@@ -27,7 +27,7 @@ def curves(tools, data):
         seconds, peak = min(usage.seconds for usage in took), max(usage.peak for usage in took)
         found["output megapixels"].append((columns * columns / 2e6, seconds, peak))
     for seconds in (10, 20, 40, SECONDS):
-        usage = export_of_seconds(tools, data, seconds, "--exact")
+        usage = export_of_seconds(tools, data, seconds)
         found["frames"].append((seconds * 30, usage.seconds, usage.peak))
     for files in (25, 50, 100, 200):
         usage = run([describe_with_thumbnails(tools, data, picture_folder(tools, data, files))])

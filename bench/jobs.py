@@ -12,7 +12,7 @@ import cores
 import growth
 import report
 from files import FOLDER_WIDTH, LENSES, Tools, movie_pair, still_pair
-from opponents import default_works, description_works, movie_works, still_works, thumbnail_works
+from opponents import IN_PARTS, default_works, description_works, movie_works, still_works, thumbnail_works
 from work import compare
 
 # A movie of two parts, and one long enough for many cores.
@@ -27,38 +27,29 @@ def stills(tools, data, arguments):
     return rows
 
 
-def movies_of(tools, data, widths, frames, rounds):
-    rows = []
-    for width in widths:
-        job = f"{frames} frames {width} to {LENSES[width].size}"
-        rows += compare(job, movie_works(tools, data, width, frames), rounds, frames)
-    return rows
+def movies_of(tools, data, width, frames, arguments, one_encoder=False):
+    job = f"{frames} frames {width} to {LENSES[width].size}"
+    return compare(job, movie_works(tools, data, width, frames, one_encoder), arguments.rounds, frames)
 
 
 def movies(tools, data, arguments):
-    return movies_of(tools, data, (1440, 1936), arguments.frames or FRAMES, arguments.rounds)
+    frames = arguments.frames or FRAMES
+    return movies_of(tools, data, 1440, frames, arguments) + movies_of(tools, data, 1936, frames, arguments)
 
 
 def long_movies(tools, data, arguments):
-    return movies_of(tools, data, (1936,), arguments.frames or LONG_FRAMES, arguments.rounds)
+    return movies_of(tools, data, 1936, arguments.frames or LONG_FRAMES, arguments, one_encoder=True)
 
 
 def defaults(tools, data, arguments):
     frames = arguments.frames or FRAMES
-    pictures = still_pair(tools, data, FOLDER_WIDTH)
-    movies = movie_pair(tools, data, 1936, frames)
-    return [
-        *compare(
-            f"stills {FOLDER_WIDTH}, defaults",
-            default_works(tools, data, LENSES[FOLDER_WIDTH], pictures, ".jpg"),
-            arguments.rounds,
-        ),
-        *compare(
-            f"{frames} frames 1936, defaults",
-            default_works(tools, data, LENSES[1936], movies, ".mov"),
-            arguments.rounds,
-        ),
-    ]
+    still, movie = LENSES[FOLDER_WIDTH], LENSES[1936]
+    pictures = still_pair(tools, data, still.width)
+    movies = movie_pair(tools, data, movie.width, frames)
+    works = default_works(tools, pictures, data / "out.jpg", still)
+    rows = compare(f"stills {still.width}, defaults", works, arguments.rounds)
+    works = default_works(tools, movies, data / "out.mov", movie, *IN_PARTS)
+    return rows + compare(f"{frames} frames {movie.width}, defaults", works, arguments.rounds)
 
 
 def analysis(tools, data, arguments):

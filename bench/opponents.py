@@ -1,5 +1,6 @@
 """The jobs, each as nq360 does it and as people do it today."""
 
+import os
 from functools import partial
 
 import quality
@@ -8,6 +9,9 @@ from work import Work
 
 # libx264's own way from fast to good; the bit rate is everybody's.
 X264_PRESETS = ("ultrafast", "veryfast")
+
+# A movie in parts, as the command's default has it, but for --exact.
+IN_PARTS = ("--jobs", len(os.sched_getaffinity(0)))
 
 
 def export(tools, pair, out, lens, *options):
@@ -26,11 +30,10 @@ def v360(lens):
     return f"[0:v][1:v]hstack,v360=dfisheye:e:{angles}:w={columns}:h={rows}:interp=linear"
 
 
-def default_works(tools, data, lens, pair, extension):
-    """What the command's defaults cost over the plain export."""
-    out = data / f"out{extension}"
+def default_works(tools, pair, out, lens, *options):
+    """What the command's defaults cost over the plain export with these options."""
     return {
-        "nq360": Work([exact_export(tools, pair, out, lens)]),
+        "nq360": Work([exact_export(tools, pair, out, lens, *options)]),
         "nq360 with its defaults": Work([export(tools, pair, out, lens)]),
     }
 
@@ -53,10 +56,15 @@ def still_works(tools, data, width):
     }
 
 
-def movie_works(tools, data, width, frames):
+def movie_works(tools, data, width, frames, one_encoder):
+    """one_encoder: also as NQ360_export makes it, with one encoder for all frames."""
     lens = LENSES[width]
     pair = movie_pair(tools, data, width, frames)
-    ours = data / "out-nq360.mov"
+
+    def nq360(name, *options):
+        out = data / f"out-{name}.mov"
+        command = exact_export(tools, pair, out, lens, *options)
+        return Work([command], None, out, partial(quality.of_stitcher, tools, pair, lens, out))
 
     def ffmpeg(name, program, decoder, encoder, environment=None):
         out = data / f"out-{name}.mov"
@@ -66,12 +74,10 @@ def movie_works(tools, data, width, frames):
         return Work([command], environment, out, partial(quality.of_filter, pair, v360(lens), out))
 
     openh264 = ["-c:v", "libopenh264"]
-    works = {
-        "nq360": Work(
-            [exact_export(tools, pair, ours, lens)], None, ours, partial(quality.of_stitcher, tools, pair, lens, ours)
-        ),
-        "ffmpeg v360, openh264": ffmpeg("openh264", tools.ffmpeg, openh264, openh264, tools.environment),
-    }
+    works = {"nq360": nq360("nq360", *IN_PARTS)}
+    if one_encoder:
+        works["nq360, one encoder"] = nq360("one-encoder")
+    works["ffmpeg v360, openh264"] = ffmpeg("openh264", tools.ffmpeg, openh264, openh264, tools.environment)
     for preset in X264_PRESETS:  # the distribution's command, with its own decoder
         works[f"ffmpeg v360, x264 {preset}"] = ffmpeg(preset, "ffmpeg", [], ["-c:v", "libx264", "-preset", preset])
     return works
