@@ -11,6 +11,7 @@
 #include "terminal/help_format.h"
 #include "terminal/interrupt.h"
 #include "terminal/wrong_use.h"
+#include "view_command.h"
 
 namespace {
 
@@ -90,6 +91,7 @@ int parse_and_run(int argc, char** argv) {
     commands.push_back(make_match(app));
     commands.push_back(make_audio(app));
     commands.push_back(make_space(app));
+    commands.push_back(make_view(app));
     try {
         app.parse(arguments_of(argc, argv));
     } catch (const CLI::ParseError& error) {

@@ -3,7 +3,7 @@ _nq360() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} words
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W "analyze export match audio space -h --help --version" -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W "analyze export match audio space view -h --help --version" -- "$current")
         return
     fi
     case $previous in
@@ -11,7 +11,7 @@ _nq360() {
             mapfile -t COMPREPLY < <(compgen -W "1 2 none" -- "$current")
             return
             ;;
-        --thumbnails)
+        --thumbnails | --to)
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -d -- "$current")
             return
@@ -29,6 +29,7 @@ _nq360() {
         match) words="--turn1 --turn2 --start --start2 --end --end2 --json -q --quiet -v --verbose" ;;
         audio) words="--aac -f --force -q --quiet -v --verbose" ;;
         space) words="--bytes --json" ;;
+        view) words="--to --port --no-browser --read-only --json -q --quiet -v --verbose" ;;
         *) words= ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$words -h --help" -- "$current")

@@ -1,5 +1,5 @@
 # Completion of nq360 for fish.
-set -l commands analyze export match audio space
+set -l commands analyze export match audio space view
 
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -f
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -l version -d 'show the version'
@@ -8,6 +8,7 @@ complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a export -d 's
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a match -d 'propose what makes the lenses meet'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a audio -d 'write the sound of a movie'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a space -d 'tell how much room is free'
+complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a view -d 'show the shots of a folder'
 complete -c nq360 -s h -l help -d 'show help'
 
 complete -c nq360 -n '__fish_seen_subcommand_from analyze' -s r -l recursive -d 'in folders, the folders in them too'
@@ -49,9 +50,15 @@ complete -c nq360 -n '__fish_seen_subcommand_from export match' -l end2 -x -d 'w
 
 complete -c nq360 -n '__fish_seen_subcommand_from export audio' -l aac -d 'write the sound as AAC'
 complete -c nq360 -n '__fish_seen_subcommand_from export audio' -s f -l force -d 'replace the output when it exists'
-complete -c nq360 -n '__fish_seen_subcommand_from analyze export match audio' -s q -l quiet -d 'say nothing but errors'
-complete -c nq360 -n '__fish_seen_subcommand_from analyze export match audio' -s v -l verbose \
+complete -c nq360 -n '__fish_seen_subcommand_from analyze export match audio view' -s q -l quiet -d 'say nothing but errors'
+complete -c nq360 -n '__fish_seen_subcommand_from analyze export match audio view' -s v -l verbose \
     -d 'show what the library logs'
 
 complete -c nq360 -n '__fish_seen_subcommand_from space' -l bytes -d 'print the number of bytes alone'
 complete -c nq360 -n '__fish_seen_subcommand_from export match space' -l json -d 'print JSON'
+
+complete -c nq360 -n '__fish_seen_subcommand_from view' -l to -x -a '(__fish_complete_directories)' -d 'where exports go'
+complete -c nq360 -n '__fish_seen_subcommand_from view' -l port -x -d 'port to listen on, 0 for any'
+complete -c nq360 -n '__fish_seen_subcommand_from view' -l no-browser -d 'print the address only'
+complete -c nq360 -n '__fish_seen_subcommand_from view' -l read-only -d 'write nothing into the folders'
+complete -c nq360 -n '__fish_seen_subcommand_from view' -l json -d 'print JSON'

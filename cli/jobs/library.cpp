@@ -70,14 +70,21 @@ Outcome export_panorama(const ExportJob& job, const ReplyHandler& handler) {
     return call(record_of(job), &handler, NQ360_export_with);
 }
 
-Outcome preview_panorama(const ExportJob& job, std::string* jpeg) {
-    return call(record_of(job), nullptr, [jpeg](const NQ360_EXPORT_OPTIONS* options) {
+Outcome preview_panorama(const ExportJob& job, std::string* jpeg, NQ360_SHOT* shot) {
+    return call(record_of(job), nullptr, [jpeg, shot](const NQ360_EXPORT_OPTIONS* options) {
         unsigned char* bytes = nullptr;
         size_t size = 0;
-        NQ360_preview(options, nullptr, &bytes, &size);
+        NQ360_preview(options, shot, &bytes, &size);
         const std::unique_ptr<unsigned char, decltype(&NQ360_free)> owner(bytes, NQ360_free);
         jpeg->assign(bytes, bytes + size);
     });
+}
+
+ShotHandle open_shot(const ExportJob& job, Outcome* outcome) {
+    ShotHandle shot;
+    *outcome = call(record_of(job), nullptr,
+                    [&shot](const NQ360_EXPORT_OPTIONS* options) { shot.reset(NQ360_shot_open(options)); });
+    return shot;
 }
 
 Outcome match_lenses(const ExportJob& job, const ReplyHandler& handler) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -40,6 +41,15 @@ struct SoundJob {
 Outcome analyze_file(const std::string& path, const std::optional<std::string>& thumbnail = {},
                      int thumbnail_width = 0);
 Outcome export_panorama(const ExportJob& job, const ReplyHandler& handler);
-Outcome preview_panorama(const ExportJob& job, std::string* jpeg);
+// Of `shot`, when there is one, and else of the lenses that the job names.
+Outcome preview_panorama(const ExportJob& job, std::string* jpeg, NQ360_SHOT* shot = nullptr);
+
+struct ShotCloser {
+    void operator()(NQ360_SHOT* shot) const { NQ360_shot_close(shot); }
+};
+using ShotHandle = std::unique_ptr<NQ360_SHOT, ShotCloser>;
+
+// Opens the lenses of the job; null when the outcome is a failure.
+ShotHandle open_shot(const ExportJob& job, Outcome* outcome);
 Outcome match_lenses(const ExportJob& job, const ReplyHandler& handler);
 Outcome extract_sound(const SoundJob& job, const ReplyHandler& handler);

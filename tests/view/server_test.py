@@ -1,0 +1,452 @@
+"""The server behind the page, from outside: who gets in, what is served, and what it stands."""
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+from server import COMMAND, Server, installed_command, temporary_folder
+
+SAMPLES = Path(os.environ["NQ360_SAMPLES"])
+PAIR = ["still1.jpg", "still2.jpg"]
+MOVIE = ["movie1.mov", "movie2.mov"]
+
+
+def request(server, line="GET /api/shots HTTP/1.1", host=None, cookie=None, more=""):
+    """A request of the person's page, but for what is given."""
+    host = f"Host: {server.host}\r\n" if host is None else host
+    cookie = f"Cookie: {server.cookie}\r\n" if cookie is None else cookie
+    return f"{line}\r\n{host}{cookie}{more}\r\n".encode()
+
+
+class ServerTest(unittest.TestCase):
+    def begin(self, names=(), *options, folder=None):
+        base = temporary_folder(self)
+        self.folder = folder or base / "shots"
+        self.folder.mkdir(exist_ok=True)
+        for name in names:
+            shutil.copy(SAMPLES / name, self.folder)
+        self.server = Server(installed_command(base), self.folder, *options, cache=base / "cache")
+        self.addCleanup(self.server.stop, signal.SIGKILL)
+        return self.server
+
+    def assert_answered(self, server):
+        self.assertEqual(server.ask("/")[0], 200)
+
+
+class WhoGetsIn(ServerTest):
+    def test_address_gives_the_cookie_and_leads_to_the_page(self):
+        server = self.begin()
+        status, headers, _ = server.ask("/?key=" + server.key, Cookie="")
+        self.assertEqual((status, headers["Location"]), (303, "/"))
+        self.assertEqual(headers["Set-Cookie"], server.cookie + "; Path=/; HttpOnly; SameSite=Strict")
+        self.assertRegex(server.key, "^[0-9a-f]{32}$")
+        self.assertIn(b"page", server.ask("/")[2])
+
+    def test_two_servers_have_two_keys(self):
+        keys = {self.begin().key, self.begin().key}
+        self.assertEqual(len(keys), 2)
+
+    def test_nothing_without_the_cookie(self):
+        server = self.begin(PAIR)
+        wrong = ["", "Cookie: x=y\r\n", f"Cookie: nq360-{server.port}=\r\n", f"Cookie: nq360-{server.port}={'0' * 32}\r\n",
+                 f"Cookie: nq360-{server.port}={server.key}0\r\n", f"Cookie: nq360-{server.port}={server.key[:-1]}\r\n",
+                 f"Cookie: other={server.key}\r\n", f"Cookie: xnq360-{server.port}={server.key}\r\n"]
+        lines = ["GET / HTTP/1.1", "GET /index.html HTTP/1.1", "GET /api/shots HTTP/1.1", "GET /files/still1.jpg HTTP/1.1",
+                 "GET /api/thumbnail?file=still1.jpg HTTP/1.1", "GET /api/preview?shot=still1.jpg HTTP/1.1",
+                 "GET /api/space HTTP/1.1", "POST /api/match HTTP/1.1", "POST /api/exports HTTP/1.1",
+                 "GET /api/exports HTTP/1.1", "DELETE /api/exports/1 HTTP/1.1", "PUT /api/adjustments HTTP/1.1",
+                 "HEAD / HTTP/1.1", "OPTIONS / HTTP/1.1", "GET /nothing HTTP/1.1",
+                 f"GET /?key={'0' * 32} HTTP/1.1", "GET /?key= HTTP/1.1",
+                 f"GET /api/shots?key={server.key} HTTP/1.1", f"POST /?key={server.key} HTTP/1.1"]
+        for cookie in wrong:
+            for line in lines:
+                with self.subTest(cookie=cookie, line=line):
+                    self.assertEqual(server.raw_status(request(server, line, cookie=cookie)), 403)
+
+    def test_other_names_for_this_machine_lead_nowhere(self):
+        server = self.begin()
+        for host in ["", "Host: \r\n", "Host: evil.example\r\n", f"Host: evil.example:{server.port}\r\n",
+                     "Host: 127.0.0.1\r\n", "Host: 127.0.0.1:1\r\n", f"Host: localhost.evil.example:{server.port}\r\n",
+                     f"Host: {server.host}\r\nHost: {server.host}\r\n", f"Host: {server.host}\r\nHost: evil.example\r\n"]:
+            for line in ["GET /api/shots HTTP/1.1", f"GET /?key={server.key} HTTP/1.1"]:
+                with self.subTest(host=host, line=line):
+                    self.assertEqual(server.raw_status(request(server, line, host=host)), 403)
+
+    def test_other_pages_lead_nowhere(self):
+        server = self.begin()
+        foreign = ["Origin: http://evil.example", "Origin: null", f"Origin: https://{server.host}",
+                   "Origin: http://127.0.0.1:1", f"Origin: http://localhost:{server.port}",
+                   f"Origin: http://{server.host}.evil.example", "Sec-Fetch-Site: cross-site",
+                   "Sec-Fetch-Site: same-site", f"Origin: http://{server.host}\r\nOrigin: http://evil.example"]
+        for header in foreign:
+            with self.subTest(header=header):
+                self.assertEqual(server.raw_status(request(server, more=header + "\r\n")), 403)
+        for header in [f"Origin: http://{server.host}", "Sec-Fetch-Site: same-origin", "Sec-Fetch-Site: none"]:
+            self.assertEqual(server.raw_status(request(server, more=header + "\r\n")), 200)
+
+    def test_listens_on_the_loopback_address_alone(self):
+        server = self.begin()
+        listening = set()
+        for table in ["/proc/net/tcp", "/proc/net/tcp6"]:
+            for line in Path(table).read_text(encoding="ascii").splitlines()[1:]:
+                local, state = line.split()[1], line.split()[3]
+                if local.endswith(f":{server.port:04X}") and state == "0A":
+                    listening.add(local)
+        self.assertEqual(listening, {f"0100007F:{server.port:04X}"})
+
+    def test_a_port_in_use_is_told(self):
+        server = self.begin()
+        ended = subprocess.run([str(Path(server.process.args[0])), "view", str(self.folder), "--no-browser", "--port",
+                                str(server.port)], capture_output=True, text=True, check=False)
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn(f"port {server.port}: cannot be listened on", ended.stderr)
+
+    def test_every_answer_says_what_a_browser_may_do_with_it(self):
+        server = self.begin(PAIR)
+        for path in ["/", "/api/shots", "/files/still1.jpg", "/nothing", "/api/preview?shot=x"]:
+            headers = server.ask(path)[1]
+            policy = headers["Content-Security-Policy"]
+            self.assertIn("default-src 'none'", policy)
+            self.assertRegex(policy, r"script-src 'self';")
+            self.assertEqual(headers["X-Content-Type-Options"], "nosniff")
+            self.assertEqual(headers["Referrer-Policy"], "no-referrer")
+        answer = server.raw(request(server, cookie=""))
+        self.assertIn(b"nosniff", answer)
+
+
+class WhatIsServed(ServerTest):
+    def test_files_come_whole_and_in_parts(self):
+        server = self.begin(MOVIE)
+        whole = (self.folder / "movie1.mov").read_bytes()
+        status, headers, data = server.ask("/files/movie1.mov")
+        self.assertEqual((status, headers["Content-Type"], data), (200, "video/mp4", whole))
+        size = len(whole)
+        for asked, first, last in [("0-0", 0, 0), ("100-199", 100, 199), (f"{size - 5}-", size - 5, size - 1),
+                                   ("-7", size - 7, size - 1), (f"5-{size + 100}", 5, size - 1),
+                                   (f"-{size + 1}", 0, size - 1)]:
+            with self.subTest(asked=asked):
+                status, headers, data = server.ask("/files/movie1.mov", Range=f"bytes={asked}")
+                self.assertEqual((status, data), (206, whole[first:last + 1]))
+                self.assertEqual(headers["Content-Range"], f"bytes {first}-{last}/{size}")
+        for asked in [f"{size}-", "-0", f"{size}-{size + 1}"]:
+            status, headers, _ = server.ask("/files/movie1.mov", Range=f"bytes={asked}")
+            self.assertEqual((status, headers["Content-Range"]), (416, f"bytes */{size}"), asked)
+        self.assertEqual(server.ask("/files/movie1.mov", Range="bytes=5-4")[0], 416)
+        for asked in ["bytes=0-1,5-6", "lines=1-2"]:
+            self.assertIn(server.ask("/files/movie1.mov", Range=asked)[0], (200, 416), asked)
+
+    def test_an_open_range_comes_in_pieces(self):
+        server = self.begin()
+        with open(self.folder / "long.mov", "wb") as file:
+            file.truncate(4 << 30)
+        status, headers, data = server.ask("/files/long.mov", Range=f"bytes={3 << 30}-")
+        self.assertEqual((status, len(data)), (206, 4 << 20))
+        self.assertEqual(headers["Content-Range"], f"bytes {3 << 30}-{(3 << 30) + (4 << 20) - 1}/{4 << 30}")
+
+    def test_no_way_leads_out_of_the_folder(self):
+        server = self.begin(PAIR)
+        outside = self.folder.parent
+        shutil.copy(SAMPLES / "still1.jpg", outside / "secret.jpg")
+        (outside / "secret").mkdir()
+        shutil.copy(SAMPLES / "still1.jpg", outside / "secret" / "secret.jpg")
+        shutil.copy(SAMPLES / "still1.jpg", Path(str(self.folder) + "x.jpg"))
+        os.symlink(outside / "secret.jpg", self.folder / "link.jpg")
+        os.symlink("../secret.jpg", self.folder / "relative.jpg")
+        os.symlink(outside / "secret", self.folder / "folder")
+        os.symlink("/etc/passwd", self.folder / "passwd.jpg")
+        os.symlink("link.jpg", self.folder / "second.jpg")
+        os.symlink("/proc/self/environ", self.folder / "environ.jpg")
+        (self.folder / "note.txt").write_text("note")
+        (self.folder / "page.html").write_text("<script>")
+        (self.folder / ".hidden.jpg").write_bytes(b"x")
+        (self.folder / "inner.jpg").mkdir()
+        os.mkfifo(self.folder / "pipe.jpg")
+        ways = ["../secret.jpg", "..%2fsecret.jpg", "..%2Fsecret.jpg", "%2e%2e/secret.jpg", "%2e%2e%2fsecret.jpg",
+                "....//secret.jpg", "..%5csecret.jpg", "%252e%252e%252fsecret.jpg", "..%c0%afsecret.jpg",
+                "%2fetc%2fpasswd", "/etc/passwd", "//etc/passwd", "still1.jpg/../../secret.jpg", "./../secret.jpg",
+                f"{str(outside)[1:]}/secret.jpg", "%2f" + f"{outside}/secret.jpg"[1:].replace("/", "%2f"),
+                "link.jpg", "relative.jpg", "second.jpg", "folder/secret.jpg", "folder%2fsecret.jpg", "passwd.jpg",
+                "environ.jpg", "still1.jpg%00.png", "%00", "../secret.jpg%00.jpg", ".hidden.jpg", ".", "..", "",
+                "note.txt", "page.html", "inner.jpg", "pipe.jpg", "..%2fshotsx.jpg", "../index.html",
+                "../api/../../secret.jpg", "~/secret.jpg", "file:%2f%2f%2fetc%2fpasswd"]
+        for way in ways:
+            with self.subTest(way=way):
+                answer = server.raw(request(server, f"GET /files/{way} HTTP/1.1"))
+                self.assertIn(int(answer.split()[1]), (400, 404))
+                for path in [f"/api/thumbnail?file={way}", f"/api/preview?shot={way}", f"/api/space?shot={way}"]:
+                    self.assertIn(server.raw_status(request(server, f"GET {path} HTTP/1.1")), (400, 404))
+        names = [name for shot in server.shots()["shots"] for name in shot["files"]]
+        self.assertEqual(names, PAIR)
+        self.assertEqual(server.ask("/files/still1.jpg")[0], 200)
+
+    def test_a_link_within_the_folder_is_followed(self):
+        server = self.begin(PAIR)
+        os.symlink("still1.jpg", self.folder / "again.jpg")
+        self.assertEqual(server.ask("/files/again.jpg")[2], (self.folder / "still1.jpg").read_bytes())
+
+    def test_shots_are_told_with_their_halves(self):
+        server = self.begin([*PAIR, *MOVIE])
+        shutil.copy(SAMPLES / "turned1.jpg", self.folder / "alone.jpg")
+        (self.folder / "broken.mov").write_bytes(b"no movie")
+        shots = {shot["id"]: shot for shot in server.shots()["shots"]}
+        self.assertEqual(set(shots), {"still1.jpg", "movie1.mov", "alone.jpg", "broken.mov"})
+        self.assertEqual((shots["still1.jpg"]["kind"], shots["still1.jpg"]["files"]), ("pair", PAIR))
+        self.assertEqual((shots["movie1.mov"]["type"], shots["movie1.mov"]["frames"]), ("movie", 30))
+        self.assertEqual(shots["alone.jpg"]["kind"], "lone")
+        self.assertTrue(shots["broken.mov"]["damaged"])
+        self.assertIn("cannot be read as a picture or movie", shots["broken.mov"]["why"])
+
+    def test_new_files_appear_and_a_folder_may_go(self):
+        server = self.begin()
+        self.assertEqual(server.shots()["shots"], [])
+        for name in PAIR:
+            shutil.copy(SAMPLES / name, self.folder)
+        self.assertEqual(len(server.shots()["shots"]), 1)
+        os.rename(self.folder, str(self.folder) + "-away")
+        listing = server.shots()
+        self.assertEqual(listing["shots"], [])
+        self.assertIn("cannot be read", listing["error"])
+        os.rename(str(self.folder) + "-away", self.folder)
+        self.assertEqual(len(server.shots()["shots"]), 1)
+
+    def test_thumbnails_are_kept(self):
+        server = self.begin(PAIR)
+        status, headers, first = server.ask("/api/thumbnail?file=still1.jpg")
+        self.assertEqual((status, headers["Content-Type"], first[:2]), (200, "image/jpeg", b"\xff\xd8"))
+        self.assertEqual(server.ask("/api/thumbnail?file=still1.jpg", If_None_Match=headers["ETag"])[0], 304)
+        shutil.copy(SAMPLES / "turned1.jpg", self.folder / "still1.jpg")
+        status, _, second = server.ask("/api/thumbnail?file=still1.jpg", If_None_Match=headers["ETag"])
+        self.assertEqual(status, 200)
+        self.assertNotEqual(first, second)
+
+    def test_preview_is_what_the_command_makes(self):
+        server = self.begin(PAIR)
+        options = {"yaw": "20", "pitch": "-7.5", "roll": "3", "turn2": "1", "gain1": "1.2,1,1", "feather": "3"}
+        query = "&".join(f"{name}={value}" for name, value in options.items())
+        status, headers, data = server.ask(f"/api/preview?shot=still1.jpg&{query}")
+        self.assertEqual((status, headers["Content-Type"]), (200, "image/jpeg"))
+        made = self.folder.parent / "made.jpg"
+        words = [word for name, value in options.items() for word in (f"--{name}", value)]
+        subprocess.run([COMMAND, "export", "-q", "--preview", *words, *(self.folder / name for name in PAIR), made],
+                       check=True)
+        self.assertEqual(data, made.read_bytes())
+
+    def test_values_that_make_no_sense_are_told(self):
+        server = self.begin(PAIR)
+        for query, word in [("yaw=x", "yaw"), ("yaw=361", "yaw"), ("gain1=1,2", "gain1"), ("feather=9", "feather"),
+                            ("width=x", "WIDTH"), ("start=-1", "start"), ("correct1=1,2,300", "correct1")]:
+            status, _, data = server.ask(f"/api/preview?shot=still1.jpg&{query}")
+            self.assertEqual(status, 400, query)
+            self.assertIn(word, json.loads(data)["error"])
+
+    def test_adjustments_outlive_the_server(self):
+        server = self.begin(PAIR)
+        kept = {"yaw": "10", "gain2": "0.9,1,1"}
+        self.assertEqual(server.json("/api/adjustments", "PUT", {"shot": "still1.jpg", "adjustments": kept}),
+                         {"adjustments": kept})
+        self.assertEqual(server.stop(), 0)
+        other = self.begin(folder=self.folder)
+        self.assertEqual(other.shots()["shots"][0]["adjustments"], kept)
+        files = sorted(path.name for path in self.folder.rglob("*"))
+        self.assertEqual(files, sorted([".nq360", "still1.jpg.json", *PAIR]))
+        for wrong in [{"yaw": "x"}, {"size": "2x1"}, {"yaw": [1]}, {"cancel": "1"}]:
+            self.assertEqual(other.ask("/api/adjustments", "PUT", {"shot": "still1.jpg", "adjustments": wrong})[0], 400)
+
+    def test_match_finds_the_turn(self):
+        server = self.begin(["different1.jpg", "different2.jpg"])
+        found = server.json("/api/match", "POST", {"shot": "different1.jpg", "adjustments": {"yaw": "5"}})
+        self.assertEqual(found["adjustments"]["yaw"], "5")
+        self.assertEqual(found["warning"], "")
+        self.assertTrue({"gain2", "correct1", "correct2"} & set(found["adjustments"]))
+
+
+class Exports(ServerTest):
+    def order(self, server, **order):
+        return server.json("/api/exports", "POST", order)
+
+    def test_is_the_file_that_the_command_makes(self):
+        server = self.begin([*PAIR, *MOVIE])
+        orders = [("still1.jpg", {"yaw": "10"}, {"quality": 80, "size": "1440x720"}, PAIR, ["--quality", "80"], "jpg"),
+                  ("movie1.mov", {}, {"size": "1440x720", "web": True, "aac": True, "start": "0:00.5", "sound": "2"},
+                   MOVIE, ["--web", "--aac", "--start", "0.5", "--sound", "2"], "mov")]
+        for shot, look, settings, names, words, extension in orders:
+            placed = self.order(server, shot=shot, adjustments=look, settings=settings)
+            self.assertEqual(placed["name"], f"{shot.split('.')[0]}-360.{extension}")
+            events = server.events(placed["id"])
+            self.assertEqual(events[-1]["state"], "finished", events[-1])
+            made = self.folder.parent / f"made.{extension}"
+            turns = [word for name, value in look.items() for word in (f"--{name}", value)]
+            subprocess.run([COMMAND, "export", "-q", "--size", "1440x720", *words, *turns,
+                            *(self.folder / name for name in names), made], check=True)
+            self.assertEqual((self.folder / placed["name"]).read_bytes(), made.read_bytes())
+        counts = [event["frame_count"] for event in events if event["state"] == "progress"]
+        self.assertTrue(counts and counts == sorted(counts) and counts[-1] <= events[-2]["frames"], events)
+        # Nothing is ever replaced.
+        again = self.order(server, shot="still1.jpg")
+        self.assertEqual(again["name"], "still1-360-2.jpg")
+        self.assertEqual(server.events(again["id"])[-1]["state"], "finished")
+
+    def test_sound_of_a_movie(self):
+        server = self.begin(MOVIE, "--to", str(temporary_folder(self)))
+        placed = self.order(server, kind="sound", file="movie1.mov")
+        self.assertEqual(server.events(placed["id"])[-1]["state"], "finished")
+        status, headers, data = server.ask("/files/movie1.wav")
+        self.assertEqual((status, headers["Content-Type"], data[:4]), (200, "audio/wav", b"RIFF"))
+        self.assertFalse((self.folder / "movie1.wav").exists())
+
+    def test_failures_come_in_the_commands_words(self):
+        server = self.begin(MOVIE)
+        (self.folder / "movie2.mov").write_bytes((SAMPLES / "movie2.mov").read_bytes()[:200000])
+        shutil.copy(SAMPLES / "still1.jpg", self.folder / "other.jpg")
+        self.assertEqual(server.ask("/api/exports", "POST", {"shot": "movie1.mov"})[0], 404)
+        shutil.copy(SAMPLES / "movie2.mov", self.folder)
+        server.shots()
+        placed = self.order(server, shot="movie1.mov", settings={"size": "20x10"})
+        last = server.events(placed["id"])[-1]
+        self.assertEqual(last["state"], "failed")
+        self.assertTrue(last["message"], last)
+        silent = self.order(server, kind="sound", file="other.jpg")
+        self.assertIn("has no sound", server.events(silent["id"])[-1]["message"])
+        for wrong in [{"size": "x"}, {"quality": 101}, {"start": "5", "end": "4"}, {"web": "yes"}]:
+            self.assertEqual(server.ask("/api/exports", "POST", {"shot": "movie1.mov", "settings": wrong})[0], 400)
+
+    def test_cancelled_ones_leave_nothing(self):
+        server = self.begin(MOVIE)
+        numbers = [self.order(server, shot="movie1.mov")["id"] for _ in range(3)]
+        for number in reversed(numbers):
+            self.assertEqual(server.ask(f"/api/exports/{number}", "DELETE")[0], 204)
+        for number in numbers:
+            self.assertEqual(server.events(number)[-1]["state"], "cancelled")
+        self.assertEqual(server.ask("/api/exports/99", "DELETE")[0], 404)
+        self.assertEqual(sorted(os.listdir(self.folder)), MOVIE)
+
+    def test_line_is_bounded(self):
+        server = self.begin(MOVIE)
+        statuses = [server.ask("/api/exports", "POST", {"shot": "movie1.mov"})[0] for _ in range(30)]
+        self.assertIn(201, statuses)
+        self.assertEqual(statuses[-1], 429)
+        names = [one["name"] for one in server.json("/api/exports")["exports"]]
+        self.assertEqual(len(names), len(set(names)))
+        self.assertEqual(server.stop(), 0)
+        self.assertEqual([name for name in os.listdir(self.folder) if name.startswith(".")], [])
+
+    def begun_export(self, server):
+        placed = self.order(server, shot="movie1.mov", settings={"size": "2880x1440"})
+        while not any(name.startswith(".nq360-") for name in os.listdir(self.folder)):
+            time.sleep(0.01)
+        return placed["name"]
+
+    def test_interrupt_leaves_no_half_file(self):
+        server = self.begin(MOVIE)
+        self.begun_export(server)
+        self.assertEqual(server.stop(), 0)
+        self.assertEqual(sorted(os.listdir(self.folder)), MOVIE)
+
+    def test_killed_leaves_no_half_file_under_its_name(self):
+        server = self.begin(MOVIE)
+        kept = {"yaw": "10"}
+        server.json("/api/adjustments", "PUT", {"shot": "movie1.mov", "adjustments": kept})
+        name = self.begun_export(server)
+        server.stop(signal.SIGKILL)
+        self.assertNotIn(name, os.listdir(self.folder))
+        self.assertEqual(self.begin(folder=self.folder).shots()["shots"][0]["adjustments"], kept)
+
+    def test_read_only_writes_nothing(self):
+        server = self.begin(PAIR, "--read-only")
+        self.assertEqual(server.ask("/api/exports", "POST", {"shot": "still1.jpg"})[0], 403)
+        self.assertEqual(server.ask("/api/adjustments", "PUT", {"shot": "still1.jpg", "adjustments": {"yaw": 1}})[0], 422)
+        self.assertEqual(sorted(os.listdir(self.folder)), PAIR)
+
+    def test_space_tells_what_an_export_needs(self):
+        server = self.begin(PAIR)
+        space = server.json("/api/space?shot=still1.jpg")
+        inputs = sum((self.folder / name).stat().st_size for name in PAIR)
+        self.assertEqual(space["needed"], inputs + (50 << 20))
+        self.assertGreater(space["free"], 0)
+
+
+class WhatItStands(ServerTest):
+    def test_what_cannot_be_read_is_refused(self):
+        server = self.begin()
+        post = "POST /api/match HTTP/1.1"
+        for data, status in [(b"\r\n\r\n", 400), (b"\0" * 100 + b"\r\n\r\n", 400), (b"GET\r\n\r\n", 400),
+                             (b"GET / HTTP/9\r\n\r\n", 400), (b"GET http://x/ HTTP/1.1\r\n\r\n", 400),
+                             (request(server, more="Broken\r\n"), 400), (b"A" * 5000, 414),
+                             (request(server, more="X: " + "y" * 9000 + "\r\n"), 431),
+                             (request(server, post, more="Content-Length: 99999999\r\n"), 413),
+                             (request(server, post, more="Content-Length: -1\r\n"), 400),
+                             (request(server, post, more="Transfer-Encoding: chunked\r\n"), 501),
+                             (request(server, "BREW / HTTP/1.1"), 400)]:
+            with self.subTest(data=data[:60]):
+                self.assertEqual(server.raw_status(data), status)
+        json_type = "Content-Type: application/json\r\n"
+        for body in ["", "[]", "{", "null", '"x"', "{}" * 2, "[" * 30000, '{"shot":' * 5000]:
+            more = f"{json_type}Content-Length: {len(body)}\r\n"
+            self.assertIn(server.raw_status(request(server, post, more=more) + body.encode()), (400, 404), body[:20])
+        more = "Content-Type: text/plain\r\nContent-Length: 2\r\n"
+        self.assertEqual(server.raw_status(request(server, post, more=more) + b"{}"), 415)
+        self.assert_answered(server)
+
+    def test_slow_clients_hold_nobody_up(self):
+        server = self.begin(PAIR)
+        slow = []
+        try:
+            for i in range(1000):
+                connection = socket.create_connection(("127.0.0.1", server.port), timeout=60)
+                slow.append(connection)
+                connection.send(b"G")
+                if i % 100 == 99:
+                    self.assertEqual(len(server.shots()["shots"]), 1)
+            for byte in b"ET /":
+                for connection in slow:
+                    try:
+                        connection.send(bytes([byte]))
+                    except OSError:
+                        pass  # shown out
+                self.assertEqual(server.ask("/files/still1.jpg")[0], 200)
+                time.sleep(1)
+        finally:
+            for connection in slow:
+                connection.close()
+        self.assert_answered(server)
+
+    def test_clients_that_read_nothing_hold_nobody_up(self):
+        server = self.begin()
+        with open(self.folder / "long.mov", "wb") as file:
+            file.truncate(1 << 30)
+        lazy = []
+        for _ in range(10):
+            connection = socket.create_connection(("127.0.0.1", server.port))
+            connection.sendall(request(server, "GET /files/long.mov HTTP/1.1"))
+            lazy.append(connection)
+        self.assert_answered(server)
+        for connection in lazy:
+            connection.close()
+        self.assert_answered(server)
+        self.assertEqual(server.stop(), 0)
+
+    def test_folder_that_is_none_is_told(self):
+        base = temporary_folder(self)
+        command = installed_command(base)
+        for words in [[str(base / "none")], [command], [str(base), "--to", str(base / "none")]]:
+            ended = subprocess.run([command, "view", "--no-browser", *words], capture_output=True, text=True, check=False)
+            self.assertEqual(ended.returncode, 1, words)
+            self.assertIn("is no folder", ended.stderr)
+
+    def test_missing_page_is_told(self):
+        base = temporary_folder(self)
+        command = installed_command(base)
+        shutil.rmtree(base / "share")
+        ended = subprocess.run([command, "view", str(base)], capture_output=True, text=True, check=False)
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("the page is not installed", ended.stderr)
+
+
+if __name__ == "__main__":
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    unittest.main()

@@ -1,0 +1,164 @@
+#include "catalog.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr std::chrono::seconds kFindPatience(10);  // for what nobody has asked for in a list before
+
+// A strip is far wider than high.
+bool is_strip(const Look& look) {
+    return look.description.is_picture && look.description.width > 2 * look.description.height;
+}
+
+}  // namespace
+
+Catalog::Catalog(const SharedFolders& folders, Looks& looks) : folders_(folders), looks_(looks) {
+    for (unsigned i = 0; i < std::max(1U, std::thread::hardware_concurrency()); ++i) {
+        threads_.emplace_back([this] { work(); });
+    }
+}
+
+Catalog::~Catalog() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ends_ = true;
+    }
+    changed_.notify_all();
+    for (std::thread& thread : threads_) {
+        thread.join();
+    }
+}
+
+Listing Catalog::list(std::chrono::milliseconds patience) {
+    std::string error;
+    scan(&error);
+    std::unique_lock<std::mutex> lock(mutex_);
+    const auto all_known = [this] {
+        return ends_ || std::all_of(entries_.begin(), entries_.end(), [](const auto& one) { return one.second.look; });
+    };
+    changed_.wait_for(lock, patience, all_known);
+    Listing found = listing();
+    found.error = error;
+    return found;
+}
+
+std::optional<ListedShot> Catalog::find(const std::string& name) {
+    const auto search = [this, &name]() -> std::optional<ListedShot> {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (ListedShot& shot : listing().shots) {
+            if (shot.names[0] == name) {
+                return std::move(shot);
+            }
+        }
+        return {};
+    };
+    if (auto shot = search()) {
+        return shot;
+    }
+    list(kFindPatience);
+    return search();
+}
+
+Look Catalog::look_at(const std::string& name, const FileState& state) {
+    Look look = looks_.look_at(state);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto entry = entries_.find(name);
+    if (entry != entries_.end() && entry->second.state == state) {
+        entry->second.look = look;
+        entry->second.whole = true;
+        changed_.notify_all();
+    }
+    return look;
+}
+
+void Catalog::scan(std::string* error) {
+    std::map<std::string, Entry> found;
+    for (const std::string& name : folders_.names(error)) {
+        if (const auto file = is_picture_or_movie(name) ? folders_.open(name) : std::nullopt) {
+            found[name].state = file->state;
+        }
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (auto& [name, entry] : found) {
+        const auto before = entries_.find(name);
+        if (before != entries_.end() && before->second.state == entry.state) {
+            entry = before->second;
+        } else if (auto look = looks_.kept(entry.state)) {
+            entry.look = std::move(look);
+            entry.whole = true;
+        }
+    }
+    entries_ = std::move(found);
+    changed_.notify_all();
+}
+
+// What comes next: first a glance at each file, then a look at each.
+Catalog::Entry* Catalog::next(bool* glance, std::string* name) {
+    for (const bool first : {true, false}) {
+        for (auto& [file, entry] : entries_) {
+            if (!entry.taken && (first ? !entry.look : !entry.whole)) {
+                *glance = first;
+                *name = file;
+                return &entry;
+            }
+        }
+    }
+    return nullptr;
+}
+
+void Catalog::work() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!ends_) {
+        bool glance = false;
+        std::string name;
+        Entry* const entry = next(&glance, &name);
+        if (!entry) {
+            changed_.wait(lock);
+            continue;
+        }
+        entry->taken = true;
+        const FileState state = entry->state;
+        lock.unlock();
+        const Look look = glance ? glance_at(state) : looks_.look_at(state);
+        lock.lock();
+        const auto found = entries_.find(name);
+        if (found != entries_.end() && found->second.state == state) {
+            found->second.look = look;
+            found->second.whole = found->second.whole || !glance;
+            found->second.taken = false;
+        }
+        changed_.notify_all();
+    }
+}
+
+Listing Catalog::listing() const {
+    Listing listing;
+    std::vector<ShotFile> files;
+    std::vector<const Entry*> entries;
+    for (const auto& [name, entry] : entries_) {
+        if (!entry.look) {
+            ++listing.pending;
+            continue;
+        }
+        if (is_strip(*entry.look)) {
+            listing.strips.push_back(name);
+        }
+        files.push_back({name, entry.look->description});
+        entries.push_back(&entry);
+    }
+    for (const Shot& shot : find_shots(files)) {
+        ListedShot listed = {shot.kind, {}, files[shot.files[0]].description, false, shot.why, 0};
+        for (const size_t file : shot.files) {
+            const Look& look = *entries[file]->look;
+            listed.names.push_back(files[file].path);
+            listed.damaged = listed.damaged || !look.failure.empty() || !look.description.unread.empty();
+            listed.why = look.failure.empty() ? listed.why : look.failure;
+            listed.version =
+                listed.version * 31 + static_cast<uint64_t>(entries[file]->state.time + entries[file]->state.size);
+        }
+        listing.shots.push_back(std::move(listed));
+    }
+    return listing;
+}

@@ -1,0 +1,150 @@
+#include "looks.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include <unistd.h>
+
+#include "jobs/failure.h"
+#include "jobs/library.h"
+#include "jobs/replies.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kThumbnailWidth = 320;
+
+std::string cache_folder() {
+    const char* cache = std::getenv("XDG_CACHE_HOME");
+    const char* home = std::getenv("HOME");
+    if ((!cache || !*cache) && (!home || !*home)) {
+        return "";
+    }
+    const fs::path folder = fs::path(cache && *cache ? cache : fs::path(home) / ".cache") / "nq360" / "view";
+    std::error_code error;
+    fs::create_directories(folder, error);
+    return fs::is_directory(folder, error) ? folder.string() : "";
+}
+
+// FNV-1a. Two files of one number are told apart by the note beside the thumbnail.
+uint64_t number_of(const std::string& text) {
+    uint64_t number = 0xcbf29ce484222325;
+    for (const unsigned char byte : text) {
+        number = (number ^ byte) * 0x100000001b3;
+    }
+    return number;
+}
+
+Json note_of(const FileState& file) {
+    return {{"path", file.path}, {"size", file.size}, {"time", file.time}};
+}
+
+// A movie of the command's own tells seconds since 1970, the camera's files a date.
+std::string as_date(const std::string& text) {
+    std::tm date = {};
+    const auto seconds = static_cast<std::time_t>(std::strtoll(text.c_str(), nullptr, 10));
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos || !gmtime_r(&seconds, &date)) {
+        return text;
+    }
+    char written[64];
+    return {written, std::strftime(written, sizeof(written), "%Y:%m:%d %H:%M:%S", &date)};
+}
+
+Look read_look(const Json& reply, NQ360_STATE state, const FileState& file) {
+    Look look;
+    if (state != NQ360_FINISHED) {
+        look.failure = analysis_failure(reply, file.path, "");
+        return look;
+    }
+    look.description = read_description(reply);
+    look.description.datetime = as_date(look.description.datetime);
+    if (look.description.width <= 0 || look.description.height <= 0) {
+        look.failure = no_picture(file.path);
+    }
+    return look;
+}
+
+// The plain analysis hands its callback no data of the caller's.
+thread_local Outcome plain_outcome;
+
+void receive_plainly(NQ360_STATE state, const char* json) {
+    plain_outcome = {state, json};
+}
+
+void write_note(const std::string& path, const Json& note) {
+    static std::atomic<int> number = 0;
+    const std::string beside = path + "." + std::to_string(getpid()) + "-" + std::to_string(++number);
+    std::ofstream(beside) << json_line(note);
+    std::error_code error;
+    fs::rename(beside, path, error);
+}
+
+}  // namespace
+
+Look glance_at(const FileState& file) {
+    plain_outcome = {};
+    NQ360_analyze_image(file.path.c_str(), nullptr, 0, 0, receive_plainly);
+    return read_look(read_reply(plain_outcome.reply, Operation::kAnalysis), plain_outcome.state, file);
+}
+
+Looks::Looks() : folder_(cache_folder()), free_(static_cast<int>(std::max(1U, std::thread::hardware_concurrency()))) {}
+
+std::string Looks::stem_of(const FileState& file) const {
+    char name[32];
+    std::snprintf(
+        name, sizeof(name), "%016llx",
+        static_cast<unsigned long long>(number_of(note_of(file).dump(-1, ' ', false, Json::error_handler_t::replace))));
+    return folder_ + "/" + name;
+}
+
+std::optional<Look> Looks::kept(const FileState& file) const {
+    std::ifstream note_file(folder_.empty() ? "" : stem_of(file) + ".json");
+    const Json note = note_file ? Json::parse(note_file, nullptr, false) : Json();
+    if (!note.is_object() || note.value("file", Json()) != Json::parse(json_line(note_of(file)))) {
+        return {};
+    }
+    Look look;
+    look.failure = text_of(note, "failure");
+    if (look.failure.empty()) {
+        look.description = read_description(note.value("reply", Json::object()));
+        look.description.datetime = as_date(look.description.datetime);
+    }
+    std::error_code unknown;
+    if (fs::exists(stem_of(file) + ".jpg", unknown)) {
+        look.thumbnail = stem_of(file) + ".jpg";
+    }
+    return look;
+}
+
+Look Looks::look_at(const FileState& file) {
+    if (auto look = kept(file)) {
+        return *look;
+    }
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        freed_.wait(lock, [this] { return free_ > 0; });
+        --free_;
+    }
+    const std::string thumbnail = stem_of(file) + ".jpg";
+    Outcome outcome =
+        analyze_file(file.path, folder_.empty() ? std::nullopt : std::optional(thumbnail), kThumbnailWidth);
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++free_;
+        freed_.notify_one();
+    }
+    const Json reply = read_reply(outcome.reply, Operation::kAnalysis);
+    Look look = read_look(reply, outcome.state, file);
+    std::error_code unknown;
+    look.thumbnail = fs::exists(thumbnail, unknown) ? thumbnail : "";
+    if (!folder_.empty()) {
+        write_note(stem_of(file) + ".json", {{"file", note_of(file)}, {"failure", look.failure}, {"reply", reply}});
+    }
+    return look;
+}

@@ -1,0 +1,38 @@
+// What a file shows of itself: its description and a thumbnail, made once and kept in the user's cache.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "jobs/description.h"
+#include "shared_folders.h"
+
+struct Look {
+    Description description;
+    std::string failure;    // why there is none, in the command's words
+    std::string thumbnail;  // path of the JPEG; empty: none could be made
+};
+
+// The description alone, without reading the picture itself: what is damaged is not known by it.
+Look glance_at(const FileState& file);
+
+class Looks {
+  public:
+    Looks();
+
+    // What is in the cache.
+    std::optional<Look> kept(const FileState& file) const;
+
+    // What is in the cache or, when its turn has come, found out: as many at a time as there are processors.
+    Look look_at(const FileState& file);
+
+  private:
+    std::string stem_of(const FileState& file) const;
+
+    std::string folder_;  // empty: nothing can be kept
+    std::mutex mutex_;
+    std::condition_variable freed_;
+    int free_;
+};

@@ -1,0 +1,62 @@
+#include "orders.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <memory>
+
+#include "jobs/errors.h"
+#include "jobs/failure.h"
+#include "jobs/range.h"
+#include "jobs/sound.h"
+
+namespace fs = std::filesystem;
+
+// As the command calls a panorama that it puts into a folder.
+std::string ending_of_panorama(const ListedShot& shot) {
+    if (shot.description.is_picture) {
+        return "-360.jpg";
+    }
+    std::string extension = fs::path(shot.names[0]).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension == ".mp4" ? "-360.mp4" : "-360.mov";
+}
+
+QueuedJob order_panorama(const ListedShot& shot, ExportJob job, const Settings& settings) {
+    apply_look(settings, &job);
+    apply_coding(settings, &job);
+    apply_range(settings, &job);
+    const auto ready = std::make_shared<ExportJob>(std::move(job));
+    const bool has_range = !shot.description.is_picture;
+    const auto prepare = [ready, has_range] {
+        const Description lenses[2] = {describe(ready->lens[0]), describe(ready->lens[1])};
+        if (has_range) {
+            begin_with_the_frames_meant(lenses, ready.get());
+        }
+        if (has_range && ready->options.audio_source >= 0 && !has_sound(ready->lens[ready->options.audio_source])) {
+            ready->options.audio_source = -1;
+        }
+    };
+    return {Operation::kExport,
+            shot.names[0],
+            fs::path(ready->output).filename().string(),
+            prepare,
+            [ready](const ReplyHandler& handler) { return export_panorama(*ready, handler); },
+            [ready](const Json& error) { return export_failure(error, *ready); },
+            [ready](const Json& result) { return missing_parts(result, *ready); }};
+}
+
+QueuedJob order_sound(const std::string& name, const std::string& path, const std::string& output, bool aac) {
+    const auto job = std::make_shared<SoundJob>();
+    job->movie = path;
+    job->output = output;
+    job->aac = aac;
+    return {Operation::kSound,
+            name,
+            fs::path(output).filename().string(),
+            [] {},
+            [job](const ReplyHandler& handler) { return extract_sound(*job, handler); },
+            [job](const Json& error) { return sound_failure(error, job->movie, *job->output); },
+            [](const Json&) { return std::string(); }};
+}

@@ -1,0 +1,27 @@
+// Panoramas made while somebody looks: the shots looked at last stay decoded.
+#pragma once
+
+#include <array>
+#include <list>
+#include <mutex>
+#include <string>
+
+#include "jobs/library.h"
+#include "shared_folders.h"
+
+class Previews {
+  public:
+    // The JPEG of the job's frames. Throws CommandError in the command's words.
+    std::string make(const ExportJob& job, const std::array<FileState, 2>& lenses);
+
+  private:
+    struct Kept {
+        std::array<FileState, 2> lenses;
+        ShotHandle shot;
+        size_t bytes;
+    };
+    NQ360_SHOT* shot_of(const ExportJob& job, const std::array<FileState, 2>& lenses);
+
+    std::mutex mutex_;
+    std::list<Kept> kept_;  // the one looked at last comes first
+};
