@@ -10,6 +10,7 @@ from pathlib import Path
 
 import cores
 import growth
+import quality
 import report
 from files import FOLDER_WIDTH, LENSES, Tools, movie_pair, still_pair
 from opponents import IN_PARTS, default_works, description_works, movie_works, still_works, thumbnail_works
@@ -38,7 +39,16 @@ def movies(tools, data, arguments):
 
 
 def long_movies(tools, data, arguments):
-    return movies_of(tools, data, 1936, arguments.frames or LONG_FRAMES, arguments, one_encoder=True)
+    frames = arguments.frames or LONG_FRAMES
+    rows = movies_of(tools, data, 1936, frames, arguments, one_encoder=True)
+    if frames >= quality.PART + quality.SETTLED:
+        for row in rows[:2]:
+            firsts, most = quality.pulse(row.errors)
+            firsts = ", ".join(f"{first:.2f}" for first in firsts)
+            print(
+                f"{row.tool:28} PSNR where parts begin {firsts} dB; later frames within {most:.2f} dB of those around"
+            )
+    return rows
 
 
 def defaults(tools, data, arguments):

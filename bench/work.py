@@ -9,6 +9,8 @@ from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
 
+import quality
+
 
 @dataclass(frozen=True)
 class Usage:
@@ -21,17 +23,17 @@ class Usage:
 
 @dataclass(frozen=True)
 class Work:
-    """One tool's way to do a job. Of a movie: what it makes, and how to tell its PSNR."""
+    """One tool's way to do a job. Of a movie: what it makes, and how to tell the errors of its frames."""
 
     commands: list
     environment: dict | None = None
     movie: Path | None = None
-    psnr: Callable[[], float] | None = None
+    errors: Callable[[], list] | None = None
 
 
 @dataclass(frozen=True)
 class Row:
-    """What a tool needs for a job: medians. Of a movie also its Mbit/s, and the PSNR of its luma in dB."""
+    """What a tool needs for a job: medians. Of a movie also its Mbit/s, and the errors of its frames' luma."""
 
     job: str
     tool: str
@@ -39,7 +41,11 @@ class Row:
     peak: float
     ratio: float
     rate: float | None = None
-    psnr: float | None = None
+    errors: list | None = None
+
+    @property
+    def psnr(self):
+        return None if self.errors is None else quality.psnr(self.errors)
 
 
 def run(commands, environment=None, cores=None):
@@ -81,7 +87,7 @@ def compare(job, works, rounds, frames=None):
                 max(usage.peak for usage in usages[tool]),
                 statistics.median(theirs.seconds / our.seconds for theirs, our in zip(usages[tool], ours)),
                 work.movie and work.movie.stat().st_size * 8e-6 * 30 / frames,
-                work.psnr and work.psnr(),
+                work.errors and work.errors(),
             )
         )
         print(line(rows[-1]), flush=True)
