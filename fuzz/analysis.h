@@ -22,6 +22,7 @@ inline void analyze(const std::string& path, const uint8_t* data, size_t size) {
     options.thumbnail = size % 2 != 0 ? thumbnail.c_str() : nullptr;
     options.thumbnail_width = 16;
     options.thumbnail_always = 1;
+    options.quick = size % 3 == 0 ? 1 : 0;
     options.reply = on_reply_with;
     options.log = on_line;
     const bool told = finishes([&] { NQ360_analyze_with(&options); });

@@ -229,9 +229,12 @@ typedef struct NQ360_ANALYZE_OPTIONS {
     const char* thumbnail; /**< as thumbnail_path. Init: null. */
     int thumbnail_width;   /**< as for #NQ360_analyze_image. Init: 0. 0 to 32766. */
     int thumbnail_always;  /**< 0 (init): a thumbnail only for files of the camera or of the stitching software */
-    NQ360_REPLY reply;     /**< may be null (init); it may not cancel */
-    NQ360_LOG log;         /**< null (init): log lines go to the standard error stream */
-    void* user;            /**< handed to reply and log. Init: null. */
+    int quick;         /**< 1: for whoever lists a folder, a JPEG is decoded no further than its thumbnail needs: to a
+                            half, a quarter or an eighth of its size where the thumbnail is much smaller, without a
+                            thumbnail not at all. 0 (init): whole. */
+    NQ360_REPLY reply; /**< may be null (init); it may not cancel */
+    NQ360_LOG log;     /**< null (init): log lines go to the standard error stream */
+    void* user;        /**< handed to reply and log. Init: null. */
 } NQ360_ANALYZE_OPTIONS;
 
 /** Fills the record; null is allowed. */
@@ -240,7 +243,8 @@ void NQ360_analyze_options_init(NQ360_ANALYZE_OPTIONS* options);
 /**
  * Describes a file as #NQ360_analyze_image does. It reads little-endian EXIF too, and its reply has one more key:
  * "unread", a list of what the file should hold and could not be read ("exif", "xmp", "picture", "movie"). To know of a
- * picture, it is decoded whole. A bad value: errnum 10005.
+ * picture, it is decoded whole. With quick and a thumbnail, all of its data is read too, and as much known of it; with
+ * quick and no thumbnail it is only known whether the picture was cut off. A bad value: errnum 10005.
  * @return the state of the last reply; #NQ360_FAILED for null
  */
 int NQ360_analyze_with(const NQ360_ANALYZE_OPTIONS* options);

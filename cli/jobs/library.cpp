@@ -63,6 +63,7 @@ Outcome analyze_file(const std::string& path, const std::optional<std::string>& 
     options.thumbnail = or_null(thumbnail);
     options.thumbnail_width = thumbnail_width;
     options.thumbnail_always = 1;
+    options.quick = 1;
     return call(options, nullptr, NQ360_analyze_with);
 }
 

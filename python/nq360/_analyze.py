@@ -38,16 +38,28 @@ class Description:
 
 
 def analyze(
-    path: FilePath, thumbnail: FilePath | None = None, width: int = 320, *, thumbnail_always: bool = False
+    path: FilePath,
+    thumbnail: FilePath | None = None,
+    width: int = 320,
+    *,
+    thumbnail_always: bool = False,
+    quick: bool = False,
 ) -> Description:
     """Describes a picture (.jpg, .jpeg) or movie (.mov, .mp4), and writes a thumbnail where a path for it is given.
 
     The thumbnail is a JPEG of the given width, of files of the camera or of the stitching software; with
-    thumbnail_always of every file.
+    thumbnail_always of every file. With quick, for whoever lists a folder, a JPEG is decoded no further than its thumbnail
+    needs, and without one not at all: then of damage it is only told whether the picture was cut off.
     """
     record = Record(
         "analyze",
-        {"input": path, "thumbnail": thumbnail, "thumbnail_width": width, "thumbnail_always": thumbnail_always},
+        {
+            "input": path,
+            "thumbnail": thumbnail,
+            "thumbnail_width": width,
+            "thumbnail_always": thumbnail_always,
+            "quick": quick,
+        },
     )
     job = Job(record)
     job.run(lib.NQ360_analyze_with)

@@ -69,6 +69,7 @@ typedef struct NQ360_ANALYZE_OPTIONS {
     const char* thumbnail;
     int thumbnail_width;
     int thumbnail_always;
+    int quick;
     NQ360_REPLY reply;
     NQ360_LOG log;
     void* user;

@@ -19,6 +19,7 @@
 #include "metadata/capture_time.h"
 #include "metadata/exif.h"
 #include "metadata/jpeg.h"
+#include "metadata/jpeg_segments.h"
 #include "metadata/mov.h"
 #include "metadata/spherical.h"
 #include "nq360.h"
@@ -36,6 +37,7 @@ struct Request {
     int thumbnail_width;
     int write_flag;
     bool tells_unread = false;  // and reads other cameras' metadata: what the plain interface does not know
+    bool quick = false;         // decodes a JPEG no further than its thumbnail needs
 };
 
 // What a file should hold and could not be read, as a key of its reply.
@@ -124,6 +126,19 @@ void fill_result(const libavIF& media, const _exif& exif, bool is_target, bool i
     result->is_picture = is_picture;
 }
 
+constexpr double kStillSeconds = 0.04;  // as FFmpeg has it of every picture
+
+// Opens the picture or, where that is all that is wanted, takes what its segments tell; FFmpeg's code.
+int open_picture(const Request& request, bool wants_thumbnail, const JpegSegments& segments, libavIF* media) {
+    if (!request.quick || wants_thumbnail || segments.width == 0) {
+        return media->open_input_file(0);
+    }
+    media->width = segments.width;
+    media->height = segments.height;
+    media->duration = kStillSeconds;
+    return 0;
+}
+
 int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* result) {
     static const char* const kTag = "NQ360_analyze_jpeg";
     libavIF media(request.input_path);
@@ -146,15 +161,20 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
     ViewerTexts texts;
     const int viewer = recognise_viewer(xmp, &texts);
     const bool target = exif.isTarget() || viewer == 0;
+    const bool wants_thumbnail = request.thumbnail_path && (request.write_flag != 0 || target);
+    const JpegSegments segments = request.tells_unread ? read_jpeg_segments(request.input_path) : JpegSegments();
 
-    if (media.open_input_file(0) != 0) {
+    if (open_picture(request, wants_thumbnail, segments, &media) != 0) {
         return reply_not_opened(kTag, request, &media, json_out);
     }
     media.looks_for_missing_parts = request.tells_unread;
-    const bool wants_thumbnail = request.thumbnail_path && (request.write_flag != 0 || target);
+    media.quick_thumbnail = request.quick;
     if (wants_thumbnail &&
         media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
         return reply_no_thumbnail(kTag, request, &media, json_out);
+    }
+    if (request.tells_unread && !request.quick && !wants_thumbnail) {
+        media.look_for_missing_rows();
     }
     *json_out = make_json_result1(request.input_path, request.thumbnail_path, &exif, &media, texts.software.get(),
                                   date_of(request, texts).c_str(), target, wants_thumbnail, "JPEG");
@@ -162,7 +182,7 @@ int analyze_jpeg(const Request& request, const char** json_out, AnalyzeResult* r
         Unread unread;
         unread.note(block && !exif.is_tiff, "exif");
         // FFmpeg opens what is no JPEG at all, and finds no picture in it.
-        unread.note(media.width == 0 || !media.missing[0].empty() || is_jpeg_cut_off(request.input_path), "picture");
+        unread.note(media.width == 0 || !media.missing[0].empty() || segments.is_cut_off, "picture");
         *json_out = unread.added_to(const_cast<char*>(*json_out));
     }
     fill_result(media, exif, target, true, result);
@@ -204,6 +224,7 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     nq360_log(1, "[NQ360_analyze_movie] thumbnail_path:%s:", request.thumbnail_path ? request.thumbnail_path : "");
     nq360_log(1, "[NQ360_analyze_movie] writeFlag:%d:", request.write_flag);
     media.looks_for_missing_parts = request.tells_unread;
+    media.quick_thumbnail = request.quick;
     const bool wants_thumbnail = request.thumbnail_path && (request.write_flag != 0 || target);
     if (wants_thumbnail &&
         media.write_tuhmbnail(request.thumbnail_path, request.thumbnail_width, exif.orientation) != 0) {
@@ -352,6 +373,7 @@ int NQ360_analyze_with(const NQ360_ANALYZE_OPTIONS* options) {
     const Client client(options->reply, options->user);
     bool unexpected = false;
     return analyze_job(
-        {options->input, options->thumbnail, options->thumbnail_width, options->thumbnail_always, true},
+        {options->input, options->thumbnail, options->thumbnail_width, options->thumbnail_always, true,
+         options->quick != 0},
         [&] { return fault_of(*options); }, client, &unexpected);
 }

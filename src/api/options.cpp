@@ -118,6 +118,7 @@ std::string fault_of(const NQ360_ANALYZE_OPTIONS& options) {
     check.size(options);
     check.range("thumbnail_width", options.thumbnail_width, 0, 32766);
     check.flag("thumbnail_always", options.thumbnail_always);
+    check.flag("quick", options.quick);
     return check.fault();
 }
 

@@ -83,7 +83,8 @@ int find_streams(AVFormatContext* input) {
     return result;
 }
 
-int open_decoder(const AVStream* stream, const AVCodec* codec, CodecPtr* decoder) {
+// `halvings`: how often its pictures are to be halved in size; not every decoder can.
+int open_decoder(const AVStream* stream, const AVCodec* codec, CodecPtr* decoder, int halvings = 0) {
     decoder->reset(avcodec_alloc_context3(codec));
     if (!*decoder) {
         return AVERROR(ENOMEM);
@@ -94,6 +95,7 @@ int open_decoder(const AVStream* stream, const AVCodec* codec, CodecPtr* decoder
     }
     (*decoder)->pkt_timebase = stream->time_base;
     (*decoder)->log_level_offset = kErrorsOnly;
+    (*decoder)->lowres = halvings;
     return avcodec_open2(decoder->get(), codec, nullptr);
 }
 
@@ -166,6 +168,7 @@ libavIF::libavIF(const char* path1, const char* path2)
       video_bit_rate(0),
       sound_codec(AV_CODEC_ID_PCM_S16LE),
       sound_input(-1),
+      quick_thumbnail(false),
       resampled{0, AV_SAMPLE_FMT_NONE, 0} {
     replace_string(input_name[0]);
     replace_string(input_name[1]);
@@ -253,6 +256,18 @@ int libavIF::open_video_decoder(const AVStream* stream, AVCodecContext** decoder
         return fail(error_code);
     }
     *decoder = owner.release();
+    return 0;
+}
+
+int libavIF::reopen_video_decoder(int halvings) {
+    CodecPtr owner;
+    const AVStream* stream = input_format[0]->streams[video_stream_index[0]];
+    error_code = open_decoder(stream, video_decoder[0]->codec, &owner, halvings);
+    if (error_code < 0) {
+        return fail(error_code);
+    }
+    avcodec_free_context(&video_decoder[0]);
+    video_decoder[0] = owner.release();
     return 0;
 }
 

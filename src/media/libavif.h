@@ -76,6 +76,9 @@ class libavIF {
     // also the most), turned as the EXIF orientation says.
     int write_tuhmbnail(const char* path, int width, int orientation);
 
+    // Decodes the first picture of input 0, which is a JPEG's only one, and leaves in `missing` what is not there.
+    void look_for_missing_rows();
+
     // Makes the scaler from input 0's decoded pictures to the output's. Always returns 0.
     int init_sws_context();
 
@@ -188,6 +191,7 @@ class libavIF {
     int64_t video_bit_rate;        // bits per second; 0: as of the inputs
     AVCodecID sound_codec;         // of the sound that is written: PCM unless set otherwise
     int sound_input;               // whose sound is to be written: 0, 1, or -1 for the first that has any
+    bool quick_thumbnail;          // made of a picture that is decoded no finer than it needs, where that is possible
 
   private:
     // What the resampler reads. The decoder's own fields follow its stream, which may change.
@@ -203,6 +207,7 @@ class libavIF {
     int fail(int code, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
     int open_video_decoder(const AVStream* stream, AVCodecContext** decoder);
+    int reopen_video_decoder(int halvings);
     int open_audio_decoder(const AVStream* stream, AVCodecContext** decoder);
     int check_end(int input, StreamsNeeded needed);
     int decode_first_picture(AVFrame* frame, bool* found);
@@ -214,8 +219,16 @@ class libavIF {
     int close_output_io();
     int source_of_longer_duration() const;
 
-    int write_thumbnail_stream(int thumbnail_width, int thumbnail_height, int orientation);
+    struct Thumbnail {
+        const char* path;
+        int width;
+        int height;
+        int orientation;
+    };
+    int write_thumbnail_file(const Thumbnail& thumbnail, int halvings);
+    int write_thumbnail_stream(const Thumbnail& thumbnail, int halvings);
     int write_first_picture(int orientation);
+    int decode_and_check(AVFrame* frame);
 
     int open_video_output(const char* export_path, const OutputOption& option);
     int check_video_output(ImageSize size);

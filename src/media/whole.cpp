@@ -1,19 +1,13 @@
 #include "media/whole.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <memory>
-#include <vector>
 
 extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
 namespace {
-
-constexpr uint8_t kStartOfScan = 0xDA;
-constexpr uint8_t kEndOfImage = 0xD9;
 
 int plane_rows(const AVFrame* frame, int plane) {
     const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame->format));
@@ -50,33 +44,6 @@ double share_there(const AVFormatContext* input, int stream_index) {
         there += entry && entry->pos + entry->size <= size ? 1 : 0;
     }
     return static_cast<double>(there) / count;
-}
-
-bool is_jpeg_cut_off(const char* path) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rb"), std::fclose);
-    uint8_t head[4] = {};
-    if (!file || std::fread(head, 1, 2, file.get()) != 2 || head[0] != 0xFF || head[1] != 0xD8) {
-        return false;  // no JPEG at all, which others tell
-    }
-    // Segment by segment to the scan. Before it there may be other pictures with end markers of their own.
-    do {
-        if (std::fread(head, 1, 4, file.get()) != 4 ||
-            std::fseek(file.get(), (head[2] << 8 | head[3]) - 2, SEEK_CUR) != 0) {
-            return true;
-        }
-    } while (head[1] != kStartOfScan);
-    // Within the scan's data the marker cannot occur; behind it other programs may have appended theirs.
-    uint8_t last = 0;
-    std::vector<uint8_t> block(1 << 16);
-    for (size_t count; (count = std::fread(block.data(), 1, block.size(), file.get())) > 0;) {
-        for (size_t i = 0; i < count; ++i) {
-            if (last == 0xFF && block[i] == kEndOfImage) {
-                return false;
-            }
-            last = block[i];
-        }
-    }
-    return true;
 }
 
 void blank_before_decoding(AVCodecContext* decoder) {

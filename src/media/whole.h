@@ -10,9 +10,6 @@ extern "C" {
 // what has no index. FFmpeg reads a movie that was cut off to where it breaks off as if it were whole.
 double share_there(const AVFormatContext* input, int stream_index);
 
-// Whether a JPEG lacks its end marker: a file that was cut off.
-bool is_jpeg_cut_off(const char* path);
-
 // Has the decoder begin each picture with no light and no colour (all bytes 0, a green that no picture has), so that
 // rows that it could not decode are known by that.
 void blank_before_decoding(AVCodecContext* decoder);

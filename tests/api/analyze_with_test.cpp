@@ -19,12 +19,14 @@ namespace {
 
 class AnalyzeWith : public testing::Test {
   protected:
-    nlohmann::json description(const std::string& path, const std::string* thumbnail = nullptr) {
+    nlohmann::json description(const std::string& path, const std::string* thumbnail = nullptr, int quick = 0) {
         NQ360_ANALYZE_OPTIONS options;
         NQ360_analyze_options_init(&options);
         options.input = path.c_str();
         options.thumbnail = thumbnail ? thumbnail->c_str() : nullptr;
         options.thumbnail_always = 1;
+        options.thumbnail_width = 40;
+        options.quick = quick;
         Recorded recorded;
         const Outcome outcome = with_options(options, NQ360_analyze_with, &recorded);
         EXPECT_EQ(outcome.result, outcome.state());
@@ -80,6 +82,7 @@ TEST_F(AnalyzeWith, NamesWhatItCannotRead) {
     write_file(picture, damaged);
     const std::string thumbnail = dir.file("thumbnail.jpg");
     EXPECT_EQ(description(picture, &thumbnail).at("unread"), nlohmann::json::array({"picture"})) << "in its middle";
+    EXPECT_EQ(description(picture).at("unread"), nlohmann::json::array({"picture"})) << "without a thumbnail too";
 
     write_file(picture, text("no picture"));
     EXPECT_EQ(description(picture).at("unread"), nlohmann::json::array({"picture"})) << "no JPEG at all";
@@ -100,6 +103,42 @@ TEST_F(AnalyzeWith, NamesWhatItCannotRead) {
     EXPECT_EQ(description(front).at("unread"), nlohmann::json::array({"movie"}));
 }
 
+TEST_F(AnalyzeWith, QuickTellsTheSameOfWholeFiles) {
+    const Shot stills = stills_in(dir, {"--size", "320"});
+    const std::string plain = make_plain_picture(dir.file("plain.jpg"), "321x180");
+    const std::string other = dir.file("other.jpg");
+    fs::copy_file(make_plain_picture(dir.file("other.png"), "320x180"), other);
+    const std::string progressive = dir.file("progressive.jpg");
+    output_of({"jpegtran", "-progressive", "-outfile", progressive, plain});
+    const std::string movie = make_plain_movie(dir.file("movie.mov"), "pcm_s16le");
+    const std::string thumbnail = dir.file("thumbnail.jpg");
+    for (const std::string& path : {stills.one, plain, other, progressive, movie, dir.file("none.jpg", text("none"))}) {
+        EXPECT_EQ(description(path, nullptr, 1), description(path)) << path;
+    }
+    for (const std::string& path : {stills.one, plain, other, progressive, movie}) {
+        EXPECT_EQ(description(path, &thumbnail, 1), description(path, &thumbnail)) << path;
+    }
+}
+
+TEST_F(AnalyzeWith, QuickTellsOfCutsAndWithAThumbnailOfAllDamage) {
+    const std::string picture = stills_in(dir, {"--size", "320"}).one;
+    const std::string thumbnail = dir.file("thumbnail.jpg");
+    const Bytes whole = read_file(picture);
+    const nlohmann::json damaged = nlohmann::json::array({"picture"});
+    for (const size_t missing : {1, 2, 20, 2000}) {
+        write_file(picture, slice(whole, 0, whole.size() - missing));
+        EXPECT_EQ(description(picture, nullptr, 1).at("unread"), damaged) << missing;
+        EXPECT_EQ(description(picture, &thumbnail, 1).at("unread"), damaged) << missing;
+    }
+    // In the last tenth of the data, whose rows cannot be known then.
+    Bytes broken = whole;
+    std::fill(broken.end() - static_cast<std::ptrdiff_t>(whole.size() / 10), broken.end() - 2, 0xFF);
+    write_file(picture, broken);
+    EXPECT_EQ(description(picture).at("unread"), damaged);
+    EXPECT_EQ(description(picture, &thumbnail, 1).at("unread"), damaged);
+    EXPECT_EQ(description(picture, nullptr, 1).at("unread"), nlohmann::json::array()) << "as it says";
+}
+
 TEST_F(AnalyzeWith, BadRecordsHaveTheirReply) {
     EXPECT_EQ(NQ360_analyze_with(nullptr), NQ360_FAILED);
     NQ360_analyze_options_init(nullptr);
@@ -113,6 +152,11 @@ TEST_F(AnalyzeWith, BadRecordsHaveTheirReply) {
     EXPECT_EQ(reply.at("errnum"), "10005");
     EXPECT_EQ(reply.at("api_errstr"), "thumbnail_width: must be 0 to 32766, not -1");
     options.thumbnail_width = 0;
+    options.quick = 2;
+    recorded = {};
+    EXPECT_EQ(with_options(options, NQ360_analyze_with, &recorded).json().at("api_errstr"),
+              "quick: must be 0 to 1, not 2");
+    options.quick = 0;
     options.size = 3;
     recorded = {};
     EXPECT_EQ(with_options(options, NQ360_analyze_with, &recorded).json().at("errnum"), "10005");

@@ -84,6 +84,56 @@ TEST(Quality, Of95IsNearerThePanoramaOfAGrainyScene) {
     EXPECT_GE(fine, plain + 5);
 }
 
+namespace {
+
+// The thumbnail of a picture or movie.
+FramePtr thumbnail_of(const std::string& input, const std::string& path, int width, int quick) {
+    NQ360_ANALYZE_OPTIONS options;
+    NQ360_analyze_options_init(&options);
+    options.input = input.c_str();
+    options.thumbnail = path.c_str();
+    options.thumbnail_width = width;
+    options.thumbnail_always = 1;
+    options.quick = quick;
+    EXPECT_EQ(NQ360_analyze_with(&options), NQ360_FINISHED);
+    return decoded(path);
+}
+
+// The first picture as it is before a thumbnail's encoder, reduced at once from its whole size.
+FramePtr reduced(const std::string& input, PictureFormat format) {
+    const FramePtr whole = decoded(input);
+    const ScalerPtr scaler(make_scaler(format_of(whole.get()), format));
+    FramePtr small = make_frame(format);
+    EXPECT_GT(scale_frame(scaler.get(), whole.get(), small.get()), 0);
+    return small;
+}
+
+// How far a quick thumbnail is from another, but for what their encoder, which is the same, does to both.
+double quick_psnr(const TempDir& dir, const std::string& input, int width) {
+    const FramePtr whole = thumbnail_of(input, dir.file("whole.jpg"), width, 0);
+    const FramePtr quick = thumbnail_of(input, dir.file("quick.jpg"), width, 1);
+    const FramePtr ideal = reduced(input, format_of(whole.get()));
+    const auto error = [&](const AVFrame* frame) { return std::pow(10, -luma_psnr(ideal.get(), frame) / 10); };
+    const double more = error(quick.get()) - error(whole.get());
+    return more > 0 ? -10 * std::log10(more) : std::numeric_limits<double>::infinity();
+}
+
+}  // namespace
+
+// At the widths from which pictures are decoded to a half, a quarter and an eighth, and below.
+TEST(Quality, OfQuickThumbnailsIsNearThatOfOthers) {
+    TempDir dir;
+    const std::pair<const char*, std::vector<int>> cases[] = {
+        {"3888", {1944, 1000, 648, 324, 320, 160}}, {"1936", {968, 322, 160, 60}}, {"1440", {720, 240, 120, 50}}};
+    for (const auto& [size, widths] : cases) {
+        const Shot shot = stills_in(dir, {"--size", size, "--scene", NQ360_TEST_DATA "/apollo17.png"});
+        for (const int width : widths) {
+            EXPECT_GE(quick_psnr(dir, shot.one, width), 38) << size << " to " << width;
+            EXPECT_GE(quick_psnr(dir, shot.two, width), 38) << size << " to " << width;
+        }
+    }
+}
+
 TEST(Quality, RisesWithItsNumber) {
     TempDir dir;
     const Shot shot = stills_in(dir, {"--size", "1440"});

@@ -203,9 +203,11 @@ std::string quarters_in(const TempDir& dir, const std::string& size) {
     return path;
 }
 
-int write_thumbnail(const std::string& input, const std::string& output, int width, int orientation = 1) {
+int write_thumbnail(const std::string& input, const std::string& output, int width, int orientation = 1,
+                    bool quick = false) {
     libavIF media(input.c_str());
     EXPECT_EQ(media.open_input_file(0), 0) << media.error_text;
+    media.quick_thumbnail = quick;
     return media.write_tuhmbnail(output.c_str(), width, orientation);
 }
 
@@ -363,6 +365,90 @@ TEST(Thumbnail, IsAJpegUnderAnyPicturesName) {
     const std::string output = dir.file("thumbnail.png");
     ASSERT_EQ(write_thumbnail(quarters_in(dir, "320x240"), output, 160), 0);
     EXPECT_EQ(slice(read_file(output), 0, 2), jpeg_start());
+}
+
+// ---- Quick ones ----
+
+// Whether a quick thumbnail is another one than that of the picture decoded whole.
+bool quick_differs(const TempDir& dir, const std::string& input, int width) {
+    const std::string whole = dir.file("whole.jpg");
+    const std::string quick = dir.file("quick.jpg");
+    EXPECT_EQ(write_thumbnail(input, whole, width), 0);
+    EXPECT_EQ(write_thumbnail(input, quick, width, 1, true), 0);
+    EXPECT_EQ(size_of(quick), size_of(whole));
+    return read_file(quick) != read_file(whole);
+}
+
+TEST(QuickThumbnail, ShowsThePictureAsTheOrientationSays) {
+    TempDir dir;
+    const std::string input = quarters_in(dir, "480x480");
+    const std::string output = dir.file("thumbnail.jpg");
+    constexpr int a = kAboveLeft;
+    constexpr int b = kAboveRight;
+    constexpr int c = kBelowLeft;
+    constexpr int d = kBelowRight;
+    for (const int width : {240, 80, 40}) {
+        SCOPED_TRACE(width);
+        EXPECT_TRUE(quick_differs(dir, input, width));
+        ASSERT_EQ(write_thumbnail(input, output, width, 1, true), 0);
+        expect_quarters(output, {a, b, c, d});
+        EXPECT_NEAR(mean_of(plane_of(output, 'u')), kBlue, 2);
+        EXPECT_NEAR(mean_of(plane_of(output, 'v')), kRed, 2);
+        ASSERT_EQ(write_thumbnail(input, output, width, 6, true), 0);
+        expect_quarters(output, {c, a, d, b});
+    }
+}
+
+TEST(QuickThumbnail, IsThatOfTheWholePictureWhereHalvesWouldBeTooCoarseOrOdd) {
+    TempDir dir;
+    EXPECT_FALSE(quick_differs(dir, quarters_in(dir, "480x480"), 241));
+    EXPECT_FALSE(quick_differs(dir, quarters_in(dir, "480x480"), 0));
+    EXPECT_FALSE(quick_differs(dir, quarters_in(dir, "482x480"), 40));
+    EXPECT_FALSE(quick_differs(dir, quarters_in(dir, "480x482"), 40));
+    EXPECT_TRUE(quick_differs(dir, quarters_in(dir, "484x484"), 40)) << "once";
+}
+
+TEST(QuickThumbnail, ShowsEveryKindOfJpeg) {
+    TempDir dir;
+    const std::string pixels = dir.file("pixels.ppm");
+    run_ffmpeg({"-i", quarters_in(dir, "480x480"), pixels});
+    const std::string input = dir.file("input.jpg");
+    const std::vector<std::string> reducible[] = {{"-sample", "1x1"}, {"-sample", "2x1"}, {"-sample", "1x2"},
+                                                  {"-sample", "4x1"}, {"-progressive"},   {"-grayscale"}};
+    // What FFmpeg decodes to their own sizes alone.
+    const std::vector<std::string> whole[] = {{"-sample", "1x4"}, {"-sample", "4x2"}, {"-sample", "2x1,1x1,2x1"}};
+    const auto expect_kind = [&](std::vector<std::string> options, bool differs) {
+        SCOPED_TRACE(options.back());
+        options.insert(options.begin(), {"cjpeg", "-quality", "95"});
+        options.insert(options.end(), {"-outfile", input, pixels});
+        output_of(options);
+        EXPECT_EQ(quick_differs(dir, input, 40), differs);
+        // Without the brightest, which R, G and B on the way do not hold.
+        const Quarters found = quarters_of(plane_of(dir.file("quick.jpg"), 'y'));
+        EXPECT_NEAR(found[0], kAboveLeft, 3);
+        EXPECT_NEAR(found[1], kAboveRight, 3);
+        EXPECT_NEAR(found[2], kBelowLeft, 3);
+    };
+    for (const auto& options : reducible) {
+        expect_kind(options, true);
+    }
+    for (const auto& options : whole) {
+        expect_kind(options, false);
+    }
+}
+
+TEST(QuickThumbnail, OfAMovieIsItsFirstFrame) {
+    TempDir dir;
+    const std::string input = dir.file("movie.mov");
+    for (const char* codec : {"mjpeg", "libx264"}) {
+        SCOPED_TRACE(codec);
+        make_quarters(input, "480x480", {"-c:v", codec, "-q:v", "2", "-frames:v", "3"});
+        EXPECT_EQ(quick_differs(dir, input, 40), codec == std::string("mjpeg"));
+        expect_quarters(dir.file("quick.jpg"), {kAboveLeft, kAboveRight, kBelowLeft, kBelowRight});
+        // The bit rate is the movie's, scaled by the area, whatever size it is decoded to.
+        const auto size = [&](const char* name) { return static_cast<double>(read_file(dir.file(name)).size()); };
+        EXPECT_NEAR(size("quick.jpg") / size("whole.jpg"), 1, 0.2);
+    }
 }
 
 // ---- Failures ----

@@ -86,6 +86,15 @@ def test_unread_part_is_named(still, tmp_path):
     assert nq360.analyze(tmp_path / "none.jpg").unread == ("picture",)
 
 
+def test_quick_tells_the_same_of_a_whole_file_and_less_of_a_damaged_one(still, tmp_path):
+    assert nq360.analyze(still[0], quick=True) == nq360.analyze(still[0])
+    data = still[0].read_bytes()
+    (tmp_path / "damaged.jpg").write_bytes(data[: len(data) * 7 // 10] + b"\xff" * 9999 + b"\xff\xd9")
+    assert nq360.analyze(tmp_path / "damaged.jpg").unread == ("picture",)
+    assert nq360.analyze(tmp_path / "damaged.jpg", quick=True).unread == ()
+    assert nq360.analyze(tmp_path / "damaged.jpg", tmp_path / "small.jpg", 80, quick=True).unread == ("picture",)
+
+
 @pytest.mark.parametrize("name", [b"caf\xe9.jpg", b'q"uo\\te.jpg', b"line\nend.jpg", "gr\xfc\xdf.jpg".encode()])
 def test_name_may_be_any_bytes(name, still, tmp_path):
     path = os.path.join(os.fsencode(tmp_path), name)

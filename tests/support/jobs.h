@@ -162,6 +162,7 @@ inline Job analysis_with_options(const TempDir& dir) {
         options.thumbnail = thumbnail.c_str();
         options.thumbnail_width = 64;
         options.thumbnail_always = 1;
+        options.quick = 1;
         return jobs_detail::run_record(options, NQ360_analyze_with, callback);
     };
     return {run, {input}, thumbnail};
