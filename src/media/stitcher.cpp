@@ -354,9 +354,7 @@ void Stitcher::stitch_planes(int first, int last, const TableRows& rows, const S
         planes.push_back({&stacks_[static_cast<size_t>(plane)], whole_plane(panorama, plane)(ours)});
     }
     if (tables_->are_kept) {
-        for (SampledPlane& plane : planes) {
-            kept.sample(*plane.source, ring, &plane.target);
-        }
+        kept.sample(planes, ring);
     } else {
         sample_once(rows, planes, feather_);
     }

@@ -30,6 +30,12 @@ class FramedPlane {
     cv::Mat pixels_;
 };
 
+// What is sampled, and where it goes: a picture (CV_8UC1) of the table's size.
+struct SampledPlane {
+    const FramedPlane* source;
+    cv::Mat target;
+};
+
 // A table kept in the form that sampling needs.
 class SampleTable {
   public:
@@ -38,20 +44,19 @@ class SampleTable {
     // For sampling planes like `source`.
     SampleTable(const TableRows& rows, const FramedPlane& source);
 
-    // Fills `target` (CV_8UC1, of the table's size), its rows in parallel, and mixes the other lens into the ring.
-    void sample(const FramedPlane& source, const SeamRing& ring, cv::Mat* target) const;
+    // Fills each target, its rows in parallel, and mixes the other lens into the ring.
+    void sample(const std::vector<SampledPlane>& planes, const SeamRing& ring) const;
 
   private:
+    void sample_run(const SampledPlane& plane, const SeamRing& ring, const cv::Range& run,
+                    std::vector<uint8_t>* scratch) const;
+
     cv::Mat offsets_;    // CV_32SC1: from the framed plane's first byte to a pixel's upper left neighbour
     cv::Mat fractions_;  // CV_16UC1: 32nds of a pixel to the right of it, and times 256 below it
 };
 
-// Fills each target (CV_8UC1, of the table's size) from its source, its rows in parallel, through a table that is
-// not kept. The sources are of one size and stride. Within `feather` radians of the seam both lenses are mixed.
-struct SampledPlane {
-    const FramedPlane* source;
-    cv::Mat target;
-};
+// The same through a table that is not kept. The sources are of one size and stride. Within `feather` radians of the
+// seam both lenses are mixed.
 void sample_once(const TableRows& rows, const std::vector<SampledPlane>& planes, double feather);
 
 // The ring of a table that is kept, found for planes like `source`.

@@ -7,6 +7,10 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include "projection/angles.h"
+#include "projection/plane_mapper.h"
+#include "projection/seam_ring.h"
+
 namespace {
 
 struct Tables {
@@ -41,7 +45,7 @@ FramedPlane random_plane(int rows, int cols) {
 
 cv::Mat sampled(const Tables& tables, const FramedPlane& plane) {
     cv::Mat target(tables.x.size(), CV_8UC1);
-    SampleTable(TableRows(tables.x, tables.y), plane).sample(plane, {}, &target);
+    SampleTable(TableRows(tables.x, tables.y), plane).sample({{&plane, target}}, {});
     cv::Mat at_once(tables.x.size(), CV_8UC1, cv::Scalar(77));
     sample_once(TableRows(tables.x, tables.y), {{&plane, at_once}}, 0);
     EXPECT_EQ(cv::norm(target, at_once, cv::NORM_INF), 0) << "kept and made on the way";
@@ -114,6 +118,32 @@ TEST(SampleTable, FindsSamplesQuicklyAsThePlainLoopDoes) {
         EXPECT_EQ(offsets, plain_offsets) << count << " pixels";
         EXPECT_EQ(fractions, plain_fractions) << count << " pixels";
     }
+}
+
+// The look at the horizon: the seam runs through the poles, and every row has some of the ring.
+TEST(SampleTable, MixesEveryPlaneAsOneThatIsNotKeptDoes) {
+    RotationCorrect rotation{};
+    rotation.yangle = kPi / 2;
+    const TableRows rows(luma_mapper({400, 200}, {400, 400}, 187, 0, rotation));
+    const FramedPlane sources[] = {random_plane(800, 400), random_plane(800, 400)};
+    cv::Mat kept[2];
+    cv::Mat at_once[2];
+    std::vector<SampledPlane> into_kept;
+    std::vector<SampledPlane> into_at_once;
+    for (size_t i = 0; i < 2; ++i) {
+        kept[i].create(200, 400, CV_8UC1);
+        at_once[i].create(200, 400, CV_8UC1);
+        into_kept.push_back({&sources[i], kept[i]});
+        into_at_once.push_back({&sources[i], at_once[i]});
+    }
+    const double feather = 0.05;
+    SampleTable(rows, sources[0]).sample(into_kept, kept_ring(rows, feather, sources[0]));
+    sample_once(rows, into_at_once, feather);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(cv::norm(kept[i], at_once[i], cv::NORM_INF), 0) << i;
+    }
+    sample_once(rows, into_at_once, 0);
+    EXPECT_NE(cv::norm(kept[0], at_once[0], cv::NORM_INF), 0);
 }
 
 TEST(SampleTable, HasAQuickLoopThatAgreesWithThePlainOne) {
