@@ -48,8 +48,8 @@ def analyze(
     """Describes a picture (.jpg, .jpeg) or movie (.mov, .mp4), and writes a thumbnail where a path for it is given.
 
     The thumbnail is a JPEG of the given width, of files of the camera or of the stitching software; with
-    thumbnail_always of every file. With quick, for whoever lists a folder, a JPEG is decoded no further than its thumbnail
-    needs, and without one not at all: then of damage it is only told whether the picture was cut off.
+    thumbnail_always of every file. With quick, for whoever lists a folder, a JPEG is decoded no further than its
+    thumbnail needs, and without one not at all: then of damage it is only told whether the picture was cut off.
     """
     record = Record(
         "analyze",
