@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 namespace {
 
+constexpr int kLaterPriority = 10;                 // of this thread alone, as Linux has it
 constexpr std::chrono::seconds kFindPatience(10);  // for what nobody has asked for in a list before
 
 // A strip is far wider than high.
@@ -109,6 +113,8 @@ Catalog::Entry* Catalog::next(bool* glance, std::string* name) {
 }
 
 void Catalog::work() {
+    // Whoever looks at the page comes before what is found out for later.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kLaterPriority);
     std::unique_lock<std::mutex> lock(mutex_);
     while (!ends_) {
         bool glance = false;
@@ -149,6 +155,9 @@ Listing Catalog::listing() const {
         entries.push_back(&entry);
     }
     for (const Shot& shot : find_shots(files)) {
+        if (shot.kind == ShotKind::kLone && listing.pending > 0) {
+            continue;  // its other half may be still to come
+        }
         ListedShot listed = {shot.kind, {}, files[shot.files[0]].description, false, shot.why, 0};
         for (const size_t file : shot.files) {
             const Look& look = *entries[file]->look;

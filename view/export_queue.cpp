@@ -11,7 +11,8 @@ constexpr size_t kMostEnded = 50;  // that can still be asked for
 
 }  // namespace
 
-ExportQueue::ExportQueue() : thread_([this] { work(); }) {}
+ExportQueue::ExportQueue(std::function<std::string(const std::string& message)> shown)
+    : shown_(std::move(shown)), thread_([this] { work(); }) {}
 
 ExportQueue::~ExportQueue() {
     {
@@ -131,6 +132,9 @@ void ExportQueue::run(Entry* entry) {
 void ExportQueue::tell(Entry* entry, Json event, bool ended) {
     for (const char* path : {"movie_path", "movie_path1", "movie_path2", "export_path", "audio_path"}) {
         event.erase(path);
+    }
+    if (event.contains("message")) {
+        event["message"] = shown_(text_of(event, "message"));
     }
     event["subject"] = entry->job.subject;
     event["name"] = entry->job.name;

@@ -31,7 +31,8 @@ class ExportQueue {
   public:
     static constexpr size_t kMostWaiting = 16;
 
-    ExportQueue();
+    // `shown` makes a message fit for who looks at the page.
+    explicit ExportQueue(std::function<std::string(const std::string& message)> shown);
     ~ExportQueue();  // cancels what runs and what waits
     ExportQueue(const ExportQueue&) = delete;
     ExportQueue& operator=(const ExportQueue&) = delete;
@@ -74,6 +75,7 @@ class ExportQueue {
     void tell(Entry* entry, Json event, bool ended);
     void forget_old();
 
+    std::function<std::string(const std::string& message)> shown_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::map<int64_t, Entry> entries_;

@@ -70,13 +70,6 @@ Look read_look(const Json& reply, NQ360_STATE state, const FileState& file) {
     return look;
 }
 
-// The plain analysis hands its callback no data of the caller's.
-thread_local Outcome plain_outcome;
-
-void receive_plainly(NQ360_STATE state, const char* json) {
-    plain_outcome = {state, json};
-}
-
 void write_note(const std::string& path, const Json& note) {
     static std::atomic<int> number = 0;
     const std::string beside = path + "." + std::to_string(getpid()) + "-" + std::to_string(++number);
@@ -88,9 +81,8 @@ void write_note(const std::string& path, const Json& note) {
 }  // namespace
 
 Look glance_at(const FileState& file) {
-    plain_outcome = {};
-    NQ360_analyze_image(file.path.c_str(), nullptr, 0, 0, receive_plainly);
-    return read_look(read_reply(plain_outcome.reply, Operation::kAnalysis), plain_outcome.state, file);
+    const Outcome outcome = analyze_file(file.path);
+    return read_look(read_reply(outcome.reply, Operation::kAnalysis), outcome.state, file);
 }
 
 Looks::Looks() : folder_(cache_folder()), free_(static_cast<int>(std::max(1U, std::thread::hardware_concurrency()))) {}

@@ -15,7 +15,7 @@ struct Look {
     std::string thumbnail;  // path of the JPEG; empty: none could be made
 };
 
-// The description alone, without reading the picture itself: what is damaged is not known by it.
+// The description alone, without decoding the picture: not all damage is known by it.
 Look glance_at(const FileState& file);
 
 class Looks {

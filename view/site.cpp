@@ -72,22 +72,14 @@ Json json_of(const ListedShot& shot) {
             {"version", std::to_string(shot.version)}};
 }
 
-// Only the name of a file means anything to who looks at the page.
-std::string without_folder(std::string text, const std::string& folder) {
-    const std::string start = folder + "/";
-    for (size_t at = text.find(start); at != std::string::npos; at = text.find(start, at)) {
-        text.erase(at, start.size());
-    }
-    return text;
-}
-
 }  // namespace
 
 Site::Site(const SiteOptions& options)
     : options_(options),
       folders_(options.folder, options.made),
       catalog_(folders_, looks_),
-      adjustments_(folders_.folder(), options.read_only) {
+      adjustments_(folders_.folder(), options.read_only),
+      exports_([this](const std::string& message) { return without_folders(message); }) {
     svr_sock_ = 0;  // while it is none, the server writes no long answers
     set_default_headers(kAlways);
     set_mount_point("/", options.page);
@@ -100,8 +92,7 @@ Site::Site(const SiteOptions& options)
         } catch (const std::invalid_argument& wrong) {
             send_refusal(400, wrong.what(), response);
         } catch (const CommandError& error) {
-            send_refusal(422, without_folder(without_folder(error.what(), folders_.folder()), folders_.made()),
-                         response);
+            send_refusal(422, without_folders(error.what()), response);
         } catch (const std::exception& error) {
             send_refusal(500, error.what(), response);
         }
@@ -165,6 +156,7 @@ void Site::send_shots(const Request& request, Response& response) {
     Json shots = Json::array();
     for (const ListedShot& shot : listing.shots) {
         shots.push_back(json_of(shot));
+        shots.back()["why"] = without_folders(shot.why);
         shots.back()["adjustments"] = json_of(adjustments_.load(shot.names[0]));
     }
     const Json answer = {{"folder", printable(folders_.folder())},
@@ -250,7 +242,7 @@ void Site::send_match(const Request& request, Response& response) {
     send_json({{"adjustments", json_of(matched_look(settings, job))},
                {"options", proposal.options()},
                {"words", proposal.words()},
-               {"warning", without_folder(printable(proposal.warning()), folders_.folder())}},
+               {"warning", without_folders(printable(proposal.warning()))}},
               response);
 }
 
@@ -267,6 +259,15 @@ void Site::keep_adjustments(const Request& request, Response& response) {
     apply_look(settings, &job);
     adjustments_.save(shot.names[0], settings);
     send_json({{"adjustments", json_of(settings)}}, response);
+}
+
+std::string Site::without_folders(std::string text) const {
+    for (const std::string& start : {folders_.folder() + "/", folders_.made() + "/"}) {
+        for (size_t at = text.find(start); at != std::string::npos; at = text.find(start, at)) {
+            text.erase(at, start.size());
+        }
+    }
+    return text;
 }
 
 ListedShot Site::pair_of(const std::string& name) {

@@ -64,6 +64,9 @@ class Site : private httplib::Server {
     // A free name in the folder of exports: "lens1-360.jpg", "lens1-360-2.jpg".
     std::string output_for(const std::string& input, const std::string& ending) const;
 
+    // Only the name of a file means anything to who looks at the page.
+    std::string without_folders(std::string text) const;
+
     // The pair whose first file has this name.
     ListedShot pair_of(const std::string& name);
 

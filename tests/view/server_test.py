@@ -53,10 +53,12 @@ class WhoGetsIn(ServerTest):
 
     def test_nothing_without_the_cookie(self):
         server = self.begin(PAIR)
-        wrong = ["", "Cookie: x=y\r\n", f"Cookie: nq360-{server.port}=\r\n", f"Cookie: nq360-{server.port}={'0' * 32}\r\n",
+        wrong = ["", "Cookie: x=y\r\n", f"Cookie: nq360-{server.port}=\r\n",
+                 f"Cookie: nq360-{server.port}={'0' * 32}\r\n",
                  f"Cookie: nq360-{server.port}={server.key}0\r\n", f"Cookie: nq360-{server.port}={server.key[:-1]}\r\n",
                  f"Cookie: other={server.key}\r\n", f"Cookie: xnq360-{server.port}={server.key}\r\n"]
-        lines = ["GET / HTTP/1.1", "GET /index.html HTTP/1.1", "GET /api/shots HTTP/1.1", "GET /files/still1.jpg HTTP/1.1",
+        lines = ["GET / HTTP/1.1", "GET /index.html HTTP/1.1", "GET /api/shots HTTP/1.1",
+                 "GET /files/still1.jpg HTTP/1.1",
                  "GET /api/thumbnail?file=still1.jpg HTTP/1.1", "GET /api/preview?shot=still1.jpg HTTP/1.1",
                  "GET /api/space HTTP/1.1", "POST /api/match HTTP/1.1", "POST /api/exports HTTP/1.1",
                  "GET /api/exports HTTP/1.1", "DELETE /api/exports/1 HTTP/1.1", "PUT /api/adjustments HTTP/1.1",
@@ -72,7 +74,8 @@ class WhoGetsIn(ServerTest):
         server = self.begin()
         for host in ["", "Host: \r\n", "Host: evil.example\r\n", f"Host: evil.example:{server.port}\r\n",
                      "Host: 127.0.0.1\r\n", "Host: 127.0.0.1:1\r\n", f"Host: localhost.evil.example:{server.port}\r\n",
-                     f"Host: {server.host}\r\nHost: {server.host}\r\n", f"Host: {server.host}\r\nHost: evil.example\r\n"]:
+                     f"Host: {server.host}\r\nHost: {server.host}\r\n",
+                     f"Host: {server.host}\r\nHost: evil.example\r\n"]:
             for line in ["GET /api/shots HTTP/1.1", f"GET /?key={server.key} HTTP/1.1"]:
                 with self.subTest(host=host, line=line):
                     self.assertEqual(server.raw_status(request(server, line, host=host)), 403)
@@ -309,7 +312,7 @@ class Exports(ServerTest):
         placed = self.order(server, shot="movie1.mov", settings={"size": "20x10"})
         last = server.events(placed["id"])[-1]
         self.assertEqual(last["state"], "failed")
-        self.assertTrue(last["message"], last)
+        self.assertTrue(last["message"].startswith(placed["name"] + ": "), last)
         silent = self.order(server, kind="sound", file="other.jpg")
         self.assertIn("has no sound", server.events(silent["id"])[-1]["message"])
         for wrong in [{"size": "x"}, {"quality": 101}, {"start": "5", "end": "4"}, {"web": "yes"}]:
@@ -359,7 +362,8 @@ class Exports(ServerTest):
     def test_read_only_writes_nothing(self):
         server = self.begin(PAIR, "--read-only")
         self.assertEqual(server.ask("/api/exports", "POST", {"shot": "still1.jpg"})[0], 403)
-        self.assertEqual(server.ask("/api/adjustments", "PUT", {"shot": "still1.jpg", "adjustments": {"yaw": 1}})[0], 422)
+        kept = {"shot": "still1.jpg", "adjustments": {"yaw": 1}}
+        self.assertEqual(server.ask("/api/adjustments", "PUT", kept)[0], 422)
         self.assertEqual(sorted(os.listdir(self.folder)), PAIR)
 
     def test_space_tells_what_an_export_needs(self):
@@ -434,7 +438,8 @@ class WhatItStands(ServerTest):
         base = temporary_folder(self)
         command = installed_command(base)
         for words in [[str(base / "none")], [command], [str(base), "--to", str(base / "none")]]:
-            ended = subprocess.run([command, "view", "--no-browser", *words], capture_output=True, text=True, check=False)
+            ended = subprocess.run([command, "view", "--no-browser", *words], capture_output=True, text=True,
+                                   check=False)
             self.assertEqual(ended.returncode, 1, words)
             self.assertIn("is no folder", ended.stderr)
 

@@ -10,8 +10,8 @@ const numbers = [
     { name: "pitch", label: "Pitch", most: 90, step: 0.5 },
     { name: "roll", label: "Roll", most: 180, step: 0.5 },
     { name: "tilt", label: "Tilt", most: 180, step: 1 },
-    { name: "turn1", label: "Turn lens 1", most: 180, step: 0.1 },
-    { name: "turn2", label: "Turn lens 2", most: 180, step: 0.1 },
+    { name: "turn1", label: "Lens 1", most: 180, step: 0.1 },
+    { name: "turn2", label: "Lens 2", most: 180, step: 0.1 },
     { name: "feather", label: "Feather", least: 0, most: 5.5, step: 0.1, usual: "1.5" },
 ];
 const planes = [

@@ -214,7 +214,9 @@ function openNamed(name) {
 async function refresh() {
     const listing = await listShots();
     readOnly = listing.readOnly;
-    byId("folder", HTMLParagraphElement).textContent = listing.folder;
+    const where = byId("folder", HTMLParagraphElement);
+    where.textContent = listing.folder.replace(/.*\/(?=.)/, "");
+    where.title = listing.folder;
     hint.textContent = listing.error || (listing.shots.length + listing.pending > 0 ? "" :
         "No pictures (.jpg) or movies (.mov, .mp4) in this folder.");
     status.textContent = listing.pending > 0 ? `${listing.pending} files to read` :

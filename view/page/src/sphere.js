@@ -19,7 +19,7 @@ const common = {
     loadingTxt: "",
     defaultZoomLvl: 20,
     moveInertia: false,
-    keyboard: true,
+    keyboard: false,
     fisheye: false,
     lang: { zoom: "Zoom", zoomOut: "Farther", zoomIn: "Nearer", fullscreen: "Full screen", move: "Move" },
 };
@@ -95,6 +95,10 @@ export function showNothing() {
     container.dataset.shown = "";
 }
 
+// Keys are the sphere's while it has the focus, and nobody else's.
+container.addEventListener("focusin", () => viewer?.startKeyboardControl());
+container.addEventListener("focusout", () => viewer?.stopKeyboardControl());
+
 /** Looks straight ahead again. */
 export function lookAhead() {
     viewer?.rotate({ yaw: 0, pitch: 0 });
@@ -125,6 +129,8 @@ export const view = () =>
     viewer && { ...viewer.getPosition(), hFov: viewer.state.hFov, vFov: viewer.state.vFov };
 
 /** @param {{yaw: number, pitch: number}} position radians */
-export const look = (position) => viewer?.rotate(position);
+export function look(position) {
+    viewer?.rotate(position);
+}
 
 export const video = () => /** @type {any} */ (viewer?.getPlugin(VideoPlugin))?.video ?? null;
