@@ -136,7 +136,7 @@ Settings settings_in(const Json& object) {
 }
 
 bool is_look(const std::string& name) {
-    return kLook.count(name) > 0;
+    return name == "band" || kLook.count(name) > 0;
 }
 
 Settings matched_look(const Settings& before, const ExportJob& job) {

@@ -23,7 +23,7 @@ void apply_range(const Settings& settings, ExportJob* job);
 // The settings among the members of an object: texts, numbers and flags. Throws std::invalid_argument for others.
 Settings settings_in(const Json& object);
 
-// Those that say how a panorama looks, by name.
+// Those that say how a panorama looks, by name; "band", a file's name, among them.
 bool is_look(const std::string& name);
 
 // The settings with what a match has set in the job in place of their turns, gains and corrections.

@@ -11,11 +11,6 @@ namespace {
 constexpr int kLaterPriority = 10;                 // of this thread alone, as Linux has it
 constexpr std::chrono::seconds kFindPatience(10);  // for what nobody has asked for in a list before
 
-// A strip is far wider than high.
-bool is_strip(const Look& look) {
-    return look.description.is_picture && look.description.width > 2 * look.description.height;
-}
-
 }  // namespace
 
 Catalog::Catalog(const SharedFolders& folders, Looks& looks) : folders_(folders), looks_(looks) {
@@ -45,6 +40,7 @@ Listing Catalog::list(std::chrono::milliseconds patience) {
     changed_.wait_for(lock, patience, all_known);
     Listing found = listing();
     found.error = error;
+    found.strips = strips_;
     return found;
 }
 
@@ -79,7 +75,11 @@ Look Catalog::look_at(const std::string& name, const FileState& state) {
 
 void Catalog::scan(std::string* error) {
     std::map<std::string, Entry> found;
+    std::vector<std::string> strips;
     for (const std::string& name : folders_.names(error)) {
+        if (media_type(name) == "image/png") {
+            strips.push_back(name);
+        }
         if (const auto file = is_picture_or_movie(name) ? folders_.open(name) : std::nullopt) {
             found[name].state = file->state;
         }
@@ -95,6 +95,7 @@ void Catalog::scan(std::string* error) {
         }
     }
     entries_ = std::move(found);
+    strips_ = std::move(strips);
     changed_.notify_all();
 }
 
@@ -147,9 +148,6 @@ Listing Catalog::listing() const {
         if (!entry.look) {
             ++listing.pending;
             continue;
-        }
-        if (is_strip(*entry.look)) {
-            listing.strips.push_back(name);
         }
         files.push_back({name, entry.look->description});
         entries.push_back(&entry);

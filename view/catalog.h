@@ -27,7 +27,7 @@ struct ListedShot {
 
 struct Listing {
     std::vector<ListedShot> shots;
-    std::vector<std::string> strips;  // pictures that may lie over the seam
+    std::vector<std::string> strips;  // PNG pictures, which may lie over the seam
     size_t pending = 0;               // files that nothing is known of yet
     std::string error;                // the folder cannot be read
 };
@@ -66,6 +66,7 @@ class Catalog {
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::map<std::string, Entry> entries_;
+    std::vector<std::string> strips_;
     bool ends_ = false;
     std::vector<std::thread> threads_;
 };

@@ -7,6 +7,7 @@
 
 #include "answers.h"
 #include "jobs/arguments.h"
+#include "jobs/band.h"
 #include "jobs/defaults.h"
 #include "jobs/errors.h"
 #include "jobs/failure.h"
@@ -207,6 +208,7 @@ void Site::send_preview(const Request& request, Response& response) {
     const Settings settings = settings_of(request);
     apply_look(settings, &job);
     apply_range(settings, &job);
+    apply_band(settings, &job);
     if (const auto width = settings.find("width"); width != settings.end()) {
         const Size size = *parse_size(width->second + "x1");
         job.options.width = std::min(size.width, kMostPreviewWidth) / 2 * 2;
@@ -270,6 +272,19 @@ std::string Site::without_folders(std::string text) const {
     return text;
 }
 
+void Site::apply_band(const Settings& settings, ExportJob* job) const {
+    const auto name = settings.find("band");
+    if (name == settings.end()) {
+        return;
+    }
+    const auto file = folders_.open(name->second);
+    if (!file) {
+        throw Refusal(404, "band: there is no such picture");
+    }
+    check_band(file->state.path);
+    job->band = file->state.path;
+}
+
 ListedShot Site::pair_of(const std::string& name) {
     auto found = catalog_.find(name);
     if (!found || found->kind != ShotKind::kPair) {
@@ -329,6 +344,7 @@ QueuedJob Site::order_of(const Json& body) {
     lenses_of(shot, &job);
     Settings settings = settings_in(body.value("adjustments", Json::object()));
     settings.merge(settings_in(body.value("settings", Json::object())));
+    apply_band(settings, &job);
     job.output = output_for(shot.names[0], ending_of_panorama(shot));
     return order_panorama(shot, std::move(job), settings);
 }

@@ -67,6 +67,9 @@ class Site : private httplib::Server {
     // Only the name of a file means anything to who looks at the page.
     std::string without_folders(std::string text) const;
 
+    // The strip over the seam: a picture of the folders, by its name.
+    void apply_band(const Settings& settings, ExportJob* job) const;
+
     // The pair whose first file has this name.
     ListedShot pair_of(const std::string& name);
 

@@ -239,6 +239,24 @@ class WhatIsServed(ServerTest):
                        check=True)
         self.assertEqual(data, made.read_bytes())
 
+    def test_band_is_a_picture_of_the_folder(self):
+        server = self.begin(PAIR)
+        for name, size in [("strip.png", "400x20"), ("high.png", "400x300")]:
+            subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"color=red:s={size}", "-frames:v", "1",
+                            "-pix_fmt", "rgb24", self.folder / name], check=True)
+        shutil.copy(self.folder / "strip.png", self.folder.parent / "outside.png")
+        self.assertEqual(server.shots()["strips"], ["high.png", "strip.png"])
+        plain = server.ask("/api/preview?shot=still1.jpg")[2]
+        status, _, with_band = server.ask("/api/preview?shot=still1.jpg&band=strip.png")
+        self.assertEqual(status, 200)
+        self.assertNotEqual(plain, with_band)
+        self.assertEqual(server.ask("/api/preview?shot=still1.jpg&band=..%2Foutside.png")[0], 404)
+        status, _, data = server.ask("/api/preview?shot=still1.jpg&band=high.png")
+        self.assertEqual(status, 422)
+        self.assertIn("high.png: would cover the whole panorama", json.loads(data)["error"])
+        placed = server.json("/api/exports", "POST", {"shot": "still1.jpg", "adjustments": {"band": "strip.png"}})
+        self.assertEqual(server.events(placed["id"])[-1]["state"], "finished")
+
     def test_values_that_make_no_sense_are_told(self):
         server = self.begin(PAIR)
         for query, word in [("yaw=x", "yaw"), ("yaw=361", "yaw"), ("gain1=1,2", "gain1"), ("feather=9", "feather"),

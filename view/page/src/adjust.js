@@ -76,6 +76,33 @@ function addPlanes({ name, label, hint }) {
     form.append(make("div", { className: "field wide" }, make("label", { htmlFor: text.id }, label), text));
 }
 
+const band = make("select", { id: "adjust-band" });
+/** @type {string[]} */
+let strips = [];
+
+function addBand() {
+    band.addEventListener("change", () => set("band", band.value, "", true));
+    fields.set("band", {
+        set: (name) => {
+            const names = new Set(["", ...strips, name]);
+            band.replaceChildren(...[...names].map((one) => make("option", { value: one }, one || "none")));
+            band.value = name;
+        },
+    });
+    form.append(make("div", { className: "field wide" }, make("label", { htmlFor: band.id }, "Band"), band));
+}
+
+/**
+ * The strips that may lie over the seam.
+ * @param {string[]} names
+ */
+export function offerBands(names) {
+    if (names.join("/") !== strips.join("/")) {
+        strips = names;
+        fields.get("band")?.set(adjustments.band ?? "");
+    }
+}
+
 /**
  * @param {string} label
  * @param {string} title
@@ -115,6 +142,7 @@ export function beginAdjusting(acts) {
     form.append(make("h3", {}, "Adjust"), make("div", { className: "row" }, match, before, reset, drag));
     numbers.forEach(addNumber);
     planes.forEach(addPlanes);
+    addBand();
     form.addEventListener("submit", (event) => event.preventDefault());
 }
 

@@ -31,7 +31,7 @@ async function send(method, path, body) {
  *            width: number, height: number, seconds: number|null, frames: number|null, date: string, source: string,
  *            is360: boolean, damaged: boolean, why: string, version: string,
  *            adjustments: Record<string, string>}} Shot
- * @typedef {{folder: string, made: string, readOnly: boolean, shots: Shot[], pending: number, error: string}} Listing
+ * @typedef {{folder: string, made: string, readOnly: boolean, strips: string[], shots: Shot[], pending: number, error: string}} Listing
  * @typedef {{id?: number, state: string, subject: string, name: string, frames?: number, frame_count?: number,
  *            seconds?: number, message?: string}} ExportEvent
  */

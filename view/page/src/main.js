@@ -1,6 +1,6 @@
 // The page: which shot is looked at, and what follows from it.
 import { fileAddress, keep, listShots, match, preview, Refused, thumbnailAddress } from "./api.js";
-import { beginAdjusting, showAdjustments, stopComparing, turnBy } from "./adjust.js";
+import { beginAdjusting, offerBands, showAdjustments, stopComparing, turnBy } from "./adjust.js";
 import { byId, clock } from "./dom.js";
 import { beginExports, offerExport, showExports } from "./exports.js";
 import { markChosen, showShots } from "./list.js";
@@ -214,6 +214,7 @@ function openNamed(name) {
 async function refresh() {
     const listing = await listShots();
     readOnly = listing.readOnly;
+    offerBands(listing.strips);
     const where = byId("folder", HTMLParagraphElement);
     where.textContent = listing.folder.replace(/.*\/(?=.)/, "");
     where.title = listing.folder;
