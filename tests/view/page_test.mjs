@@ -260,8 +260,8 @@ await step("a match finds turn and gain, and outlives a reload", async () => {
     await press(page, "#match");
     await page.waitForFunction(() => document.querySelector("#adjust-turn2").value === "2", patience);
     assert.match(await page.$eval("#adjust-gain2", (field) => field.value), /^0\.7[34]/);
-    await page.waitForFunction(() => document.querySelector("#message").textContent.includes("falls by") ||
-        document.querySelector("#status").textContent === "Matched", patience);
+    await settled(page);
+    assert.match(await page.$eval("#message", (one) => one.textContent), /The step at the seam falls by/);
     const kept = () => existsSync(inFolder(".nq360/moon_1.jpg.json"));
     while (!kept()) {
         await new Promise((resolve) => setTimeout(resolve, 50));

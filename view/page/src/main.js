@@ -48,6 +48,8 @@ function tell(error) {
 let wanted = null;
 let busy = false;
 let resting = 0;
+/** Whether the message tells why there was no preview. */
+let refused = false;
 
 /** @param {number} width */
 async function makePreview(width) {
@@ -59,7 +61,8 @@ async function makePreview(width) {
     if (shot === chosen) {
         await sphere.showPicture(URL.createObjectURL(picture));
         sphereBox.dataset.width = String(width);
-        message.textContent = "";
+        message.textContent = refused ? "" : message.textContent;
+        refused = false;
     }
 }
 
@@ -74,7 +77,10 @@ async function show(width) {
     while (wanted !== null) {
         const next = wanted;
         wanted = null;
-        await makePreview(next).catch(tell);
+        await makePreview(next).catch((error) => {
+            refused = true;
+            tell(error);
+        });
     }
     busy = false;
     sphereBox.ariaBusy = "false";
@@ -106,6 +112,7 @@ beginAdjusting({
     change(changed) {
         adjustments = changed;
         comparing = false;
+        message.textContent = "";
         byId("before", HTMLButtonElement).ariaPressed = "false";
         showSoon();
         keepSoon();
