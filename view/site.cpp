@@ -129,8 +129,10 @@ void Site::open_door(int port) {
 
 void Site::answer(httplib::Stream& stream) {
     bool closed = false;
-    // A range is applied where a file is sent, not to whatever is answered.
-    process_request(stream, true, closed, [](Request& request) { request.ranges.clear(); });
+    process_request(stream, true, closed, [](Request& request) {
+        request.ranges.clear();                    // applied where a file is sent, not to whatever is answered
+        request.headers.erase("Accept-Encoding");  // packing the page takes seconds, and it does not travel
+    });
 }
 
 void Site::close() {

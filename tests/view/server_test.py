@@ -123,6 +123,11 @@ class WhoGetsIn(ServerTest):
 
 
 class WhatIsServed(ServerTest):
+    def test_nothing_is_packed_for_so_short_a_way(self):
+        server = self.begin(PAIR)
+        for path in ["/", "/api/shots"]:
+            self.assertIsNone(server.ask(path, Accept_Encoding="gzip, br")[1]["Content-Encoding"])
+
     def test_files_come_whole_and_in_parts(self):
         server = self.begin(MOVIE)
         whole = (self.folder / "movie1.mov").read_bytes()
