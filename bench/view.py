@@ -25,8 +25,11 @@ class Server:
     """One server with its command and cache in folders of its own."""
 
     def __init__(self, command, folder, cache):
-        self.process = subprocess.Popen([command, "view", folder, "--json", "--no-browser"], stdout=subprocess.PIPE,
-                                        env={**os.environ, "XDG_CACHE_HOME": str(cache)})
+        self.process = subprocess.Popen(
+            [command, "view", folder, "--json", "--no-browser"],
+            stdout=subprocess.PIPE,
+            env={**os.environ, "XDG_CACHE_HOME": str(cache)},
+        )
         address = json.loads(self.process.stdout.readline())["address"]
         self.host = address.split("/")[2]
         self.cookie = f"nq360-{self.host.split(':')[1]}={address.split('key=')[1]}"
@@ -115,8 +118,10 @@ def measure_previews(command, sample, root):
     row("preview of 1024 x 512, shot not open", f"{statistics.median(opening):.1f} ms")
     turns = iter(range(1000))
     row("the same, shot open", median_of(lambda: server.get(f"/api/preview?shot=x1.jpg&yaw={next(turns)}")[0]))
-    row("preview of 2880 x 1440, shot open",
-        median_of(lambda: server.get(f"/api/preview?shot=x1.jpg&width=2880&yaw={next(turns)}")[0]))
+    row(
+        "preview of 2880 x 1440, shot open",
+        median_of(lambda: server.get(f"/api/preview?shot=x1.jpg&width=2880&yaw={next(turns)}")[0]),
+    )
     with open(folder / "long.mov", "wb") as file:
         file.truncate(4 << 30)
     places = iter(range(1000))
