@@ -2,10 +2,10 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <memory>
-#include <new>
+#include <cstdlib>
 
 #include "base/log_sink.h"
+#include "base/text_owner.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ int hand_over(const LogSink::Sink& sink, int level, const char* format, va_list 
     const int length = vsnprintf(usual, sizeof(usual), format, measured);
     va_end(measured);
     const size_t size = length < 0 ? 1 : static_cast<size_t>(length) + 1;
-    const std::unique_ptr<char[]> longer(size > sizeof(usual) ? new (std::nothrow) char[size] : nullptr);
+    const TextPtr longer(size > sizeof(usual) ? static_cast<char*>(std::malloc(size)) : nullptr);
     if (longer) {
         vsnprintf(longer.get(), size, format, arguments);
     }

@@ -235,8 +235,8 @@ class libavIF {
     void seek_to_start(int which, float start);
     void equalize_lengths(OutputOption* option) const;
     int write_pairs(const OutputOption& option, const char* cancel_path, const ReportProgress& report);
-    int write_once(const char* export_path, const char* cancel_path, OutputOption option,
-                   const ReportProgress& report, bool in_parts, bool* starts_over);
+    int write_once(const char* export_path, const char* cancel_path, OutputOption option, const ReportProgress& report,
+                   bool in_parts, bool* starts_over);
     int write_parts(const OutputOption& option, const PartPlan& plan, const char* cancel_path,
                     const ReportProgress& report, bool* starts_over);
     int stop();
