@@ -162,34 +162,34 @@ typedef enum NQ360_SOUND {
 typedef struct NQ360_EXPORT_OPTIONS {
     size_t size; /**< of this record; set by init */
 
-    const char* lens1; /**< the halves, as movie_path1 and movie_path2 of #NQ360_export */
-    const char* lens2;
+    const char* lens1;  /**< the halves, as movie_path1 of #NQ360_export ... */
+    const char* lens2;  /**< ... and as movie_path2 */
     const char* output; /**< the panorama, as export_path. Must be a regular file or none yet. */
 
     int width; /**< of the panorama in pixels, as for #NQ360_export; both 0 (init): the usual size for the lenses, which
                     is 2880 x 1440, 3840 x 1920 or 7680 x 3840, for movies at most 3840 x 1920 */
-    int height;
-    double angle; /**< turn of the panorama about its y axis, as for #NQ360_export. Init: 0. Any finite number. */
-    double yaw;   /**< then the look is turned to the right by this, ... Init: 0. -360 to 360. */
-    double pitch; /**< ... up by this, ... Init: 0. -360 to 360. */
-    double roll;  /**< ... and its horizon clockwise by this. Init: 0. -360 to 360. */
-    double turn1; /**< turn of each lens picture about its centre, as angle1 and angle2. Init: 0. Any finite number. */
-    double turn2;
+    int height;      /**< with it */
+    double angle;    /**< turn of the panorama about its y axis, as for #NQ360_export. Init: 0. Any finite number. */
+    double yaw;      /**< then the look is turned to the right by this, ... Init: 0. -360 to 360. */
+    double pitch;    /**< ... up by this, ... Init: 0. -360 to 360. */
+    double roll;     /**< ... and its horizon clockwise by this. Init: 0. -360 to 360. */
+    double turn1;    /**< turn of each lens picture about its centre, as angle1 ... Init: 0. Any finite number. */
+    double turn2;    /**< ... and as angle2 */
     int correct1[3]; /**< added to Y, U and V of lens 1, the sum held to 0..255. Init: #CORRECT_NONE. Any number. */
-    int correct2[3];
+    int correct2[3]; /**< the same for lens 2 */
     double gain1[3]; /**< factors, applied before: on Y (about 16 where the range is limited, about 0 where it is full),
                           on U and V about 128. Init: 1. 0 to 16. */
-    double gain2[3];
+    double gain2[3]; /**< the same for lens 2 */
     const char* band; /**< as band_path. Init: null. */
     double feather; /**< on each side of the seam, over which both lenses are mixed. Init: 0, a hard seam. 0 to 5.5. */
 
     int audio_source; /**< 0: sound of lens1 (init); 1: of lens2; -1: none */
     int sound_codec;  /**< an #NQ360_SOUND. Init: #NQ360_SOUND_PCM. */
-    double start1;    /**< first and last instant of each movie that is exported, as for #NQ360_export. Init: 0 and
-                           3600. Any finite number. */
-    double end1;
-    double start2;
-    double end2;
+    double start1;    /**< first instant of lens1's movie that is exported, as for #NQ360_export. Init: 0. Any finite
+                           number. */
+    double end1;      /**< its last instant. Init: 3600. Any finite number. */
+    double start2;    /**< the same for lens2's movie */
+    double end2;      /**< the same for lens2's movie */
 
     const char* datetime; /**< as for #NQ360_export, but escaped where the metadata needs it. Init: null. */
     int quality;        /**< of a picture: 1 to 100; 0 (init): the encoder's own choice. 95 is near a good camera's. */
@@ -211,13 +211,19 @@ typedef struct NQ360_EXPORT_OPTIONS {
     void* user;              /**< handed to reply and log. Init: null. */
 } NQ360_EXPORT_OPTIONS;
 
-/** Fills the record; null is allowed. */
+/**
+ * Fills the record.
+ *
+ * @param options  null is allowed
+ */
 void NQ360_export_options_init(NQ360_EXPORT_OPTIONS* options);
 
 /**
  * Stitches two halves as #NQ360_export does, with the same replies.
  *
  * A bad value: errnum 30005. An output that is neither a regular file nor free, or has no writable folder: 30003.
+ *
+ * @param options  the record
  * @return the state of the last reply; #NQ360_FAILED for null
  */
 int NQ360_export_with(const NQ360_EXPORT_OPTIONS* options);
@@ -237,7 +243,11 @@ typedef struct NQ360_ANALYZE_OPTIONS {
     void* user;        /**< handed to reply and log. Init: null. */
 } NQ360_ANALYZE_OPTIONS;
 
-/** Fills the record; null is allowed. */
+/**
+ * Fills the record.
+ *
+ * @param options  null is allowed
+ */
 void NQ360_analyze_options_init(NQ360_ANALYZE_OPTIONS* options);
 
 /**
@@ -245,6 +255,8 @@ void NQ360_analyze_options_init(NQ360_ANALYZE_OPTIONS* options);
  * "unread", a list of what the file should hold and could not be read ("exif", "xmp", "picture", "movie"). To know of a
  * picture, it is decoded whole. With quick and a thumbnail, all of its data is read too, and as much known of it; with
  * quick and no thumbnail it is only known whether the picture was cut off. A bad value: errnum 10005.
+ *
+ * @param options  the record
  * @return the state of the last reply; #NQ360_FAILED for null
  */
 int NQ360_analyze_with(const NQ360_ANALYZE_OPTIONS* options);
@@ -262,12 +274,18 @@ typedef struct NQ360_AUDIO_OPTIONS {
     void* user;              /**< handed to reply and log. Init: null. */
 } NQ360_AUDIO_OPTIONS;
 
-/** Fills the record; null is allowed. */
+/**
+ * Fills the record.
+ *
+ * @param options  null is allowed
+ */
 void NQ360_audio_options_init(NQ360_AUDIO_OPTIONS* options);
 
 /**
  * Writes a movie's sound to a file of its own, as #NQ360_get_audio does with the same replies. A bad value: errnum
  * 20005. A failure is always told with #NQ360_FAILED.
+ *
+ * @param options  the record
  * @return the state of the last reply; #NQ360_FAILED for null
  */
 int NQ360_get_audio_with(const NQ360_AUDIO_OPTIONS* options);
@@ -283,12 +301,18 @@ typedef struct NQ360_SHOT NQ360_SHOT;
  * Opens lens1 and lens2 of the record and decodes them, of movies the first frames at or after start1 and start2. Of
  * the other fields it takes reply, log and user, for this call alone; those that tell how a panorama is to look must be
  * in their ranges. One reply: #NQ360_FINISHED with the lenses' "width" and "height", or #NQ360_FAILED.
+ *
+ * @param options  the record
  * @return the shot, to be closed by #NQ360_shot_close; null when the halves cannot be read or are not of one size and
  *         of this camera: the reply says why, as that of #NQ360_export
  */
 NQ360_SHOT* NQ360_shot_open(const NQ360_EXPORT_OPTIONS* options);
 
-/** Frees the shot; null is allowed. */
+/**
+ * Frees the shot.
+ *
+ * @param shot  null is allowed
+ */
 void NQ360_shot_close(NQ360_SHOT* shot);
 
 /**
@@ -346,10 +370,18 @@ int NQ360_preview_rgb(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, uns
  */
 int NQ360_match(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot);
 
-/** Releases what the library has handed out; null is allowed. */
+/**
+ * Releases what the library has handed out.
+ *
+ * @param memory  null is allowed
+ */
 void NQ360_free(void* memory);
 
-/** The library's version, as "1.1.0". */
+/**
+ * Tells the library's version.
+ *
+ * @return "1.1.0" or its like; it belongs to the library
+ */
 const char* NQ360_version(void);
 
 #ifdef __cplusplus
