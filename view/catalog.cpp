@@ -6,6 +6,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "jobs/input_files.h"
+
 namespace {
 
 constexpr int kLaterPriority = 10;                 // of this thread alone, as Linux has it
@@ -89,7 +91,10 @@ void Catalog::scan(std::string* error) {
         const auto before = entries_.find(name);
         if (before != entries_.end() && before->second.state == entry.state) {
             entry = before->second;
-        } else if (auto look = looks_.kept(entry.state)) {
+            continue;
+        }
+        entry.number = ++last_number_;
+        if (auto look = looks_.kept(entry.state)) {
             entry.look = std::move(look);
             entry.whole = true;
         }
@@ -127,11 +132,12 @@ void Catalog::work() {
         }
         entry->taken = true;
         const FileState state = entry->state;
+        const int64_t number = entry->number;
         lock.unlock();
         const Look look = glance ? glance_at(state) : looks_.look_at(state);
         lock.lock();
         const auto found = entries_.find(name);
-        if (found != entries_.end() && found->second.state == state) {
+        if (found != entries_.end() && found->second.number == number) {
             found->second.look = look;
             found->second.whole = found->second.whole || !glance;
             found->second.taken = false;

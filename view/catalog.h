@@ -51,6 +51,7 @@ class Catalog {
   private:
     struct Entry {
         FileState state;
+        int64_t number = 0;        // another one for a file that was away in between
         std::optional<Look> look;  // nothing: not even glanced at
         bool whole = false;        // looked at, not only glanced at
         bool taken = false;        // by a thread that is at it
@@ -66,6 +67,7 @@ class Catalog {
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::map<std::string, Entry> entries_;
+    int64_t last_number_ = 0;
     std::vector<std::string> strips_;
     bool ends_ = false;
     std::vector<std::thread> threads_;
