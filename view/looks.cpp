@@ -1,18 +1,16 @@
 #include "looks.h"
 
-#include <atomic>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
 
-#include <unistd.h>
-
+#include "jobs/errors.h"
 #include "jobs/failure.h"
 #include "jobs/library.h"
 #include "jobs/replies.h"
+#include "jobs/whole_file.h"
 
 namespace fs = std::filesystem;
 
@@ -45,17 +43,6 @@ Json note_of(const FileState& file) {
     return {{"path", file.path}, {"size", file.size}, {"time", file.time}};
 }
 
-// A movie of the command's own tells seconds since 1970, the camera's files a date.
-std::string as_date(const std::string& text) {
-    std::tm date = {};
-    const auto seconds = static_cast<std::time_t>(std::strtoll(text.c_str(), nullptr, 10));
-    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos || !gmtime_r(&seconds, &date)) {
-        return text;
-    }
-    char written[64];
-    return {written, std::strftime(written, sizeof(written), "%Y:%m:%d %H:%M:%S", &date)};
-}
-
 Look read_look(const Json& reply, NQ360_STATE state, const FileState& file) {
     Look look;
     if (state != NQ360_FINISHED) {
@@ -63,7 +50,6 @@ Look read_look(const Json& reply, NQ360_STATE state, const FileState& file) {
         return look;
     }
     look.description = read_description(reply);
-    look.description.datetime = as_date(look.description.datetime);
     if (look.description.width <= 0 || look.description.height <= 0) {
         look.failure = no_picture(file.path);
     }
@@ -71,11 +57,11 @@ Look read_look(const Json& reply, NQ360_STATE state, const FileState& file) {
 }
 
 void write_note(const std::string& path, const Json& note) {
-    static std::atomic<int> number = 0;
-    const std::string beside = path + "." + std::to_string(getpid()) + "-" + std::to_string(++number);
-    std::ofstream(beside) << json_line(note);
-    std::error_code error;
-    fs::rename(beside, path, error);
+    try {
+        write_whole(path, json_line(note));
+    } catch (const CommandError&) {
+        // What is not kept is found out again.
+    }
 }
 
 }  // namespace
@@ -102,11 +88,7 @@ std::optional<Look> Looks::kept(const FileState& file) const {
         return {};
     }
     Look look;
-    look.failure = text_of(note, "failure");
-    if (look.failure.empty()) {
-        look.description = read_description(note.value("reply", Json::object()));
-        look.description.datetime = as_date(look.description.datetime);
-    }
+    look.description = read_description(note.value("reply", Json::object()));
     std::error_code unknown;
     if (fs::exists(stem_of(file) + ".jpg", unknown)) {
         look.thumbnail = stem_of(file) + ".jpg";
@@ -135,8 +117,9 @@ Look Looks::look_at(const FileState& file) {
     Look look = read_look(reply, outcome.state, file);
     std::error_code unknown;
     look.thumbnail = fs::exists(thumbnail, unknown) ? thumbnail : "";
-    if (!folder_.empty()) {
-        write_note(stem_of(file) + ".json", {{"file", note_of(file)}, {"failure", look.failure}, {"reply", reply}});
+    // A failure may be the moment's, of a card that was pulled out.
+    if (!folder_.empty() && look.failure.empty()) {
+        write_note(stem_of(file) + ".json", {{"file", note_of(file)}, {"reply", reply}});
     }
     return look;
 }

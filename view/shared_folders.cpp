@@ -1,7 +1,6 @@
 #include "shared_folders.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -14,6 +13,7 @@
 #include <unistd.h>
 
 #include "jobs/errors.h"
+#include "jobs/input_files.h"
 #include "terminal/console.h"
 
 namespace fs = std::filesystem;
@@ -23,13 +23,6 @@ namespace {
 const std::map<std::string, std::string> kMediaTypes = {
     {".jpg", "image/jpeg"}, {".jpeg", "image/jpeg"}, {".png", "image/png"}, {".mov", "video/mp4"},
     {".mp4", "video/mp4"},  {".wav", "audio/wav"},   {".m4a", "audio/mp4"}};
-
-std::string extension_of(const std::string& name) {
-    std::string extension = fs::path(name).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
 
 // Names that begin with a dot are other programs' notes beside the pictures.
 bool may_be_named(const std::string& name) {
@@ -117,9 +110,4 @@ bool SharedFolders::is_free(const std::string& name) const {
 std::string media_type(const std::string& name) {
     const auto found = kMediaTypes.find(extension_of(name));
     return found == kMediaTypes.end() ? "" : found->second;
-}
-
-bool is_picture_or_movie(const std::string& name) {
-    const std::string extension = extension_of(name);
-    return extension == ".jpg" || extension == ".jpeg" || extension == ".mov" || extension == ".mp4";
 }

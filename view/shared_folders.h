@@ -51,5 +51,3 @@ class SharedFolders {
 // As a browser is to be told, by the name's extension; empty for what is never sent. What QuickTime files hold is what
 // MPEG-4 files hold, and browsers play it under that name alone.
 std::string media_type(const std::string& name);
-
-bool is_picture_or_movie(const std::string& name);

@@ -11,6 +11,7 @@
 #include "jobs/defaults.h"
 #include "jobs/errors.h"
 #include "jobs/failure.h"
+#include "jobs/input_files.h"
 #include "jobs/proposal.h"
 #include "orders.h"
 #include "terminal/console.h"

@@ -12,13 +12,6 @@ namespace {
 
 constexpr size_t kMostName = 200;  // bytes; leaves room for a number and the extension in any file system
 
-bool is_picture_or_movie(const fs::path& path) {
-    std::string extension = path.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension == ".jpg" || extension == ".jpeg" || extension == ".mov" || extension == ".mp4";
-}
-
 // Names that begin with a dot are other programs' notes beside the pictures.
 bool is_hidden(const fs::path& path) {
     return path.filename().string()[0] == '.';
@@ -58,6 +51,18 @@ bool is_replaceable(const fs::path& path) {
 }
 
 }  // namespace
+
+std::string extension_of(const fs::path& path) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
+}
+
+bool is_picture_or_movie(const fs::path& path) {
+    const std::string extension = extension_of(path);
+    return extension == ".jpg" || extension == ".jpeg" || extension == ".mov" || extension == ".mp4";
+}
 
 std::vector<std::string> input_files(const std::vector<std::string>& arguments, bool recursive) {
     std::vector<std::string> files;

@@ -1,10 +1,15 @@
-// Which files an analysis is about, and where their thumbnails go.
+// Which files an analysis or a page is about, and where their thumbnails go.
 #pragma once
 
 #include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
+
+// Of the name, in lower case and with its dot.
+std::string extension_of(const std::filesystem::path& path);
+
+bool is_picture_or_movie(const std::filesystem::path& path);
 
 // The arguments, each folder replaced by the pictures and movies in it, sorted by name; if `recursive`, by those in its
 // own folders too. Throws CommandError for a folder that cannot be read or holds none.

@@ -1,5 +1,6 @@
 #include "jobs/whole_file.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -16,7 +17,9 @@ void write_whole(const std::string& path, const std::string& bytes) {
     std::error_code error;
     const fs::path followed = fs::weakly_canonical(path, error);  // a link stays one
     const fs::path target = error ? fs::path(path) : followed;
-    const fs::path beside = target.parent_path() / (".nq360-" + std::to_string(getpid()));
+    static std::atomic<int> number = 0;  // two threads may write into one folder
+    const fs::path beside =
+        target.parent_path() / (".nq360-" + std::to_string(getpid()) + "." + std::to_string(++number));
     std::ofstream file(beside, std::ios::binary | std::ios::trunc);
     if (!file) {
         throw CommandError(printable(path) + ": cannot be written (" + std::strerror(errno) + ")");
