@@ -19,23 +19,16 @@ std::string output_of(const Pair& job) {
     return fuzz::path_of(movie != other ? "panorama.mov" : "panorama.jpg");
 }
 
-bool has(const Pair& job, int bit) {
-    return (job.options >> bit & 1) != 0;
-}
-
 NQ360_EXPORT_OPTIONS options_of(const Pair& job, const std::string inputs[2], const std::string& output) {
-    NQ360_EXPORT_OPTIONS options;
-    NQ360_export_options_init(&options);
-    options.lens1 = inputs[0].c_str();
-    options.lens2 = inputs[1].c_str();
+    NQ360_EXPORT_OPTIONS options = fuzz::record_of(inputs);
     options.output = output.c_str();
     options.width = 64;
     options.height = 32;
     options.audio_source = std::min((job.options & 3) - 1, 1);
-    options.start1 = options.start2 = has(job, 2) ? 0.04 : 0;
-    options.end1 = options.end2 = has(job, 3) ? 0.05 : 100;
-    options.keep_metadata = options.web = has(job, 5);
-    if (has(job, 6)) {
+    options.start1 = options.start2 = job.asks_for(2) ? 0.04 : 0;
+    options.end1 = options.end2 = job.asks_for(3) ? 0.05 : 100;
+    options.keep_metadata = options.web = job.asks_for(5);
+    if (job.asks_for(6)) {
         options.yaw = 30;
         options.pitch = -20;
         options.roll = 10;
@@ -44,11 +37,9 @@ NQ360_EXPORT_OPTIONS options_of(const Pair& job, const std::string inputs[2], co
         options.filter = 1;
         options.quality = 95;
     }
-    options.whole_inputs_only = has(job, 7);
-    options.workers = has(job, 5) ? 2 : 0;
-    options.sound_codec = has(job, 7) ? NQ360_SOUND_AAC : NQ360_SOUND_PCM;
-    options.reply = fuzz::on_reply_with;
-    options.log = fuzz::on_line;
+    options.whole_inputs_only = job.asks_for(7);
+    options.workers = job.asks_for(5) ? 2 : 0;
+    options.sound_codec = job.asks_for(7) ? NQ360_SOUND_AAC : NQ360_SOUND_PCM;
     return options;
 }
 
@@ -62,11 +53,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string inputs[2] = {fuzz::written(job, 0), fuzz::written(job, 1)};
     const std::string output = output_of(job);
     const int no = CORRECT_NONE;
-    const float start = has(job, 2) ? 0.04f : 0.0f;
-    const float end = has(job, 3) ? 0.05f : 100.0f;
+    const float start = job.asks_for(2) ? 0.04f : 0.0f;
+    const float end = job.asks_for(3) ? 0.05f : 100.0f;
     const NQ360_EXPORT_OPTIONS options = options_of(job, inputs, output);
     const bool finished = fuzz::finishes([&] {
-        if (has(job, 4)) {
+        if (job.asks_for(4)) {
             NQ360_export_with(&options);
             return;
         }

@@ -21,6 +21,7 @@ struct Pair {
     test_support::Bytes files[2];
 
     bool is_movie(int input) const { return (kinds >> input & 1) != 0; }
+    bool asks_for(int bit) const { return (options >> bit & 1) != 0; }
 };
 
 // Of kPairHead bytes or more.

@@ -29,6 +29,17 @@ inline void on_line(int /*level*/, const char* line, void* /*user*/) {
     require(line != nullptr, "a log line is a text");
 }
 
+// A record for two lens files, whose replies and log lines are looked at.
+inline NQ360_EXPORT_OPTIONS record_of(const std::string inputs[2]) {
+    NQ360_EXPORT_OPTIONS options;
+    NQ360_export_options_init(&options);
+    options.lens1 = inputs[0].c_str();
+    options.lens2 = inputs[1].c_str();
+    options.reply = on_reply_with;
+    options.log = on_line;
+    return options;
+}
+
 // Makes a call and tells whether it finished.
 template <typename Call>
 bool finishes(Call call) {

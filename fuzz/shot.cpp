@@ -11,25 +11,16 @@ namespace {
 
 using fuzz::Pair;
 
-bool has(const Pair& job, int bit) {
-    return (job.options >> bit & 1) != 0;
-}
-
 NQ360_EXPORT_OPTIONS options_of(const Pair& job, const std::string inputs[2]) {
-    NQ360_EXPORT_OPTIONS options;
-    NQ360_export_options_init(&options);
-    options.lens1 = inputs[0].c_str();
-    options.lens2 = inputs[1].c_str();
-    options.width = has(job, 2) ? 65 : 64;
-    options.height = has(job, 2) ? 31 : 32;
-    if (has(job, 1)) {
+    NQ360_EXPORT_OPTIONS options = fuzz::record_of(inputs);
+    options.width = job.asks_for(2) ? 65 : 64;
+    options.height = job.asks_for(2) ? 31 : 32;
+    if (job.asks_for(1)) {
         options.pitch = -20;
         options.feather = 2;
         options.gain2[0] = 1.3;
         options.correct1[1] = 5;
     }
-    options.reply = fuzz::on_reply_with;
-    options.log = fuzz::on_line;
     return options;
 }
 
@@ -56,9 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::require(opened == (shot != nullptr), "there is a shot just when it was opened");
     if (opened) {
         preview(options, shot);
-        options.start1 = has(job, 0) ? 0.04 : 0;
+        options.start1 = job.asks_for(0) ? 0.04 : 0;
         preview(options, shot);
-        fuzz::finishes([&] { NQ360_match(&options, has(job, 3) ? nullptr : shot); });
+        fuzz::finishes([&] { NQ360_match(&options, job.asks_for(3) ? nullptr : shot); });
     }
     NQ360_shot_close(shot);
     fuzz::require_as_written(job, inputs);

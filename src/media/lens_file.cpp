@@ -6,6 +6,7 @@
 #include <new>
 
 #include "base/saturate.h"
+#include "media/chroma_format.h"
 #include "media/full_range.h"
 #include "media/scaler.h"
 
@@ -14,10 +15,6 @@ namespace {
 // A frame this much before the time asked for still is the one that was meant: times come as decimals, and a frame's is
 // a multiple of 1001/30000 s.
 constexpr double kTimeMargin = 1e-4;
-
-bool is_422(const AVFrame* frame) {
-    return frame->format == AV_PIX_FMT_YUV422P || frame->format == AV_PIX_FMT_YUVJ422P;
-}
 
 // The same values, whatever their range.
 FramePtr converted_to_420(const AVFrame* frame) {

@@ -53,6 +53,12 @@ class libavIF {
     // AVERROR_EOF says that these were read to their end, AVERROR_INVALIDDATA that the file was cut off before.
     int read_packet(int which, AVPacket* packet, StreamsNeeded needed);
 
+    // Whether the input's pictures are to be looked at for parts that the decoder had to make up. Motion JPEG alone is
+    // decoded whatever is missing; what follows a damage is left out.
+    bool checks_pictures(int which) const {
+        return looks_for_missing_parts && video_decoder[which ? 1 : 0]->codec_id == AV_CODEC_ID_MJPEG;
+    }
+
     // Leaves in `missing` that only this share of the movie or picture could be read.
     void note_missing(int input, double share, const char* what);
 
@@ -254,6 +260,9 @@ class libavIF {
 
     SoundFormat resampled;
 };
+
+// The instant, in ticks of the time base, to which an export that begins at `start` seconds seeks.
+int64_t start_ticks(float start, AVRational time_base);
 
 // Takes the decoder's next frame, as receive_frame_from_openh264 does: its pts is *last_pts, which becomes the
 // frame's own time. Returns FFmpeg's code. May run beside the other input's.

@@ -17,10 +17,7 @@ void OpenShot::Half::go_to(double wanted) {
     if (!found) {
         throw std::runtime_error("input " + std::to_string(number) + " has no picture at that time");
     }
-    if (found->format != AV_PIX_FMT_YUV420P && found->format != AV_PIX_FMT_YUVJ420P) {
-        throw std::runtime_error("input " + std::to_string(number) +
-                                 " is not 4:2:0 or 4:2:2 with 8 bits, the only formats that can be stitched");
-    }
+    check_format(found.get(), number - 1);
     frame = std::move(found);
     reduced.reset();
     is_still = file.is_still();

@@ -31,10 +31,10 @@ class PanoramaEncoder {
     int take_result();
     AVPacket* packet() const { return encoded_.get(); }
 
-    // The next panorama is stitched, and is then to be encoded, as if it were the first. To be called when one was
-    // queued and when one is to be.
+    // What is loaded next is stitched as if no pair had been before.
     void stitch_anew() { stitcher_.forget(); }
-    void set_encoder(AVCodecContext* encoder) { encoder_ = encoder; }  // borrowed
+    // What is queued next is encoded by this one, which is borrowed.
+    void set_encoder(AVCodecContext* encoder) { encoder_ = encoder; }
 
   private:
     bool prepare_panorama();

@@ -8,6 +8,16 @@
 #include "media/part_encoder.h"
 #include "projection/parallel.h"
 
+namespace {
+
+void expect(bool as_planned) {
+    if (!as_planned) {
+        throw std::runtime_error("a part came otherwise than planned");
+    }
+}
+
+}  // namespace
+
 Part::Part(const PartJob& job, int64_t number)
     : job_(job),
       first_(number * job.plan.part_pairs),
@@ -17,12 +27,6 @@ Part::Part(const PartJob& job, int64_t number)
 void Part::rethrow() const {
     if (no_memory_) {
         std::rethrow_exception(no_memory_);
-    }
-}
-
-void Part::expect(bool as_planned) const {
-    if (!as_planned) {
-        throw std::runtime_error("a part came otherwise than planned");
     }
 }
 

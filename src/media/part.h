@@ -45,7 +45,6 @@ class Part {
     void load(int lens, int64_t frame);
     void keep_packet();
     void close();
-    void expect(bool as_planned) const;
 
     const PartJob& job_;
     const int64_t first_;  // pairs

@@ -55,8 +55,10 @@ bool can_begin_with(const AVCodecParameters* codec, const AVPacket* packet) {
 
 }  // namespace
 
-PartInput::PartInput(const char* path, const MovieFrames* movie, bool checks_pictures)
-    : media_(path), movie_(movie), checks_pictures_(checks_pictures) {}
+PartInput::PartInput(const char* path, const MovieFrames* movie, bool looks_for_missing_parts)
+    : media_(path), movie_(movie) {
+    media_.looks_for_missing_parts = looks_for_missing_parts;
+}
 
 bool PartInput::open(int64_t first) {
     if (media_.open_input_file(0) != 0) {
@@ -68,7 +70,7 @@ bool PartInput::open(int64_t first) {
             input->streams[stream]->discard = AVDISCARD_ALL;
         }
     }
-    if (checks_pictures_ && media_.video_decoder[0]->codec_id == AV_CODEC_ID_MJPEG) {
+    if (media_.checks_pictures(0)) {
         blank_before_decoding(media_.video_decoder[0]);
     }
     return !movie_ || seek(movie_->key_before(first));
@@ -112,8 +114,7 @@ bool PartInput::receive() {
 }
 
 bool PartInput::is_as_planned() const {
-    if (checks_pictures_ && media_.video_decoder[0]->codec_id == AV_CODEC_ID_MJPEG &&
-        decoded_rows(frame_.get()) < frame_->height) {
+    if (media_.checks_pictures(0) && decoded_rows(frame_.get()) < frame_->height) {
         return false;
     }
     return !movie_ || (next_ < movie_->count() && frame_->best_effort_timestamp == movie_->time_of(next_));

@@ -9,9 +9,9 @@
 
 class PartInput {
   public:
-    // `movie`: as the plan has it, borrowed; null for a still. `checks_pictures`: whether frames are looked at for
-    // parts that the decoder had to make up.
-    PartInput(const char* path, const MovieFrames* movie, bool checks_pictures);
+    // `movie`: as the plan has it, borrowed; null for a still. `looks_for_missing_parts`: a picture of which
+    // the decoder had to make up a part does not come.
+    PartInput(const char* path, const MovieFrames* movie, bool looks_for_missing_parts);
 
     // Goes to the last frame up to `first` that can be decoded without those before it. False when the input cannot be
     // read so.
@@ -29,7 +29,6 @@ class PartInput {
 
     libavIF media_;
     const MovieFrames* movie_;
-    const bool checks_pictures_;
     PacketPtr packet_{new_packet()};
     FramePtr frame_{new_frame()};
     int64_t next_ = 0;         // the number of the frame that the decoder brings next

@@ -1,13 +1,11 @@
 #include "media/part_plan.h"
 
 #include <algorithm>
-#include <cmath>
 
 extern "C" {
 #include <libavutil/avstring.h>
 }
 
-#include "base/saturate.h"
 #include "media/libavif.h"
 #include "media/lockstep.h"
 #include "media/output_option.h"
@@ -83,18 +81,11 @@ std::optional<MovieFrames> frames_of(const AVFormatContext* input, const AVStrea
     return MovieFrames(std::move(frames));
 }
 
-// Where a plain export begins: at the key frame to which it seeks.
-int64_t first_frame(const MovieFrames& movie, const AVStream* stream, float start) {
-    if (start == 0) {
-        return 0;
-    }
-    const double ticks = std::floor(static_cast<double>(start) / av_q2d(stream->time_base));
-    const auto target = saturated<int64_t>(ticks);
-    int64_t frame = 0;
-    while (frame + 1 < movie.count() && movie.time_of(frame + 1) <= target) {
-        ++frame;
-    }
-    return movie.key_before(frame);
+// Where a plain export begins: at the key frame to which the demuxer seeks.
+int64_t first_frame(const AVStream* stream, float start) {
+    const int64_t ticks = start_ticks(start, stream->time_base);
+    const int key = av_index_search_timestamp(const_cast<AVStream*>(stream), ticks, AVSEEK_FLAG_BACKWARD);
+    return start == 0 ? 0 : std::max(key, 0);
 }
 
 bool is_whole(const libavIF& media, const OutputOption& option, int input) {
@@ -140,7 +131,7 @@ std::optional<PartPlan> plan_parts(const libavIF& media, const OutputOption& opt
             if (!plan.movies[i] || !is_whole(media, option, input)) {
                 return {};
             }
-            plan.first_read[i] = first_frame(*plan.movies[i], stream, starts[input]);
+            plan.first_read[i] = first_frame(stream, starts[input]);
         }
         const MovieFrames* movie = plan.movies[i] ? &*plan.movies[i] : nullptr;
         sources.emplace_back(movie, plan.first_read[i], av_q2d(stream->time_base));

@@ -18,7 +18,6 @@ class MovieFrames {
         bool is_key;
     };
 
-    MovieFrames() = default;
     explicit MovieFrames(std::vector<Frame> frames) : frames_(std::move(frames)) {}
 
     int64_t count() const { return static_cast<int64_t>(frames_.size()); }

@@ -25,7 +25,7 @@ class SoundBeside {
   public:
     SoundBeside(libavIF* media, const OutputOption& option, const PartPlan& plan);
 
-    // Up to the packet of the pair's picture, or, of a still, all.
+    // Up to the packet of the input's picture in the pair.
     int write_to(const std::array<int64_t, 2>& pair);
     int write_rest();
     const char* failed_step() const { return failed_step_; }

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "media/chroma_format.h"
 #include "media/full_range.h"
 #include "media/scaler.h"
 #include "projection/angles.h"
@@ -16,26 +17,11 @@
 
 namespace {
 
-bool is_422(const AVFrame* frame) {
-    return frame->format == AV_PIX_FMT_YUV422P || frame->format == AV_PIX_FMT_YUVJ422P;
-}
-
-bool is_420(const AVFrame* frame) {
-    return frame->format == AV_PIX_FMT_YUV420P || frame->format == AV_PIX_FMT_YUVJ420P;
-}
-
 std::string size_text(int width, int height) {
     return std::to_string(width) + "x" + std::to_string(height);
 }
 
-// The decoder may deliver other formats and sizes than the container announced.
-void check_format(const AVFrame* frame, int lens) {
-    if (!is_420(frame) && !is_422(frame)) {
-        throw std::runtime_error("input " + std::to_string(lens + 1) +
-                                 " is not 4:2:0 or 4:2:2 with 8 bits, the only formats that can be stitched");
-    }
-}
-
+// The decoder may deliver another size than the container announced.
 void check_size(const AVFrame* frame, ImageSize expected, int lens) {
     if (frame->width != expected.width || frame->height != expected.height) {
         throw std::runtime_error("input " + std::to_string(lens + 1) + " has a frame of " +
@@ -121,6 +107,13 @@ bool divides(int k, ImageSize size) {
 
 }  // namespace
 
+void check_format(const AVFrame* frame, int lens) {
+    if (!is_420(frame) && !is_422(frame)) {
+        throw std::runtime_error("input " + std::to_string(lens + 1) +
+                                 " is not 4:2:0 or 4:2:2 with 8 bits, the only formats that can be stitched");
+    }
+}
+
 FramePtr reduced_frame(const AVFrame* frame, int k) {
     if (k == 1 || !divides(k, {frame->width, frame->height}) || (!is_420(frame) && !is_422(frame))) {
         FramePtr same(av_frame_clone(frame));
@@ -190,18 +183,18 @@ TableRows rows_of(const OutputOption& option, int plane) {
                      reduction_of(option, plane));
 }
 
-// As it stands in the stack.
-cv::Mat stacked_band(const OutputOption& option, int plane) {
-    const std::optional<StackReduction> reduction = reduction_of(option, plane);
-    return reduction ? reduction->band() : band_of(option, plane);
-}
-
-// Where the planes of the lenses and of the band lie above each other; its pixels are not set.
+// Where the planes of the lenses, which are not set, and of the band lie above each other.
 FramedPlane new_stack(const OutputOption& option, int plane) {
+    const std::optional<StackReduction> reduction = reduction_of(option, plane);
+    const cv::Mat band = reduction ? reduction->band() : band_of(option, plane);
     const ImageSize lens = option.transmap.projsize;
-    const int reduction = Stitcher::reduction_for(option);
-    return FramedPlane(2 * halved(lens.height, plane) / reduction + stacked_band(option, plane).rows,
-                       halved(lens.width, plane) / reduction);
+    const int k = Stitcher::reduction_for(option);
+    const int lens_rows = 2 * halved(lens.height, plane) / k;
+    FramedPlane stack(lens_rows + band.rows, halved(lens.width, plane) / k);
+    if (!band.empty()) {
+        band.copyTo(stack.pixels().rowRange(lens_rows, lens_rows + band.rows));
+    }
+    return stack;
 }
 
 }  // namespace
@@ -217,12 +210,7 @@ StitchTables::StitchTables(const OutputOption& option, bool many_pairs)
 Stitcher::Stitcher(const OutputOption& option, std::shared_ptr<const StitchTables> tables)
     : option_(option), tables_(std::move(tables)), reduction_(reduction_for(option)) {
     for (int plane = 0; plane < 3; ++plane) {
-        const cv::Mat band = stacked_band(option, plane);
         stacks_.push_back(new_stack(option, plane));
-        if (!band.empty()) {
-            const cv::Mat stack = stacks_.back().pixels();
-            band.copyTo(stack.rowRange(stack.rows - band.rows, stack.rows));
-        }
     }
 }
 

@@ -16,6 +16,10 @@
 // it is another format, which Stitcher::load refuses) it is another reference to the frame itself.
 FramePtr reduced_frame(const AVFrame* frame, int k);
 
+// Throws a text that names the input (lens 0 or 1) when its frame has a format that cannot be stitched: a decoder may
+// deliver another one than the container announced.
+void check_format(const AVFrame* frame, int lens);
+
 // What all pairs of one export are stitched by; several stitchers may read it at once.
 struct StitchTables {
     // Without whole tables in the option's transmap, they are made from its other settings. Whole tables are taken as

@@ -206,7 +206,7 @@ int libavIF::write_thumbnail_stream(const Thumbnail& thumbnail, int halvings) {
 }
 
 int libavIF::decode_and_check(AVFrame* frame) {
-    const bool checks_rows = looks_for_missing_parts && video_decoder[0]->codec_id == AV_CODEC_ID_MJPEG;
+    const bool checks_rows = checks_pictures(0);
     if (checks_rows) {
         blank_before_decoding(video_decoder[0]);
     }

@@ -71,7 +71,7 @@ class MediaSource : public LockstepSource {
           end_(end + kBoundMargin),
           needed_(needed),
           writer_(writer) {
-        if (checks_pictures()) {
+        if (media->checks_pictures(input)) {
             blank_before_decoding(media->video_decoder[input]);
         }
     }
@@ -89,10 +89,6 @@ class MediaSource : public LockstepSource {
     int failed(int code, const char* step) {
         failed_step_ = step;
         return code;
-    }
-    // Motion JPEG alone is decoded whatever is missing; what follows a damage is left out.
-    bool checks_pictures() const {
-        return media_->looks_for_missing_parts && media_->video_decoder[input_]->codec_id == AV_CODEC_ID_MJPEG;
     }
     int failed_to_decode(int code) { return failed(code, input_ == 0 ? "decode_packet1" : "decode_packet2"); }
 
@@ -152,7 +148,7 @@ int MediaSource::receive(double* seconds) {
     if (result < 0) {
         return failed_to_decode(result);
     }
-    if (checks_pictures()) {
+    if (media_->checks_pictures(input_)) {
         const int rows = decoded_rows(frame_.get());
         if (rows < frame_->height) {
             media_->note_missing(input_, static_cast<double>(rows) / frame_->height, "picture");
@@ -235,13 +231,17 @@ int libavIF::open_video_output(const char* export_path, const OutputOption& opti
     return std::min(result, 0);
 }
 
+int64_t start_ticks(float start, AVRational time_base) {
+    return saturated<int64_t>(
+        std::floor(static_cast<double>(start * static_cast<float>(time_base.den)) / time_base.num));
+}
+
 void libavIF::seek_to_start(int which, float start) {
     if (is_still[which] || start == 0) {
         return;
     }
-    const AVRational time_base = input_format[which]->streams[video_stream_index[which]]->time_base;
-    const double ticks = static_cast<double>(start * static_cast<float>(time_base.den)) / time_base.num;
-    av_seek_frame(input_format[which], video_stream_index[which], saturated<int64_t>(std::floor(ticks)),
+    const AVStream* stream = input_format[which]->streams[video_stream_index[which]];
+    av_seek_frame(input_format[which], video_stream_index[which], start_ticks(start, stream->time_base),
                   AVSEEK_FLAG_BACKWARD);
     avcodec_flush_buffers(video_decoder[which]);
     if (audio_decoder[which]) {

@@ -383,19 +383,15 @@ TEST(QuickThumbnail, ShowsThePictureAsTheOrientationSays) {
     TempDir dir;
     const std::string input = quarters_in(dir, "480x480");
     const std::string output = dir.file("thumbnail.jpg");
-    constexpr int a = kAboveLeft;
-    constexpr int b = kAboveRight;
-    constexpr int c = kBelowLeft;
-    constexpr int d = kBelowRight;
     for (const int width : {240, 80, 40}) {
         SCOPED_TRACE(width);
         EXPECT_TRUE(quick_differs(dir, input, width));
         ASSERT_EQ(write_thumbnail(input, output, width, 1, true), 0);
-        expect_quarters(output, {a, b, c, d});
+        expect_quarters(output, {kAboveLeft, kAboveRight, kBelowLeft, kBelowRight});
         EXPECT_NEAR(mean_of(plane_of(output, 'u')), kBlue, 2);
         EXPECT_NEAR(mean_of(plane_of(output, 'v')), kRed, 2);
         ASSERT_EQ(write_thumbnail(input, output, width, 6, true), 0);
-        expect_quarters(output, {c, a, d, b});
+        expect_quarters(output, {kBelowLeft, kAboveLeft, kBelowRight, kAboveRight});
     }
 }
 
