@@ -1,26 +1,18 @@
 #include "orders.h"
 
-#include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <memory>
 
 #include "jobs/errors.h"
 #include "jobs/failure.h"
 #include "jobs/range.h"
+#include "jobs/shot_export.h"
 #include "jobs/sound.h"
 
 namespace fs = std::filesystem;
 
-// As the command calls a panorama that it puts into a folder.
 std::string ending_of_panorama(const ListedShot& shot) {
-    if (shot.description.is_picture) {
-        return "-360.jpg";
-    }
-    std::string extension = fs::path(shot.names[0]).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension == ".mp4" ? "-360.mp4" : "-360.mov";
+    return usual_ending(shot.description.is_picture, shot.names[0]);
 }
 
 QueuedJob order_panorama(const ListedShot& shot, ExportJob job, const Settings& settings) {

@@ -1,8 +1,6 @@
 // nq360 export
 #include <algorithm>
 #include <cctype>
-#include <climits>
-#include <cmath>
 
 #include "commands/command.h"
 #include "commands/preview.h"
@@ -14,7 +12,7 @@
 #include "jobs/job.h"
 #include "jobs/proposal.h"
 #include "jobs/range.h"
-#include "jobs/sound.h"
+#include "jobs/shot_export.h"
 #include "terminal/interrupt.h"
 #include "terminal/progress.h"
 
@@ -31,24 +29,6 @@ std::string lower_case_extension(const std::string& path) {
 bool ends_in(const std::string& path, std::initializer_list<const char*> extensions) {
     const std::string extension = lower_case_extension(path);
     return std::any_of(extensions.begin(), extensions.end(), [&](const char* one) { return extension == one; });
-}
-
-// What a folder's new file is called, beyond the name of lens 1.
-std::string usual_ending(bool preview, bool makes_picture, const std::string& lens1) {
-    if (makes_picture) {
-        return preview ? "-preview.jpg" : "-360.jpg";
-    }
-    return lower_case_extension(lens1) == ".mp4" ? "-360.mp4" : "-360.mov";
-}
-
-void check_size(Size size) {
-    // As FFmpeg reckons for any picture, with some room around it.
-    if ((size.width + 128LL) * (size.height + 128LL) >= INT_MAX / 8) {
-        throw UsageError("--size: no picture of more than about 268 million pixels can be made, such as 23040x11520");
-    }
-    if (size.width != 2 * size.height) {
-        console().tell("--size: a panorama is twice as wide as high; viewers will show this one distorted");
-    }
 }
 
 class Export : public Command {
@@ -79,15 +59,18 @@ class Export : public Command {
         from_pictures_ = lenses_[0].is_picture && lenses_[1].is_picture;
         makes_picture_ = preview_ || from_pictures_;
         choose_output();
-        check_starts();
+        check_starts(arguments_.pair, lenses_);
         if (arguments_.band) {
             check_band(*arguments_.band);
         }
         if (!makes_picture_) {
-            check_sound(parser().get_option("--sound")->count() > 0);
+            tell(check_sound(arguments_, parser().get_option("--sound")->count() > 0));
         }
         tell_what_may_surprise();
-        ExportJob job = complete_job();
+        ExportJob job = complete_job(arguments_, lenses_);
+        if (preview_ && !arguments_.quality) {
+            job.options.quality = 0;  // what is enough for one
+        }
         if (match_ && !match(&job)) {
             return end_cancelled();
         }
@@ -97,7 +80,7 @@ class Export : public Command {
     void choose_output() {
         const std::string& lens1 = arguments_.pair.lens[0];
         std::string& output = arguments_.output;
-        output = output_file(output, lens1, usual_ending(preview_, makes_picture_, lens1));
+        output = output_file(output, lens1, preview_ ? "-preview.jpg" : usual_ending(makes_picture_, lens1));
         if (makes_picture_ && !ends_in(output, {".jpg", ".jpeg"})) {
             throw UsageError(printable(output) + (preview_ ? ": a preview is" : ": two pictures make") +
                              " a picture; let its name end in .jpg");
@@ -108,31 +91,6 @@ class Export : public Command {
         check_output(output, force_ || dry_run_, {lens1, arguments_.pair.lens[1], arguments_.band.value_or("")});
     }
 
-    void check_starts() const {
-        for (int i = 0; i < 2; ++i) {
-            if (lenses_[i].has_length() && arguments_.pair.start(i) >= lenses_[i].duration) {
-                throw CommandError(printable(arguments_.pair.lens[i]) + ": lasts " + decimal_text(lenses_[i].duration) +
-                                   " seconds, so nothing of it is left at the start asked for");
-            }
-        }
-    }
-
-    // That the chosen input has the sound, where it was asked for.
-    void check_sound(bool asked_for) const {
-        if (arguments_.sound < 0 || has_sound(arguments_.pair.lens[arguments_.sound])) {
-            return;
-        }
-        const std::string silent = printable(arguments_.pair.lens[arguments_.sound]) + ": has no sound";
-        const int other = 1 - arguments_.sound;
-        const std::string way_out = has_sound(arguments_.pair.lens[other])
-                                        ? "; --sound " + std::to_string(other + 1) + " takes that of the other lens"
-                                        : "";
-        if (asked_for) {
-            throw CommandError(silent + (way_out.empty() ? "; --sound none leaves it out" : way_out));
-        }
-        console().tell(silent + way_out);
-    }
-
     void tell_what_may_surprise() {
         if (arguments_.size) {
             check_size(*arguments_.size);
@@ -141,43 +99,25 @@ class Export : public Command {
         if (!idle.empty()) {
             console().tell(idle + ": of no effect on what is made here");
         }
-        const PairArguments& pair = arguments_.pair;
-        if (!makes_picture_ && lenses_[0].has_length() && lenses_[1].has_length()) {
-            double left[2];
-            for (int i = 0; i < 2; ++i) {
-                left[i] = std::min(lenses_[i].duration, pair.end(i).value_or(lenses_[i].duration)) - pair.start(i);
-            }
-            if (std::abs(left[0] - left[1]) > 1.5 * lenses_[0].frame_seconds()) {
-                console().tell(printable(pair.lens[0]) + " gives " + decimal_text(left[0]) + " seconds, " +
-                               printable(pair.lens[1]) + " " + decimal_text(left[1]) +
-                               ": the panorama ends with the shorter");
-            }
+        if (!makes_picture_) {
+            tell(uneven_lengths(arguments_.pair, lenses_));
         }
     }
 
-    ExportJob complete_job() const {
-        ExportJob job = job_of(arguments_);
-        if (!job.date) {
-            job.date = lenses_[0].datetime;
+    static void tell(const std::string& notice) {
+        if (!notice.empty()) {
+            console().tell(notice);
         }
-        if (preview_ && !arguments_.quality) {
-            job.options.quality = 0;  // what is enough for one
-        }
-        return job;
     }
 
     // Whether it was not stopped.
-    bool match(ExportJob* job) const {
+    static bool match(ExportJob* job) {
         Json reply;
         const std::optional<Proposal> proposal = propose(*job, &reply);
         if (!proposal) {
             return false;
         }
-        if (!proposal->warning().empty()) {
-            throw CommandError(printable(proposal->warning()) + "; --match cannot be used here");
-        }
-        proposal->apply(job);
-        console().tell(proposal->options().empty() ? "The lenses meet already." : "Matched: " + proposal->options());
+        console().tell(apply_match(*proposal, job));
         return true;
     }
 

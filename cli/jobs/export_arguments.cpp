@@ -28,15 +28,14 @@ void add_look(CLI::App& app, ExportArguments& arguments) {
     add_text(app, "--band", arguments.band, "FILE", "lay this picture, an opaque strip, over the seam");
 }
 
-void add_coding(CLI::App& app, ExportArguments& arguments) {
+void add_coding(CLI::App& app, ExportArguments& arguments, const char* jobs) {
     add_parsed(app, "--quality", arguments.quality, parse_quality, "N", "of a picture, 1 to 100 (95)");
     add_parsed(app, "--bit-rate", arguments.bit_rate, parse_bit_rate, "RATE",
                "of a movie in bits per second, such as 40M (that of the inputs)");
     add_parsed(app, "--sound", arguments.sound, parse_sound, "1|2|none", "whose sound the movie gets (1)");
     app.add_flag("--aac", arguments.aac, "write the sound as AAC, which sites take, not as PCM");
     app.add_flag("--web", arguments.web, "put a movie's index in front, so that it plays while it loads");
-    add_parsed(app, "--jobs", arguments.jobs, parse_jobs, "N",
-               "make so many parts of a movie at a time (one per core); the file is the same for any number");
+    add_parsed(app, "--jobs", arguments.jobs, parse_jobs, "N", jobs);
 }
 
 }  // namespace
@@ -46,8 +45,13 @@ void add_export_arguments(CLI::App& app, ExportArguments& arguments) {
     app.add_option("OUT", arguments.output,
                    "panorama: .jpg of two pictures, .mov or .mp4 of movies; in a folder it is called after LENS1")
         ->required();
+    add_panorama_options(app, arguments,
+                         "make so many parts of a movie at a time (one per core); the file is the same for any number");
+}
+
+void add_panorama_options(CLI::App& app, ExportArguments& arguments, const char* jobs) {
     add_look(app, arguments);
-    add_coding(app, arguments);
+    add_coding(app, arguments, jobs);
     add_range(app, arguments.pair);
     add_text(app, "--date", arguments.date, "TEXT", "capture date in the metadata (that of lens 1)");
     app.add_flag("--partial", arguments.partial, "export what there is of inputs that are damaged or cut short");

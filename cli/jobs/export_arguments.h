@@ -35,6 +35,9 @@ struct ExportArguments {
 
 void add_export_arguments(CLI::App& app, ExportArguments& arguments);
 
+// Those that are not files: what is made of any shot. `jobs` says what --jobs counts.
+void add_panorama_options(CLI::App& app, ExportArguments& arguments, const char* jobs);
+
 // The job with the command's own defaults or, where it is to be exact, the library's. The times are still those of the
 // first and the last frame that are meant.
 ExportJob job_of(const ExportArguments& arguments);

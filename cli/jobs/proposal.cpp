@@ -116,15 +116,9 @@ std::string Proposal::words() const {
            percent_text(confidence_) + ".";
 }
 
-std::optional<Proposal> propose(const ExportJob& job, Json* reply) {
-    const Stoppable stoppable("these pictures are compared");
-    Progress progress("places", false);
-    const Outcome outcome = match_lenses(job, [&](NQ360_STATE state, const std::string& told) {
-        const int64_t count = last_number(told, "frame_count");
-        state == NQ360_STARTED ? progress.begin(count) : progress.advance(count);
-        return interrupted();
-    });
-    if (interrupted()) {
+std::optional<Proposal> propose(const ExportJob& job, const ReplyHandler& handler, Json* reply) {
+    const Outcome outcome = match_lenses(job, handler);
+    if (outcome.state == NQ360_CANCELLED) {
         return {};
     }
     *reply = read_match(outcome.reply);
@@ -132,4 +126,16 @@ std::optional<Proposal> propose(const ExportJob& job, Json* reply) {
         throw CommandError(export_failure(*reply, job));
     }
     return Proposal(*reply, job);
+}
+
+std::optional<Proposal> propose(const ExportJob& job, Json* reply) {
+    const Stoppable stoppable("these pictures are compared");
+    Progress progress("places", false);
+    const auto show = [&progress](NQ360_STATE state, const std::string& told) {
+        const int64_t count = last_number(told, "frame_count");
+        state == NQ360_STARTED ? progress.begin(count) : progress.advance(count);
+        return interrupted();
+    };
+    std::optional<Proposal> proposal = propose(job, show, reply);
+    return interrupted() ? std::nullopt : proposal;
 }

@@ -47,6 +47,9 @@ class Proposal {
     std::string warning_;
 };
 
-// Matches the lenses; nothing when a signal came. Throws CommandError when they cannot be matched. `reply` receives the
-// library's.
+// Matches the lenses; nothing when the handler stopped it. Throws CommandError when they cannot be matched. `reply`
+// receives the library's.
+std::optional<Proposal> propose(const ExportJob& job, const ReplyHandler& handler, Json* reply);
+
+// The same with a bar, until a signal comes.
 std::optional<Proposal> propose(const ExportJob& job, Json* reply);
