@@ -27,7 +27,8 @@ constexpr const char* kFooter =
 // allowed, and loses its way when "--" comes after a first name. What is not an option is a path here, so that
 // both can be written as it understands them.
 std::vector<std::string> arguments_of(int argc, char** argv) {
-    const bool takes_many = argc > 1 && std::string(argv[1]) == "analyze";
+    const std::string command = argc > 1 ? argv[1] : "";
+    const bool takes_many = command == "analyze" || command == "batch";
     std::vector<std::string> arguments;
     bool names_only = false;
     for (int i = 1; i < argc; ++i) {
@@ -88,6 +89,7 @@ int parse_and_run(int argc, char** argv) {
     Commands commands;
     commands.push_back(make_analyze(app));
     commands.push_back(make_export(app));
+    commands.push_back(make_batch(app));
     commands.push_back(make_match(app));
     commands.push_back(make_audio(app));
     commands.push_back(make_space(app));

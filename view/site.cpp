@@ -23,7 +23,6 @@ constexpr int kMostPreviewWidth = 4096;                      // what any graphic
 constexpr int kMostWatchers = 12;                            // half of the threads
 constexpr std::chrono::milliseconds kProgressPatience(250);  // how soon is noticed that all ends
 constexpr int kQuietTurns = 40;                              // after so many a watcher is tried by a comment
-constexpr unsigned long long kHeadroom = 50ULL << 20;        // what the library asks for beyond the inputs
 
 // No script, style or picture but the page's own; pictures and sounds out of its memory, which the sphere needs.
 const httplib::Headers kAlways = {

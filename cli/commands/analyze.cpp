@@ -20,11 +20,6 @@ namespace {
 constexpr int kThumbnailWidth = 320;
 constexpr int kMostJobs = 256;
 
-std::string padded(const std::string& text, size_t width) {
-    const size_t used = display_width(text);
-    return text + std::string(used < width ? width - used : 0, ' ') + "  ";
-}
-
 std::string row(const std::string& type, const std::string& size, const std::string& length, const std::string& frames,
                 const std::string& is_360, const std::string& damaged, const std::string& date,
                 const std::string& source, const std::string& name) {

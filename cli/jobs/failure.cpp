@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr unsigned long long kHeadroom = 50ULL << 20;  // what the library asks for beyond the inputs
-
 std::string join(const std::string& name, const std::string& what) {
     return (name.empty() ? "\"\"" : printable(name)) + ": " + what;
 }

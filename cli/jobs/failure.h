@@ -6,6 +6,9 @@
 #include "jobs/library.h"
 #include "jobs/replies.h"
 
+// Bytes that the library asks for on a volume beyond the inputs' sizes.
+constexpr unsigned long long kHeadroom = 50ULL << 20;
+
 // "NAME: what is wrong; what to do", printable. `thumbnail` is where one was to go, or empty.
 std::string analysis_failure(const Json& error, const std::string& path, const std::string& thumbnail);
 std::string no_picture(const std::string& path);  // an analysis that ended well and found none

@@ -180,6 +180,11 @@ size_t display_width(std::string_view text) {
     return width;
 }
 
+std::string padded(const std::string& text, size_t width) {
+    const size_t used = display_width(text);
+    return text + std::string(used < width ? width - used : 0, ' ') + "  ";
+}
+
 std::string fitted(std::string_view text, int columns) {
     std::string result;
     while (!text.empty() && columns-- > 0) {

@@ -51,5 +51,8 @@ std::string printable(std::string_view text);
 // Characters of a printable text.
 size_t display_width(std::string_view text);
 
+// A column of a table.
+std::string padded(const std::string& text, size_t width);
+
 // The text, or as much of its beginning as fits.
 std::string fitted(std::string_view text, int columns);

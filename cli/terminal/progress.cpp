@@ -75,25 +75,31 @@ std::string Progress::figures(int64_t done) const {
 }
 
 std::string Progress::bar(int64_t done) const {
-    std::string text = figures(done);
+    const std::string text = figures(done);
     if (total_ <= 0) {
         return fitted(text, console().columns() - 1);
     }
-    const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
+    return bar_text(static_cast<double>(done) / static_cast<double>(total_), text);
+}
+
+std::string bar_text(double share, const std::string& figures, const std::string& name) {
+    const double held = std::clamp(share, 0.0, 1.0);
     char percent[16];
-    std::snprintf(percent, sizeof(percent), "%3d %% ", static_cast<int>(share * 100));
+    std::snprintf(percent, sizeof(percent), "%3d %% ", static_cast<int>(held * 100));
     // Two brackets, a blank after them, and the last column, where some terminals would begin a new line.
     const int columns = console().columns();
-    const int width = std::min(columns - static_cast<int>(display_width(percent + text)) - 4, kMostBar);
+    const int room = columns - static_cast<int>(display_width(percent + figures)) - 4;
+    const std::string shown = fitted(name, std::max(room - kLeastBar, 0));
+    const int width = std::min(room - static_cast<int>(display_width(shown)), kMostBar);
     if (width < kLeastBar) {
-        return fitted(percent + text, columns - 1);
+        return fitted(percent + figures, columns - 1);
     }
-    const int filled = static_cast<int>(share * width);
+    const int filled = static_cast<int>(held * width);
     const std::string full(static_cast<size_t>(filled), '#');
     const std::string rest(static_cast<size_t>(width - filled), '.');
     const bool colored = console().colored();
     return std::string(percent) + "[" + (colored ? "\033[32m" : "") + full + (colored ? "\033[0m" : "") + rest + "] " +
-           text;
+           figures + shown;
 }
 
 std::string clock_text(double seconds) {

@@ -32,6 +32,9 @@ class Progress {
     Clock::time_point drawn_{};
 };
 
+// A bar and its figures, fitted to the terminal; `name` stands behind them as far as there is room.
+std::string bar_text(double share, const std::string& figures, const std::string& name = "");
+
 // "0:07", "12:34" or "1:02:03".
 std::string clock_text(double seconds);
 
