@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size >= 2 && data[0] == 0xFF && data[1] == 0xD8) {
         write_into(path, [&](const char* name) { write_picture_metadata(name, 64, 32, kept, date.c_str()); });
     } else {
-        write_into(path, [&](const char* name) { write_movie_metadata(name, 64, 32, kept, date.c_str()); });
+        write_into(path,
+                   [&](const char* name) { write_movie_metadata(name, 64, 32, movie_texts(kept, date.c_str())); });
         write_into(path, [](const char* name) { move_index_to_front(name); });
     }
     return 0;

@@ -202,6 +202,10 @@ typedef struct NQ360_EXPORT_OPTIONS {
     int workers;        /**< of a movie, whose pairs of frames are then encoded in parts of 120 that depend on nothing
                              before them: how many parts are made at a time, 1 to 256, or -1 for one per core. Its
                              bytes are the same for any number. 0 (init): one encoder for all of it, without parts. */
+    int part;           /**< of a movie that several machines make: 1 to `parts`. Then output is not the movie but a
+                             file of this share of the parts of 120, for #NQ360_join; the first has the sound of the
+                             whole movie. workers 0 is as 1. Init: 0. */
+    int parts;          /**< how many such files there will be: 1 to 100000; 0 (init): the whole movie */
     int whole_inputs_only; /**< 1: an input that cannot be read whole is refused, and the reply says how much is there.
                                 0 (init): what can be read is exported. */
 
@@ -227,6 +231,38 @@ void NQ360_export_options_init(NQ360_EXPORT_OPTIONS* options);
  * @return the state of the last reply; #NQ360_FAILED for null
  */
 int NQ360_export_with(const NQ360_EXPORT_OPTIONS* options);
+
+/** What is to be joined. */
+typedef struct NQ360_JOIN_OPTIONS {
+    size_t size;              /**< of this record; set by init */
+    const char* const* files; /**< all files that #NQ360_export_with made of one movie's shares, in any order */
+    size_t file_count;        /**< how many: 1 to 100000 */
+    const char* output;       /**< the movie. Must be a regular file or none yet. */
+    const char* cancel_path;  /**< as for #NQ360_export_with. Init: null. */
+    NQ360_REPLY reply;        /**< may be null (init) */
+    NQ360_LOG log;            /**< null (init): log lines go to the standard error stream */
+    void* user;               /**< handed to reply and log. Init: null. */
+} NQ360_JOIN_OPTIONS;
+
+/**
+ * Fills the record.
+ *
+ * @param options  null is allowed
+ */
+void NQ360_join_options_init(NQ360_JOIN_OPTIONS* options);
+
+/**
+ * Puts the shares of a movie together, without coding anything anew: the result is that of one #NQ360_export_with with
+ * the same values and workers other than 0, in every byte, on any machine with this version of the library.
+ *
+ * Replies as of #NQ360_export, "movie_path1" being the file that something is wrong with, else the first one. Files
+ * that are not all shares of one movie, each once, or that are damaged: errnum 30001, and "api_errstr" says what is
+ * wrong. A bad value: 30005.
+ *
+ * @param options  the record
+ * @return the state of the last reply; #NQ360_FAILED for null
+ */
+int NQ360_join(const NQ360_JOIN_OPTIONS* options);
 
 /** What is to be told of a file. */
 typedef struct NQ360_ANALYZE_OPTIONS {

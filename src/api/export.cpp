@@ -7,7 +7,9 @@
 #include "api/client.h"
 #include "api/inputs.h"
 #include "api/options.h"
+#include "api/panorama_metadata.h"
 #include "api/reply.h"
+#include "api/share_texts.h"
 #include "api/unexpected.h"
 #include "base/files.h"
 #include "base/log.h"
@@ -17,7 +19,6 @@
 #include "media/libavif.h"
 #include "metadata/jpeg.h"
 #include "metadata/keep.h"
-#include "metadata/mov.h"
 #include "metadata/spherical.h"
 
 namespace {
@@ -43,25 +44,19 @@ int64_t total_frames(libavIF* media, const OutputOption& option) {
 // is to be kept.
 void write_metadata(const Paths& paths, bool picture, const OutputOption& option) {
     const ImageSize size = option.output_size;
-    if (option.keep_metadata) {
-        const KeptMetadata kept = read_kept_metadata(paths.movie1);
-        (picture ? write_picture_metadata : write_movie_metadata)(paths.written, size.width, size.height, kept,
-                                                                  option.datetime);
+    const char* datetime = option.datetime ? option.datetime : "";
+    if (!picture) {
+        const bool keep = option.keep_metadata;
+        write_metadata_of_movie(
+            paths.written, size, datetime,
+            keep ? std::optional(movie_texts(read_kept_metadata(paths.movie1), datetime)) : std::nullopt, option.web);
+    } else if (option.keep_metadata) {
+        write_picture_metadata(paths.written, size.width, size.height, read_kept_metadata(paths.movie1), datetime);
     } else {
-        const TextPtr text(
-            TALUMO360ViewerMetadata(picture, size.width, size.height, option.datetime ? option.datetime : ""));
-        if (picture) {
-            _jpeg file(paths.written, true);
-            file.wtire_xmp_data(text.get());
-            file.close_stream();
-        } else {
-            _mov file(paths.written, true);
-            file.wtire_xml_data(text.get());
-            file.close_stream();
-        }
-    }
-    if (!picture && option.web) {
-        move_index_to_front(paths.written);
+        const TextPtr text(TALUMO360ViewerMetadata(true, size.width, size.height, datetime));
+        _jpeg file(paths.written, true);
+        file.wtire_xmp_data(text.get());
+        file.close_stream();
     }
 }
 
@@ -82,8 +77,12 @@ int write_panorama(const Paths& paths, const char* cancel_path, bool both_pictur
     if (media.open_input_file(0) != 0 || media.open_input_file(1) != 0) {
         return fail(paths, "Could not open file", media.error_text, 30001, media.error_code, json_out);
     }
-    const int64_t total = total_frames(&media, *option);
+    const int64_t shares = std::max(option->share.count, 1);
+    const int64_t total = (total_frames(&media, *option) + shares - 1) / shares;
     option->update_frame = nq360_update_frame(total);
+    if (option->share.count > 0 && option->keep_metadata) {
+        add_metadata(movie_texts(read_kept_metadata(paths.movie1), option->datetime), &option->share);
+    }
     ReportProgress report;
     if (client.listens()) {
         report = [&](NQ360_STATE state, int64_t frames) {
@@ -102,7 +101,9 @@ int write_panorama(const Paths& paths, const char* cancel_path, bool both_pictur
                    : fail(paths, "Could not write video", media.error_text, 39999, media.error_code, json_out);
     }
     media.close_input_file();
-    write_metadata(paths, both_pictures, *option);
+    if (option->share.count == 0) {
+        write_metadata(paths, both_pictures, *option);
+    }
     char* reply = make_json_result3(paths.movie1, paths.movie2, paths.output, NQ360_FINISHED, ~0ULL);
     const std::string missing = missing_text(media);
     *json_out = missing.empty() ? reply : with_key(reply, "missing", "\"" + missing + "\"");
@@ -147,6 +148,12 @@ OutputOption output_option_of(const NQ360_EXPORT_OPTIONS& options, Interface int
     option.keep_metadata = options.keep_metadata != 0;
     option.web = options.web != 0;
     option.workers = options.workers;
+    if (options.parts > 0) {
+        option.workers = options.workers == 0 ? 1 : options.workers;
+        option.share.number = options.part;
+        option.share.count = options.parts;
+        add_options(options, &option.share);
+    }
     option.looks_for_missing_parts = true;
     option.read_what_is_there = options.whole_inputs_only == 0;
     option.cancel_at_every_frame = true;

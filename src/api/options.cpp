@@ -109,6 +109,8 @@ std::string fault_of(const NQ360_EXPORT_OPTIONS& options) {
     check.flag("keep_metadata", options.keep_metadata);
     check.flag("web", options.web);
     check.range("workers", options.workers, -1, 256);
+    check.range("parts", options.parts, 0, 100000);
+    check.range("part", options.part, std::min(options.parts, 1), options.parts);
     check.flag("whole_inputs_only", options.whole_inputs_only);
     return check.fault();
 }
@@ -129,6 +131,16 @@ std::string fault_of(const NQ360_AUDIO_OPTIONS& options) {
     if (options.bit_rate != 0) {
         check.range("bit_rate", options.bit_rate, 8000LL, 512000LL);
     }
+    return check.fault();
+}
+
+std::string fault_of(const NQ360_JOIN_OPTIONS& options) {
+    Check check;
+    check.size(options);
+    if (!options.files) {
+        return check.fault().empty() ? "files: must not be null" : check.fault();
+    }
+    check.range("file_count", options.file_count, size_t{1}, size_t{100000});
     return check.fault();
 }
 
@@ -155,6 +167,13 @@ void NQ360_analyze_options_init(NQ360_ANALYZE_OPTIONS* options) {
 void NQ360_audio_options_init(NQ360_AUDIO_OPTIONS* options) {
     if (options) {
         *options = NQ360_AUDIO_OPTIONS();
+        options->size = sizeof(*options);
+    }
+}
+
+void NQ360_join_options_init(NQ360_JOIN_OPTIONS* options) {
+    if (options) {
+        *options = NQ360_JOIN_OPTIONS();
         options->size = sizeof(*options);
     }
 }

@@ -10,6 +10,7 @@
 std::string fault_of(const NQ360_EXPORT_OPTIONS& options);
 std::string fault_of(const NQ360_ANALYZE_OPTIONS& options);
 std::string fault_of(const NQ360_AUDIO_OPTIONS& options);
+std::string fault_of(const NQ360_JOIN_OPTIONS& options);
 
 // The words of a fault that has to do with how the picture is to look alone, for jobs that write no file.
 std::string fault_of_look(const NQ360_EXPORT_OPTIONS& options);

@@ -105,6 +105,11 @@ uint64_t nq360_freesize(const char* path) {
     return bytes;
 }
 
+bool has_room(const char* output_path, uint64_t bytes) {
+    const uint64_t room = nq360_freesize(output_path);
+    return room >= bytes && room - bytes >= static_cast<uint64_t>(kRequiredHeadroom);
+}
+
 int check_freesize(const char* input1, const char* input2, const char* output_path) {
     // Unsigned, so that an input that vanished (all ones) adds one byte of room; deliberate.
     const uint64_t size1 = input1 ? nq360_filesize(input1, nullptr) : 0;

@@ -33,5 +33,8 @@ uint64_t nq360_filesize(const char* path, bool* is_dir);
 // Bytes free to an unprivileged user on the volume of the path; see NQ360_freesize.
 uint64_t nq360_freesize(const char* path);
 
+// Whether the path's volume has room for so many bytes and 50 MiB besides.
+bool has_room(const char* output_path, uint64_t bytes);
+
 // 0 when the output's volume has room for both inputs (null: none) and more than 50 MiB besides, else -1.
 int check_freesize(const char* input1, const char* input2, const char* output_path);

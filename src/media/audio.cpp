@@ -13,6 +13,7 @@ extern "C" {
 #include "media/ffmpeg_ptr.h"
 #include "media/libavif.h"
 #include "media/output_closer.h"
+#include "media/share_file.h"
 
 namespace {
 
@@ -68,7 +69,12 @@ int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
         return fail(AVERROR_STREAM_NOT_FOUND);
     }
     const AVStream* source = input_format[input]->streams[audio_stream_index[input]];
-    audio_codec = avcodec_find_encoder(codec_id);
+    const int64_t rate = bit_rate ? bit_rate : audio_decoder[input]->bit_rate;
+    return open_sound_stream({codec_id, source->codecpar->sample_rate, rate});
+}
+
+int libavIF::open_sound_stream(const SoundSettings& settings) {
+    audio_codec = avcodec_find_encoder(settings.codec);
     if (!audio_codec) {
         return fail(AVERROR_EXIT, "Colud not find encoder");
     }
@@ -80,21 +86,20 @@ int libavIF::add_audio_stream(AVCodecID codec_id, int bit_rate) {
     if (!encoder) {
         return fail(AVERROR(ENOMEM));
     }
-    const int sample_rate = source->codecpar->sample_rate;
     encoder->sample_fmt = first_sample_format(audio_codec);
-    encoder->codec_id = codec_id;
-    encoder->sample_rate = sample_rate;
-    encoder->bit_rate = bit_rate ? bit_rate : audio_decoder[input]->bit_rate;
+    encoder->codec_id = settings.codec;
+    encoder->sample_rate = settings.sample_rate;
+    encoder->bit_rate = settings.bit_rate;
     if (encoder->bit_rate < 0) {
         return fail(AVERROR(EINVAL));  // as FFmpeg does, which would print a line about it
     }
-    if (codec_id == AV_CODEC_ID_AAC && (output_format->oformat->flags & AVFMT_GLOBALHEADER)) {
+    if (settings.codec == AV_CODEC_ID_AAC && (output_format->oformat->flags & AVFMT_GLOBALHEADER)) {
         encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }
     encoder->ch_layout = kStereo;
     encoder->log_level_offset = kErrorsOnly;
     audio_stream->id = static_cast<int>(output_format->nb_streams) - 1;
-    audio_stream->time_base = {1, sample_rate};
+    audio_stream->time_base = {1, settings.sample_rate};
     error_code = avcodec_open2(encoder.get(), audio_codec, nullptr);
     if (error_code >= 0) {
         error_code = avcodec_parameters_from_context(audio_stream->codecpar, encoder.get());
@@ -251,13 +256,15 @@ int libavIF::encode_audio_frame(AVFrame* frame, int* got_packet) {
     packet->stream_index = audio_stream->index;
     // AAC begins before the first sample, with what its decoder needs for it; the container leaves that unheard.
     if (packet->pts >= 0 || audio_encoder_context->codec_id == AV_CODEC_ID_AAC) {
-        // Straight to the file: pictures alone go through the muxer's interleaving; deliberate.
-        result = av_write_frame(output_format, packet.get());
-        if (result < 0) {
-            return fail(result);
-        }
+        return write_sound_packet(packet.get());
     }
     return 0;
+}
+
+int libavIF::write_sound_packet(AVPacket* packet) {
+    // Straight to the file: pictures alone go through the muxer's interleaving; deliberate.
+    const int result = share_file ? share_file->write_sound(packet) : av_write_frame(output_format, packet);
+    return result < 0 ? fail(result) : 0;
 }
 
 int libavIF::wtire_audio2(int input, AVPacket* packet, int* finished, int frame_size, float start, float end) {

@@ -168,6 +168,7 @@ libavIF::libavIF(const char* path1, const char* path2)
       video_bit_rate(0),
       sound_codec(AV_CODEC_ID_PCM_S16LE),
       sound_input(-1),
+      share_file(nullptr),
       quick_thumbnail(false),
       resampled{0, AV_SAMPLE_FMT_NONE, 0} {
     replace_string(input_name[0]);

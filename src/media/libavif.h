@@ -21,14 +21,32 @@ extern "C" {
 #include "media/output_file.h"
 #include "projection/image_frame.h"
 
+class ShareWriter;
 struct OutputOption;
 struct PartPlan;
+struct ShareHeader;
+struct ShareSet;
 
 // The streams of an input that a job needs, besides what it happens to read.
 struct StreamsNeeded {
     bool video = false;
     bool sound = false;
     bool whole = true;  // it is an error when one of them is cut off, and not only noted in `missing`
+};
+
+// What the streams of an output are made with, beside what is the same for all outputs.
+struct VideoSettings {
+    AVCodecID codec;
+    int width;
+    int height;
+    int64_t bit_rate;
+    AVRational frame_time;   // of the encoder's ticks
+    AVRational stream_time;  // of the stream's
+};
+struct SoundSettings {
+    AVCodecID codec;
+    int sample_rate;
+    int64_t bit_rate;
 };
 
 class libavIF {
@@ -96,6 +114,8 @@ class libavIF {
     // Adds the video stream and opens its encoder. `source` chooses the input whose bit rate and time base are
     // followed: 0, 1, or any other value for the input of the longer container duration.
     int add_video_stream(AVCodecID codec_id, int width, int height, int source);
+    // The same with settings that are known.
+    int open_video_stream(const VideoSettings& settings);
 
     // Encodes and writes a frame. A null frame flushes: 0 while packets come, 1 when there are no more.
     int write_video_frame(AVFrame* frame);
@@ -114,6 +134,11 @@ class libavIF {
     int write_video(const char* export_path, const char* cancel_path, OutputOption option,
                     const ReportProgress& report);
 
+    // Writes the movie whose shares were made apart, without its metadata. Throws a ShareFault for one that cannot be
+    // joined.
+    int write_joined(const char* export_path, const char* cancel_path, const ShareSet& shares,
+                     const ReportProgress& report);
+
     // --- sound ---
 
     // Writes the sound of input 0 alone, as 16-bit stereo PCM, its progress counted in packets. AVERROR_EXIT with
@@ -122,6 +147,7 @@ class libavIF {
 
     // The steps of the sound: the output stream with its encoder, the resampler to it, and the samples' queue.
     int add_audio_stream(AVCodecID codec_id, int bit_rate);
+    int open_sound_stream(const SoundSettings& settings);
     int init_swr_context();
     int init_audio_fifo();
 
@@ -197,6 +223,7 @@ class libavIF {
     int64_t video_bit_rate;        // bits per second; 0: as of the inputs
     AVCodecID sound_codec;         // of the sound that is written: PCM unless set otherwise
     int sound_input;               // whose sound is to be written: 0, 1, or -1 for the first that has any
+    ShareWriter* share_file;       // where packets go in the place of the output's own file; borrowed, mostly null
     bool quick_thumbnail;          // made of a picture that is decoded no finer than it needs, where that is possible
 
   private:
@@ -237,6 +264,8 @@ class libavIF {
     int decode_and_check(AVFrame* frame);
 
     int open_video_output(const char* export_path, const OutputOption& option);
+    int add_video_streams(const OutputOption& option);
+    int begin_video();
     int check_video_output(ImageSize size);
     void seek_to_start(int which, float start);
     void equalize_lengths(OutputOption* option) const;
@@ -245,9 +274,16 @@ class libavIF {
                    bool in_parts, bool* starts_over);
     int write_parts(const OutputOption& option, const PartPlan& plan, const char* cancel_path,
                     const ReportProgress& report, bool* starts_over);
+    int write_share(const char* export_path, const char* cancel_path, const OutputOption& option, const PartPlan* plan,
+                    const ReportProgress& report);
+    ShareHeader share_header(const OutputOption& option, const PartPlan* plan) const;
+    int join_streams(const ShareSet& shares);
+    int join_packets(const ShareSet& shares, const char* cancel_path, const ReportProgress& report);
+    int write_sound_packet(AVPacket* packet);
     int stop();
     int report_unwritten(int result);
     int report_failed_step(int result, const char* step);
+    int finish_streams();
     int finish_video();
 
     int sound_source() const;

@@ -11,6 +11,7 @@ extern "C" {
 #include "media/frame_ticks.h"
 #include "media/jpeg_quality.h"
 #include "media/libavif.h"
+#include "media/share_file.h"
 
 namespace {
 
@@ -119,6 +120,20 @@ int libavIF::add_video_stream(AVCodecID codec_id, int picture_width, int picture
     }
     const AVStream* source_stream = input_format[input]->streams[index];
 
+    VideoSettings settings = {};
+    settings.codec = codec_id;
+    settings.width = picture_width;
+    settings.height = picture_height;
+    settings.bit_rate = codec_id == AV_CODEC_ID_H264 && video_bit_rate > 0
+                            ? video_bit_rate
+                            : scaled_bit_rate(video_decoder[input], codec_id, picture_width, picture_height);
+    settings.frame_time = {static_cast<int>(kFrameTicks), source_stream->time_base.den};
+    settings.stream_time = source_stream->time_base;
+    return open_video_stream(settings);
+}
+
+int libavIF::open_video_stream(const VideoSettings& settings) {
+    const AVCodecID codec_id = settings.codec;
     video_codec = find_video_encoder(codec_id);
     if (!video_codec) {
         return fail(AVERROR_EXIT, "Colud not finde encoder");
@@ -134,23 +149,20 @@ int libavIF::add_video_stream(AVCodecID codec_id, int picture_width, int picture
     }
     AVCodecContext* encoder = video_encoder_context;
     encoder->codec_id = codec_id;
-    encoder->bit_rate = scaled_bit_rate(video_decoder[input], codec_id, picture_width, picture_height);
-    if (codec_id == AV_CODEC_ID_H264 && video_bit_rate > 0) {
-        encoder->bit_rate = video_bit_rate;
-    }
+    encoder->bit_rate = settings.bit_rate;
     if (codec_id == AV_CODEC_ID_MJPEG && picture_quality > 0) {
         encoder->flags |= AV_CODEC_FLAG_QSCALE;
         encoder->global_quality = FF_QP2LAMBDA * jpeg_quantiser(picture_quality);
         encoder->qmin = 1;  // else quantisers end at 2
     }
-    encoder->width = picture_width;
-    encoder->height = picture_height;
-    encoder->time_base = {static_cast<int>(kFrameTicks), source_stream->time_base.den};
+    encoder->width = settings.width;
+    encoder->height = settings.height;
+    encoder->time_base = settings.frame_time;
     encoder->pix_fmt = encoder_pixel_format(video_codec);
     encoder->color_range = codec_id == AV_CODEC_ID_MJPEG ? AVCOL_RANGE_JPEG : AVCOL_RANGE_UNSPECIFIED;
     encoder->log_level_offset = kErrorsOnly;
     if (codec_id == AV_CODEC_ID_H264) {
-        video_stream->time_base = source_stream->time_base;
+        video_stream->time_base = settings.stream_time;
     }
     if (output_format->oformat->flags & AVFMT_GLOBALHEADER) {
         encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
@@ -186,7 +198,7 @@ int libavIF::write_video_packet(int encode_result, AVPacket* packet) {
         packet->duration = kFrameTicks;  // a player that adds up durations needs the last one too
     }
     // Times go in the encoder's units, deliberately unscaled: the stream's time base and the step fit them.
-    error_code = av_interleaved_write_frame(output_format, packet);
+    error_code = share_file ? share_file->write_picture(packet) : av_interleaved_write_frame(output_format, packet);
     return error_code < 0 ? fail(error_code) : 1;
 }
 

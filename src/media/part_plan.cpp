@@ -117,6 +117,10 @@ int64_t MovieFrames::key_before(int64_t frame) const {
     return frame;
 }
 
+std::array<int64_t, 2> PartPlan::pairs_of_share(int64_t number, int64_t count) const {
+    return {parts() * (number - 1) / count * part_pairs, std::min(parts() * number / count * part_pairs, pair_count())};
+}
+
 std::optional<PartPlan> plan_parts(const libavIF& media, const OutputOption& option) {
     const float starts[2] = {option.start1, option.start2};
     const float ends[2] = {option.end1, option.end2};

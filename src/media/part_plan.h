@@ -38,6 +38,9 @@ struct PartPlan {
 
     int64_t parts() const { return (pair_count() + part_pairs - 1) / part_pairs; }
     int64_t pair_count() const { return static_cast<int64_t>(pairs.size()); }
+
+    // The pairs, from the first up to the end, of a share's parts: whole parts, as evenly as can be.
+    std::array<int64_t, 2> pairs_of_share(int64_t number, int64_t count) const;
 };
 
 // Finds which frames a plain export of `media`, whose inputs are open, would pair. Nothing when only decoding one frame

@@ -12,6 +12,7 @@
 #include "media/output_option.h"
 #include "media/part.h"
 #include "media/part_encoder.h"
+#include "media/share_file.h"
 #include "projection/parallel.h"
 
 namespace {
@@ -28,6 +29,7 @@ class SoundBeside {
     // Up to the packet of the input's picture in the pair.
     int write_to(const std::array<int64_t, 2>& pair);
     int write_rest();
+    bool is_done() const { return is_done_; }
     const char* failed_step() const { return failed_step_; }
 
   private:
@@ -45,7 +47,8 @@ class SoundBeside {
 
 SoundBeside::SoundBeside(libavIF* media, const OutputOption& option, const PartPlan& plan)
     : media_(media), input_(option.audio_source) {
-    is_done_ = (input_ != 0 && input_ != 1) || !media->hasAudio(input_);
+    const bool is_elsewhere = option.share.number > 1;  // the first share has the sound of the whole movie
+    is_done_ = (input_ != 0 && input_ != 1) || !media->hasAudio(input_) || is_elsewhere;
     if (!is_done_) {
         start_ = (input_ == 0 ? option.start1 : option.start2) - kBoundMargin;
         end_ = (input_ == 0 ? option.end1 : option.end2) + kBoundMargin;
@@ -194,18 +197,31 @@ int libavIF::write_parts(const OutputOption& option, const PartPlan& plan, const
         next_video_pts += kFrameTicks;
         return write_video_packet(1, packet) < 0 ? report_unwritten(error_code) : 0;
     };
+    const auto wants_stop = [&](Progress* progress, int64_t pairs) {
+        if (!progress->is_unwanted_at(pairs) && !isCancelled(cancel_path)) {
+            return false;
+        }
+        nq360_log(1, "[libavIF::write_video] cancelled");
+        return true;
+    };
+    const auto [begin, end] = share_file ? plan.pairs_of_share(option.share.number, option.share.count)
+                                         : std::array<int64_t, 2>{0, plan.pair_count()};
+    next_video_pts = begin * kFrameTicks;
+    if (share_file) {
+        share_file->set_next_picture(begin);
+    }
     Progress progress(report, option.update_frame);
     const int64_t workers = option.workers > 0 ? option.workers : std::max(cv::getNumThreads(), 1);
-    for (int64_t first = 0; first < plan.parts(); first += workers) {
-        Wave wave(job, first, std::min(first + workers, plan.parts()));
+    const int64_t end_part = (end + plan.part_pairs - 1) / plan.part_pairs;
+    for (int64_t first = begin / plan.part_pairs; first < end_part; first += workers) {
+        Wave wave(job, first, std::min(first + workers, end_part));
         while (!wave.is_written()) {
             wave.make_some();
             if (wave.went_wrong()) {
                 *starts_over = true;
                 return 0;
             }
-            if (progress.is_unwanted_at(first * plan.part_pairs + wave.pairs_made()) || isCancelled(cancel_path)) {
-                nq360_log(1, "[libavIF::write_video] cancelled");
+            if (wants_stop(&progress, first * plan.part_pairs - begin + wave.pairs_made())) {
                 return stop();
             }
             while (const PacketPtr packet = wave.take_packet()) {
@@ -216,6 +232,18 @@ int libavIF::write_parts(const OutputOption& option, const PartPlan& plan, const
             }
         }
     }
-    const int sounded = sound.write_rest();
+    // In a share, the sound beside the pictures of the others too.
+    int sounded = 0;
+    for (int64_t pair = end; pair < plan.pair_count() && !sound.is_done() && sounded >= 0; ++pair) {
+        if (wants_stop(&progress, end - begin)) {
+            return stop();
+        }
+        share_file->set_next_picture(pair);
+        sounded = sound.write_to(plan.pairs[static_cast<size_t>(pair)]);
+    }
+    if (share_file) {
+        share_file->set_next_picture(plan.pair_count());
+    }
+    sounded = sounded < 0 ? sounded : sound.write_rest();
     return sounded < 0 ? report_failed_step(sounded, sound.failed_step()) : 0;
 }

@@ -187,18 +187,25 @@ int libavIF::check_video_output(ImageSize size) {
 
 int libavIF::open_video_output(const char* export_path, const OutputOption& option) {
     nq360_log(1, "[libavIF::write_video] open outputfile %s", export_path ? export_path : "");
-    if (open_output(export_path) < 0) {
+    const bool is_share = option.share.count > 0;
+    if ((is_share ? open_output_named(export_path, "mov") : open_output(export_path)) < 0) {
         nq360_log(3, "[libavIF::write_video] open outputfile error %d:%s", error_code, error_text);
         return error_code;
     }
     const AVOutputFormat* format = output_format->oformat;
-    output_format->max_interleave_delta = kNoInterleavingDelay;
     nq360_log(1, "[libavIF::write_video] format name : %s (%s)", format->name, format->long_name);
     nq360_log(1, "[libavIF::write_video] format ext : %s", format->extensions ? format->extensions : "");
     if (check_video_output(option.output_size) < 0) {
         nq360_log(3, "[libavIF::write_video] open outputfile error %d:%s", error_code, error_text);
         return error_code;
     }
+    if (add_video_streams(option) < 0) {
+        return error_code;
+    }
+    return is_share ? 0 : begin_video();
+}
+
+int libavIF::add_video_streams(const OutputOption& option) {
     const bool picture = is_still[0] && is_still[1];
     nq360_log(1, "[libavIF::write_video] codec use %s ", picture ? "AV_CODEC_ID_MJPEG" : "AV_CODEC_ID_H264");
     looks_for_missing_parts = option.looks_for_missing_parts;
@@ -214,7 +221,13 @@ int libavIF::open_video_output(const char* export_path, const OutputOption& opti
         nq360_log(3, "[libavIF::write_video] add video stream error %d:%s", error_code, error_text);
         return error_code;
     }
-    if (!(format->flags & AVFMT_NOFILE)) {
+    return 0;
+}
+
+// The output's file with its header.
+int libavIF::begin_video() {
+    output_format->max_interleave_delta = kNoInterleavingDelay;
+    if (!(output_format->oformat->flags & AVFMT_NOFILE)) {
         nq360_log(1, "[libavIF::write_video] AV I/O open");
         if (open_output_io() < 0) {
             // The wording of the audio buffer is established for this failure too.
@@ -277,7 +290,8 @@ int libavIF::write_video(const char* export_path, const char* cancel_path, Outpu
         return is_news && report && report(state, frames);
     };
     bool starts_over = false;
-    const bool in_parts = option.workers != 0 && !(is_still[0] && is_still[1]);
+    const bool is_share = option.share.count > 0;
+    const bool in_parts = is_share || (option.workers != 0 && !(is_still[0] && is_still[1]));
     const int result = write_once(export_path, cancel_path, option, tell_news, in_parts, &starts_over);
     if (!starts_over) {
         return result;
@@ -303,6 +317,9 @@ int libavIF::write_once(const char* export_path, const char* cancel_path, Output
     seek_to_start(1, option.start2);
     equalize_lengths(&option);
     const std::optional<PartPlan> plan = in_parts ? plan_parts(*this, option) : std::nullopt;
+    if (option.share.count > 0) {
+        return write_share(export_path, cancel_path, option, plan ? &*plan : nullptr, report);
+    }
     const int written =
         plan ? write_parts(option, *plan, cancel_path, report, starts_over) : write_pairs(option, cancel_path, report);
     return written < 0 || *starts_over ? written : finish_video();
@@ -387,8 +404,8 @@ int libavIF::report_failed_step(int result, const char* step) {
     return error_code;
 }
 
-// What the encoders still hold, and the end of the file.
-int libavIF::finish_video() {
+// What the encoders still hold.
+int libavIF::finish_streams() {
     // Of PCM what is less than a block stays out, as established; an encoder of frames takes a short last one.
     const bool takes_the_rest = audio_encoder_context && sound_codec != AV_CODEC_ID_PCM_S16LE;
     if ((takes_the_rest ? write_remaining_sound() : flush_audio_encoder()) < 0) {
@@ -397,7 +414,11 @@ int libavIF::finish_video() {
     int result = 0;
     while (video_encoder_context && (result = write_video_frame(nullptr)) == 0) {
     }
-    if (result < 0) {
+    return result < 0 ? error_code : 0;
+}
+
+int libavIF::finish_video() {
+    if (finish_streams() < 0) {
         return error_code;
     }
     // Deliberately the time base as the real frame rate.

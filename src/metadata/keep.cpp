@@ -99,18 +99,22 @@ void write_picture_metadata(const char* path, int width, int height, const KeptM
     file.close_stream();
 }
 
-void write_movie_metadata(const char* path, int width, int height, const KeptMetadata& kept, const char* datetime) {
+MovieTexts movie_texts(const KeptMetadata& kept, const char* datetime) {
     const std::string given = datetime ? datetime : "";
     const std::optional<int64_t> time = movie_time(kept, given);
     const std::string timestamp = is_free_text(given) || !time ? given : std::to_string(*time);
+    return {time, timestamp, kept.location, camera_make(kept.exif), camera_model(kept.exif)};
+}
+
+void write_movie_metadata(const char* path, int width, int height, const MovieTexts& texts) {
     MovieIndex file(path);
-    if (time) {
-        set_creation_time(*time + kUnixEpoch, &file.moov);
+    if (texts.time) {
+        set_creation_time(*texts.time + kUnixEpoch, &file.moov);
     }
-    add_user_text("\xA9xyz", kept.location, &file.moov);
-    add_user_text("\xA9mak", camera_make(kept.exif), &file.moov);
-    add_user_text("\xA9mod", camera_model(kept.exif), &file.moov);
-    if (!add_spherical_video(spherical_video_document(width, height, timestamp), &file.moov)) {
+    add_user_text("\xA9xyz", texts.location, &file.moov);
+    add_user_text("\xA9mak", texts.make, &file.moov);
+    add_user_text("\xA9mod", texts.model, &file.moov);
+    if (!add_spherical_video(spherical_video_document(width, height, texts.timestamp), &file.moov)) {
         throw_text("Can't write metadata: the movie has no video track");
     }
     file.write();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "metadata/shot_exif.h"
@@ -17,12 +18,23 @@ struct KeptMetadata {
 // `const char*` text when the file cannot be opened.
 KeptMetadata read_kept_metadata(const char* path);
 
-// Write into a finished panorama of this size; all else in the file stays. `datetime` takes the place of lens 1's
-// capture time when it is another one ("2026:01:02 03:04:05" or ISO 8601; any other text stands in the spherical
-// text alone); null and empty: lens 1's. They throw a `const char*` text ("Can't write metadata: ...") when that
-// fails, and the file is then neither old nor new.
+// What of that a panorama movie tells.
+struct MovieTexts {
+    std::optional<int64_t> time;  // when the shot was taken, seconds since 1970
+    std::string timestamp;        // the same, or another text, for the spherical text
+    std::string location;
+    std::string make;
+    std::string model;
+};
+
+// `datetime` takes the place of lens 1's capture time when it is another one ("2026:01:02 03:04:05" or ISO 8601; any
+// other text stands in the spherical text alone); null and empty: lens 1's.
+MovieTexts movie_texts(const KeptMetadata& kept, const char* datetime);
+
+// Write into a finished panorama of this size; all else in the file stays. `datetime` as above. They throw a
+// `const char*` text ("Can't write metadata: ...") when that fails, and the file is then neither old nor new.
 void write_picture_metadata(const char* path, int width, int height, const KeptMetadata& kept, const char* datetime);
-void write_movie_metadata(const char* path, int width, int height, const KeptMetadata& kept, const char* datetime);
+void write_movie_metadata(const char* path, int width, int height, const MovieTexts& texts);
 
 // Moves a finished movie's index (moov) in front of its media data, so that it plays while it loads. In place, and in
 // memory of the index's size. Throws as the writers do.

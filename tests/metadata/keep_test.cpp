@@ -57,7 +57,7 @@ class Keep : public testing::Test {
     }
     std::string movie_with(const KeptMetadata& kept, const char* datetime, const std::string& name = "panorama.mov") {
         const std::string path = make_plain_movie(dir.file(name), "aac", "64x32");
-        logged([&] { write_movie_metadata(path.c_str(), 64, 32, kept, datetime); });
+        logged([&] { write_movie_metadata(path.c_str(), 64, 32, movie_texts(kept, datetime)); });
         return path;
     }
 
@@ -261,7 +261,7 @@ TEST_F(Keep, AMoviesPacketsStayTheSameWithItsIndexInFrontToo) {
 TEST_F(Keep, AMovieWithoutPicturesIsRefused) {
     const Bytes bytes = atom("moov", movie_header(0));
     const std::string path = dir.file("panorama.mov", bytes);
-    EXPECT_EQ(thrown([&] { write_movie_metadata(path.c_str(), 64, 32, {}, nullptr); }),
+    EXPECT_EQ(thrown([&] { write_movie_metadata(path.c_str(), 64, 32, {}); }),
               "Can't write metadata: the movie has no video track");
     EXPECT_EQ(read_file(path), bytes);
 }
@@ -276,7 +276,7 @@ TEST_F(Keep, AFullDiskIsTold) {
                       "Can't write metadata: File too large");
         }
         const FileSizeLimit limit(std::filesystem::file_size(movie) + 10);
-        EXPECT_EQ(thrown([&] { write_movie_metadata(movie.c_str(), 64, 32, {}, nullptr); }),
+        EXPECT_EQ(thrown([&] { write_movie_metadata(movie.c_str(), 64, 32, {}); }),
                   "Can't write metadata: File too large");
     });
 }
