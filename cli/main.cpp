@@ -28,7 +28,7 @@ constexpr const char* kFooter =
 // both can be written as it understands them.
 std::vector<std::string> arguments_of(int argc, char** argv) {
     const std::string command = argc > 1 ? argv[1] : "";
-    const bool takes_many = command == "analyze" || command == "batch";
+    const bool takes_many = command == "analyze" || command == "batch" || command == "join";
     std::vector<std::string> arguments;
     bool names_only = false;
     for (int i = 1; i < argc; ++i) {
@@ -90,6 +90,7 @@ int parse_and_run(int argc, char** argv) {
     commands.push_back(make_analyze(app));
     commands.push_back(make_export(app));
     commands.push_back(make_batch(app));
+    commands.push_back(make_join(app));
     commands.push_back(make_match(app));
     commands.push_back(make_audio(app));
     commands.push_back(make_space(app));

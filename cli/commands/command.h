@@ -35,6 +35,7 @@ class Command {
 std::unique_ptr<Command> make_analyze(CLI::App& app);
 std::unique_ptr<Command> make_export(CLI::App& app);
 std::unique_ptr<Command> make_batch(CLI::App& app);
+std::unique_ptr<Command> make_join(CLI::App& app);
 std::unique_ptr<Command> make_match(CLI::App& app);
 std::unique_ptr<Command> make_audio(CLI::App& app);
 std::unique_ptr<Command> make_space(CLI::App& app);

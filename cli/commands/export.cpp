@@ -40,6 +40,8 @@ class Export : public Command {
         add_export_arguments(parser(), arguments_);
         parser().add_flag("--match", match_,
                           "match the lenses first, as 'nq360 match' does, and export with what it proposes");
+        add_parsed(parser(), "--part", share_, parse_share, "K/N",
+                   "make the K-th of N parts of a movie, in a file for 'nq360 join'");
         parser().add_flag("--preview", preview_,
                           "write the one panorama at the start as a small picture (.jpg), to try angles and "
                           "corrections");
@@ -71,6 +73,8 @@ class Export : public Command {
         if (preview_ && !arguments_.quality) {
             job.options.quality = 0;  // what is enough for one
         }
+        job.options.part = share_.number;
+        job.options.parts = share_.count;
         if (match_ && !match(&job)) {
             return end_cancelled();
         }
@@ -80,6 +84,10 @@ class Export : public Command {
     void choose_output() {
         const std::string& lens1 = arguments_.pair.lens[0];
         std::string& output = arguments_.output;
+        if (share_.count > 0) {
+            choose_share(&output);
+            return;
+        }
         output = output_file(output, lens1, preview_ ? "-preview.jpg" : usual_ending(makes_picture_, lens1));
         if (makes_picture_ && !ends_in(output, {".jpg", ".jpeg"})) {
             throw UsageError(printable(output) + (preview_ ? ": a preview is" : ": two pictures make") +
@@ -88,7 +96,24 @@ class Export : public Command {
         if (!makes_picture_ && !ends_in(output, {".mov", ".mp4"})) {
             throw UsageError(printable(output) + ": movies make a movie; let its name end in .mov or .mp4");
         }
-        check_output(output, force_ || dry_run_, {lens1, arguments_.pair.lens[1], arguments_.band.value_or("")});
+        check_free(output);
+    }
+
+    void choose_share(std::string* output) const {
+        if (makes_picture_) {
+            throw UsageError("--part: only a movie is made in parts");
+        }
+        *output = output_file(*output, arguments_.pair.lens[0],
+                              "-360." + std::to_string(share_.number) + "of" + std::to_string(share_.count) + ".part");
+        if (!ends_in(*output, {".part"})) {
+            throw UsageError(printable(*output) + ": is to be a part of a movie; let its name end in .part");
+        }
+        check_free(*output);
+    }
+
+    void check_free(const std::string& output) const {
+        const PairArguments& pair = arguments_.pair;
+        check_output(output, force_ || dry_run_, {pair.lens[0], pair.lens[1], arguments_.band.value_or("")});
     }
 
     void tell_what_may_surprise() {
@@ -172,6 +197,11 @@ class Export : public Command {
         if (console().quiet() || json_) {
             return;
         }
+        if (share_.count > 0) {
+            console().print(printable(job.output) + ": part " + std::to_string(share_.number) + " of " +
+                            std::to_string(share_.count) + ", in " + decimal_text(seconds) + " s\n");
+            return;
+        }
         const Description made = describe(job.output);
         const std::string frames = made.is_picture ? "" : ", " + std::to_string(made.frames) + " frames";
         console().print(printable(job.output) + ": " + std::to_string(made.width) + "x" + std::to_string(made.height) +
@@ -180,6 +210,7 @@ class Export : public Command {
 
     ExportArguments arguments_;
     Description lenses_[2];
+    Share share_;  // of which count 0: the whole movie
     bool match_ = false;
     bool preview_ = false;
     bool dry_run_ = false;

@@ -3,7 +3,7 @@ _nq360() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} words
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W "analyze export batch match audio space view -h --help --version" -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W "analyze export batch join match audio space view -h --help --version" -- "$current")
         return
     fi
     case $previous in
@@ -24,13 +24,14 @@ _nq360() {
         export)
             words="--size --tilt --yaw --pitch --roll --turn1 --turn2 --correct1 --correct2 --gain1 --gain2 --feather
                 --band --quality --bit-rate --sound --aac --web --jobs --start --start2 --end --end2 --date --partial --exact
-                --match --preview --dry-run --json -f --force -q --quiet -v --verbose"
+                --match --part --preview --dry-run --json -f --force -q --quiet -v --verbose"
             ;;
         batch)
             words="--to -r --recursive --pairs --size --tilt --yaw --pitch --roll --turn1 --turn2 --correct1 --correct2
                 --gain1 --gain2 --feather --band --quality --bit-rate --sound --aac --web --jobs --start --start2 --end
                 --end2 --date --partial --exact --match --dry-run --json -f --force -q --quiet -v --verbose"
             ;;
+        join) words="--json -f --force -q --quiet -v --verbose" ;;
         match) words="--turn1 --turn2 --start --start2 --end --end2 --json -q --quiet -v --verbose" ;;
         audio) words="--aac -f --force -q --quiet -v --verbose" ;;
         space) words="--bytes --json" ;;

@@ -1,11 +1,12 @@
 # Completion of nq360 for fish.
-set -l commands analyze export batch match audio space view
+set -l commands analyze export batch join match audio space view
 
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -f
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -l version -d 'show the version'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a analyze -d 'describe pictures and movies'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a export -d 'stitch two halves into one panorama'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a batch -d 'make all panoramas of folders'
+complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a join -d 'put the parts of a movie together'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a match -d 'propose what makes the lenses meet'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a audio -d 'write the sound of a movie'
 complete -c nq360 -n "not __fish_seen_subcommand_from $commands" -a space -d 'tell how much room is free'
@@ -40,6 +41,7 @@ complete -c nq360 -n '__fish_seen_subcommand_from export' -l jobs -x -d 'parts o
 complete -c nq360 -n '__fish_seen_subcommand_from export batch' -l partial -d 'export what there is of damaged inputs'
 complete -c nq360 -n '__fish_seen_subcommand_from export batch' -l exact -d 'make what the plain function of the library makes'
 complete -c nq360 -n '__fish_seen_subcommand_from export batch' -l match -d 'match the lenses first'
+complete -c nq360 -n '__fish_seen_subcommand_from export' -l part -x -d 'make the K-th of N parts, K/N'
 complete -c nq360 -n '__fish_seen_subcommand_from export batch' -l dry-run -d 'check everything and write nothing'
 
 complete -c nq360 -n '__fish_seen_subcommand_from batch' -l to -x -a '(__fish_complete_directories)' \
@@ -56,13 +58,13 @@ complete -c nq360 -n '__fish_seen_subcommand_from export batch match' -l end -x 
 complete -c nq360 -n '__fish_seen_subcommand_from export batch match' -l end2 -x -d 'where to end in lens 2'
 
 complete -c nq360 -n '__fish_seen_subcommand_from export batch audio' -l aac -d 'write the sound as AAC'
-complete -c nq360 -n '__fish_seen_subcommand_from export batch audio' -s f -l force -d 'replace the output when it exists'
-complete -c nq360 -n '__fish_seen_subcommand_from analyze export batch match audio view' -s q -l quiet -d 'say nothing but errors'
-complete -c nq360 -n '__fish_seen_subcommand_from analyze export batch match audio view' -s v -l verbose \
+complete -c nq360 -n '__fish_seen_subcommand_from export batch join audio' -s f -l force -d 'replace the output when it exists'
+complete -c nq360 -n '__fish_seen_subcommand_from analyze export batch join match audio view' -s q -l quiet -d 'say nothing but errors'
+complete -c nq360 -n '__fish_seen_subcommand_from analyze export batch join match audio view' -s v -l verbose \
     -d 'show what the library logs'
 
 complete -c nq360 -n '__fish_seen_subcommand_from space' -l bytes -d 'print the number of bytes alone'
-complete -c nq360 -n '__fish_seen_subcommand_from export batch match space' -l json -d 'print JSON'
+complete -c nq360 -n '__fish_seen_subcommand_from export batch join match space' -l json -d 'print JSON'
 
 complete -c nq360 -n '__fish_seen_subcommand_from view' -l to -x -a '(__fish_complete_directories)' -d 'where exports go'
 complete -c nq360 -n '__fish_seen_subcommand_from view' -l port -x -d 'port to listen on, 0 for any'

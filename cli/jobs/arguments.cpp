@@ -139,6 +139,18 @@ std::optional<int> parse_jobs(const std::string& text) {
     return jobs;
 }
 
+Share parse_share(const std::string& text) {
+    constexpr int kMost = 100000;  // that the library takes
+    const size_t slash = text.find('/');
+    Share share;
+    if (slash == std::string::npos || !read_whole(text.substr(0, slash), &share.number) ||
+        !read_whole(text.substr(slash + 1), &share.count) || share.number < 1 || share.number > share.count ||
+        share.count > kMost) {
+        throw std::invalid_argument("expected a part's number and how many there are, such as 2/7");
+    }
+    return share;
+}
+
 long long parse_bit_rate(const std::string& text) {
     constexpr double kMost = 288e6;  // what the encoder takes
     double unit = 1;

@@ -16,6 +16,12 @@ struct Size {
     int height = 0;
 };
 
+// One of the shares of a movie that several machines make.
+struct Share {
+    int number = 0;  // 1 to count
+    int count = 0;
+};
+
 // Of one lens's planes: offsets, and factors.
 using Correction = std::array<int, 3>;
 using Gains = std::array<double, 3>;
@@ -31,6 +37,7 @@ double parse_look(const std::string& text);                    // degrees, at mo
 std::optional<double> parse_feather(const std::string& text);  // degrees
 std::optional<int> parse_quality(const std::string& text);
 std::optional<int> parse_jobs(const std::string& text);
+Share parse_share(const std::string& text);         // "2/7"
 long long parse_bit_rate(const std::string& text);  // "20M", "800k", "20000000"
 int parse_sound(const std::string& text);           // "1", "2", "none": 0, 1, -1
 

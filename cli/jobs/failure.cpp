@@ -182,3 +182,25 @@ std::string export_failure(const Json& error, const ExportJob& job) {
     const std::string input = input_failure(error, job);
     return input.empty() ? otherwise(job.output, error) : input;
 }
+
+std::string join_failure(const Json& error, const JoinJob& job) {
+    const std::string number = text_of(error, "errnum");
+    const std::string file = text_of(error, "movie_path1");
+    if (number == "30000") {
+        return join(file, "there is no such file");
+    }
+    if (number == "30001") {
+        return join(file, printable(text_of(error, "api_errstr")));
+    }
+    if (number == "30003") {
+        return join(job.output, "cannot be written" + detail_of(error));
+    }
+    if (number == "30004") {
+        unsigned long long needed = kHeadroom;
+        for (const std::string& part : job.files) {
+            needed += size_of(part);
+        }
+        return disk_is_full(job.output, needed);
+    }
+    return otherwise(job.output, error);
+}

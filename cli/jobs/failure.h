@@ -14,6 +14,7 @@ std::string analysis_failure(const Json& error, const std::string& path, const s
 std::string no_picture(const std::string& path);  // an analysis that ended well and found none
 std::string sound_failure(const Json& error, const std::string& movie, const std::string& output);
 std::string export_failure(const Json& error, const ExportJob& job);
+std::string join_failure(const Json& error, const JoinJob& job);
 
 // What an export that ended well could not read of its inputs, or empty.
 std::string missing_parts(const Json& result, const ExportJob& job);

@@ -101,3 +101,18 @@ Outcome extract_sound(const SoundJob& job, const ReplyHandler& handler) {
     options.cancel_path = job.cancel_path.c_str();
     return call(options, &handler, NQ360_get_audio_with);
 }
+
+Outcome join_shares(const JoinJob& job, const ReplyHandler& handler) {
+    std::vector<const char*> files;
+    files.reserve(job.files.size());
+    for (const std::string& file : job.files) {
+        files.push_back(file.c_str());
+    }
+    NQ360_JOIN_OPTIONS options;
+    NQ360_join_options_init(&options);
+    options.files = files.data();
+    options.file_count = files.size();
+    options.output = job.output.c_str();
+    options.cancel_path = job.cancel_path.c_str();
+    return call(options, &handler, NQ360_join);
+}

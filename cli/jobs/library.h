@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "nq360.h"
 
@@ -37,6 +38,12 @@ struct SoundJob {
     bool aac = false;
 };
 
+struct JoinJob {
+    std::vector<std::string> files;
+    std::string output;
+    std::string cancel_path;
+};
+
 // `thumbnail_width` 0 is the picture's own.
 Outcome analyze_file(const std::string& path, const std::optional<std::string>& thumbnail = {},
                      int thumbnail_width = 0);
@@ -53,3 +60,4 @@ using ShotHandle = std::unique_ptr<NQ360_SHOT, ShotCloser>;
 ShotHandle open_shot(const ExportJob& job, Outcome* outcome);
 Outcome match_lenses(const ExportJob& job, const ReplyHandler& handler);
 Outcome extract_sound(const SoundJob& job, const ReplyHandler& handler);
+Outcome join_shares(const JoinJob& job, const ReplyHandler& handler);

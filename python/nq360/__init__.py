@@ -6,7 +6,7 @@ Log lines go to the logger "nq360" of the module logging.
 from ._analyze import Description, analyze
 from ._build import VERSION as __version__
 from ._errors import CancelledError, Error, IncompleteInputWarning, MissingFileError, OptionError
-from ._export import Export, Panorama, export, extract_audio
+from ._export import Export, Panorama, export, extract_audio, join
 from ._job import Progress
 from ._library import library_version
 from ._options import ExportOptions, LensOptions, MatchOptions, PreviewOptions
@@ -35,6 +35,7 @@ __all__ = [
     "export",
     "extract_audio",
     "free_space",
+    "join",
     "library_version",
     "match",
     "preview",

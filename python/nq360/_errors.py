@@ -68,6 +68,8 @@ def error_of(reply: bytes, cancelled: bool, paths: dict[str, str | bytes]) -> Er
         return Error(0, "the library's reply was cut; a name is too long")
     number = int(keys["errnum"])
     path = paths.get(_field_to_blame(number, keys["errstr"]))
+    if number in (30000, 30001) and "lens1" not in paths:
+        path = keys["movie_path1"]  # of the many that are joined, the one at fault
     kind = CancelledError if cancelled else {0: MissingFileError, 5: OptionError}.get(number % 10000, Error)
     return kind(number, keys["errstr"], keys["api_errstr"], path)
 

@@ -5,7 +5,7 @@ from __future__ import annotations
 import os
 import tempfile
 import warnings
-from collections.abc import Callable, Generator, Iterator, Mapping
+from collections.abc import Callable, Generator, Iterable, Iterator, Mapping
 from contextlib import closing
 from dataclasses import dataclass
 from pathlib import Path
@@ -70,12 +70,29 @@ def export(
     progress is called with the frames written and about how many there will be; what it raises ends the export. The
     other keywords are the record's fields (ExportOptions), as nq360.h describes them: width, height, angle, yaw, pitch,
     roll, turn1, turn2, correct1, correct2, gain1, gain2, band, feather, audio_source, sound_codec, start1, end1,
-    start2, end2, datetime, quality, bit_rate, keep_metadata, web, filter, workers, whole_inputs_only,
-    cancel_path.
+    start2, end2, datetime, quality, bit_rate, keep_metadata, web, filter, workers, part, parts,
+    whole_inputs_only, cancel_path.
     """
     check_keywords("export", options, ExportOptions)
     record = Record("export", _values(lens1, lens2, output, options))
     _tell(_export(record, callers=3), progress)
+    return Panorama(Path(os.fsdecode(output)))
+
+
+def join(
+    parts: Iterable[FilePath],
+    output: FilePath,
+    *,
+    cancel_path: FilePath | None = None,
+    progress: OnProgress | None = None,
+) -> Panorama:
+    """Puts together the files that export() made of all parts of a movie, in any order, without coding anything anew.
+
+    The movie is that of one export() with workers other than 0, in every byte.
+    """
+    record = Record("join", {"output": output, "cancel_path": cancel_path})
+    record.set_files(parts)
+    _tell(progress_of(record, lib.NQ360_join), progress)
     return Panorama(Path(os.fsdecode(output)))
 
 

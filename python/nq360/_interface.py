@@ -51,6 +51,8 @@ typedef struct NQ360_EXPORT_OPTIONS {
     int web;
     int filter;
     int workers;
+    int part;
+    int parts;
     int whole_inputs_only;
 
     const char* cancel_path;
@@ -62,6 +64,21 @@ typedef struct NQ360_EXPORT_OPTIONS {
 void NQ360_export_options_init(NQ360_EXPORT_OPTIONS* options);
 
 int NQ360_export_with(const NQ360_EXPORT_OPTIONS* options);
+
+typedef struct NQ360_JOIN_OPTIONS {
+    size_t size;
+    const char* const* files;
+    size_t file_count;
+    const char* output;
+    const char* cancel_path;
+    NQ360_REPLY reply;
+    NQ360_LOG log;
+    void* user;
+} NQ360_JOIN_OPTIONS;
+
+void NQ360_join_options_init(NQ360_JOIN_OPTIONS* options);
+
+int NQ360_join(const NQ360_JOIN_OPTIONS* options);
 
 typedef struct NQ360_ANALYZE_OPTIONS {
     size_t size;

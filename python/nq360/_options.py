@@ -62,6 +62,8 @@ class ExportOptions(PreviewOptions, total=False):
     keep_metadata: bool  # what lens 1's file tells of the shot
     web: bool  # a movie's index in front, so that it plays while it loads
     workers: int  # parts of a movie made at a time, -1 for one per core; 0: one encoder for all of it
+    part: int  # of a movie that several machines make: 1 to parts; the output is then a file for join()
+    parts: int  # how many such files there will be; 0: the whole movie
     whole_inputs_only: bool  # refuse an input that cannot be read whole
     cancel_path: FilePath | None  # a file that stops the export once it is there
 

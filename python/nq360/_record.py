@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Mapping
+from collections.abc import Iterable, Mapping
 from datetime import datetime, timedelta
 from typing import Any, Union
 
@@ -45,6 +45,13 @@ class Record:
             setattr(self.pointer, name, value)
         except (TypeError, OverflowError) as error:
             raise type(error)(f"{name}: {error}") from None
+
+    def set_files(self, files: Iterable[FilePath]) -> None:
+        """Sets the list of files of a record that has one."""
+        texts = [self._owned("files", os.fsencode(file)) for file in files]
+        self._texts.append(ffi.new("char*[]", texts))
+        self.pointer.files = self._texts[-1]
+        self.pointer.file_count = len(texts)
 
     def _owned(self, name: str, text: bytes) -> Any:
         self._texts.append(c_text(name, text))

@@ -172,6 +172,11 @@ TEST_F(ExportWith, BadValueIsRefusedByItsName) {
         {"filter", [](auto& o) { o.filter = 7; }},
         {"workers", [](auto& o) { o.workers = -2; }},
         {"workers", [](auto& o) { o.workers = 257; }},
+        {"parts", [](auto& o) { o.parts = -1; }},
+        {"parts", [](auto& o) { o.parts = 100001; }},
+        {"part", [](auto& o) { o.part = 1; }},
+        {"part", [](auto& o) { o.parts = 3; }},
+        {"part", [](auto& o) { o.part = 4, o.parts = 3; }},
         {"whole_inputs_only", [](auto& o) { o.whole_inputs_only = 2; }},
     };
     for (const Bad& one : bad) {

@@ -7,7 +7,7 @@ import unittest
 
 from command import COMMAND, SOURCE, CommandTest, main, run
 
-COMMANDS = ["analyze", "export", "batch", "match", "audio", "space", "view"]
+COMMANDS = ["analyze", "export", "batch", "join", "match", "audio", "space", "view"]
 
 
 def help_of(*command):

@@ -48,6 +48,25 @@ def test_keywords_reach_the_library(movie, tmp_path):
     assert (caught.value.number, caught.value.path) == (20001, str(tmp_path / "out.mp4"))
 
 
+def test_parts_are_joined(movie, tmp_path):
+    whole = nq360.export(*movie, tmp_path / "whole.mov", width=640, height=320, workers=1).path.read_bytes()
+    parts = [tmp_path / f"{part}.part" for part in (1, 2)]
+    for number, part in enumerate(parts, 1):
+        nq360.export(*movie, part, width=640, height=320, part=number, parts=2)
+    reports = []
+    joined = nq360.join(reversed(parts), tmp_path / "joined.mov", progress=lambda *r: reports.append(r))
+    assert joined.path.read_bytes() == whole
+    assert reports == [(0, 30), (10, 30), (20, 30), (30, 30)]
+    with pytest.raises(nq360.Error, match="of its 2 parts these are missing: 1") as failure:
+        nq360.join([parts[1]], tmp_path / "half.mov")
+    assert failure.value.path == os.fspath(parts[1])
+    with pytest.raises(FileNotFoundError) as missing:
+        nq360.join([parts[0], tmp_path / "none"], tmp_path / "half.mov")
+    assert missing.value.filename == os.fspath(tmp_path / "none")
+    with pytest.raises(ValueError, match="part"):
+        nq360.export(*movie, tmp_path / "x.part", part=3, parts=2)
+
+
 def test_iterator_tells_how_far_it_is(movie, tmp_path):
     job = nq360.Export(*movie, tmp_path / "out.mov", width=640, height=320)
     assert names(tmp_path) == []
