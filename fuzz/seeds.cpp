@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "metadata/spherical.h"
+#include "nq360.h"
 #include "support/command.h"
 #include "support/exif_blocks.h"
 #include "support/temp_dir.h"
@@ -251,6 +252,25 @@ void put_pair(const Corpus& corpus, const std::string& name, uint8_t kinds, uint
     corpus.put(target, name, Bytes{kinds, options} + be32(first.size()) + first + second);
 }
 
+// The only share of a movie, with its sound uncompressed and as AAC.
+void put_shares(const Corpus& corpus, const Bytes& movie) {
+    const test_support::TempDir dir;
+    const std::string lens = dir.file("lens.mov", movie);
+    const std::string output = dir.file("movie.part");
+    NQ360_EXPORT_OPTIONS options;
+    NQ360_export_options_init(&options);
+    options.lens1 = options.lens2 = lens.c_str();
+    options.output = output.c_str();
+    options.width = 64;
+    options.height = 32;
+    options.part = options.parts = 1;
+    for (options.sound_codec = NQ360_SOUND_PCM; options.sound_codec <= NQ360_SOUND_AAC; ++options.sound_codec) {
+        options.keep_metadata = options.sound_codec;
+        NQ360_export_with(&options);
+        corpus.put("join", options.sound_codec == NQ360_SOUND_AAC ? "aac" : "pcm", test_support::read_file(output));
+    }
+}
+
 void put_pairs(const Corpus& corpus) {
     const Bytes picture = lens_picture();
     const Bytes baseline = lens_movie({"-c:v", "libx264", "-profile:v", "baseline", "-g", "2"});
@@ -265,6 +285,7 @@ void put_pairs(const Corpus& corpus) {
     put_pair(corpus, "pictures", 0, 2, picture, picture, "shot");
     put_pair(corpus, "movies", 3, 1 | 8, main, baseline, "shot");
     put_pair(corpus, "movie-and-picture", 1, 4, main, picture, "shot");
+    put_shares(corpus, baseline);
 }
 
 }  // namespace

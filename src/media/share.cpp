@@ -7,6 +7,7 @@
 #include "base/files.h"
 #include "base/fingerprint.h"
 #include "base/log.h"
+#include "media/frame_ticks.h"
 #include "media/libavif.h"
 #include "media/output_closer.h"
 #include "media/output_option.h"
@@ -50,6 +51,10 @@ AVRational rational_in(const ShareHeader& header, const std::string& name) {
             static_cast<int>(header.integer(name + " denominator"))};
 }
 
+bool is_positive(AVRational value) {
+    return value.num > 0 && value.den > 0;
+}
+
 void add_rational(const std::string& name, AVRational value, ShareHeader* header) {
     header->add(name + " numerator", value.num);
     header->add(name + " denominator", value.den);
@@ -63,8 +68,9 @@ void check_common(const ShareHeader& first, const ShareHeader& other, const std:
     for (size_t i = 0; i < first.common.size(); ++i) {
         const auto& [name, value] = first.common[i];
         if (other.common[i] != first.common[i]) {
-            throw ShareFault(path, "it is of another movie than the first one given: " + name + " is " +
-                                       other.common[i].second + ", not " + value);
+            std::string why = "it is of another movie than the first one given: ";
+            why.append(name).append(" is ").append(other.common[i].second).append(", not ").append(value);
+            throw ShareFault(path, why);
         }
     }
     if (other.count != first.count) {
@@ -106,9 +112,10 @@ bool Pictures::next(ShareRecord* record) {
         }
         reader_ = std::make_unique<ShareReader>(shares_.paths[share_++]);
     }
-    if (record->picture != picture_++) {
+    if (record->picture != picture_ || record->packet->pts != picture_ * kFrameTicks) {
         throw ShareFault(shares_.paths[share_ - 1], "its pictures do not follow on those of the part before");
     }
+    ++picture_;
     return true;
 }
 
@@ -244,6 +251,9 @@ int libavIF::join_streams(const ShareSet& shares) {
     settings.bit_rate = header.integer("picture bits per second");
     settings.frame_time = rational_in(header, "frame time");
     settings.stream_time = rational_in(header, "stream time");
+    if (!is_positive(settings.frame_time) || !is_positive(settings.stream_time)) {
+        throw ShareFault(shares.paths.front(), "its times cannot be");
+    }
     if (open_video_stream(settings) < 0) {
         return error_code;
     }
