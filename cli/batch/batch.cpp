@@ -10,7 +10,6 @@
 #include <mutex>
 #include <numeric>
 #include <stdexcept>
-#include <thread>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -43,18 +42,18 @@ class WorkFolder {
   public:
     WorkFolder(const std::string& to, const std::string& id) : notes_(fs::path(to) / kNotesFolder) {
         constexpr const char* kBeginning = "work-";
-        std::vector<fs::path> left;
-        for (const auto& entry : fs::directory_iterator(notes_)) {
-            if (entry.path().filename().string().rfind(kBeginning, 0) == 0) {
-                left.push_back(entry.path());
+        std::error_code error;
+        for (fs::directory_iterator entry(notes_, error); !error && entry != fs::directory_iterator();
+             entry.increment(error)) {
+            std::error_code ignored;
+            if (entry->path().filename().string().rfind(kBeginning, 0) == 0) {
+                fs::remove_all(entry->path(), ignored);
             }
         }
-        std::error_code ignored;
-        for (const fs::path& folder : left) {
-            fs::remove_all(folder, ignored);
-        }
         folder_ = notes_ / (kBeginning + id);
-        fs::create_directory(folder_);
+        if (!fs::create_directory(folder_, error)) {
+            throw CommandError(printable(folder_.string()) + ": the folder cannot be made (" + error.message() + ")");
+        }
     }
     ~WorkFolder() {
         std::error_code ignored;
@@ -175,23 +174,21 @@ class Batch {
         for (const size_t shot : in_the_way_) {
             fail(shot, in_the_way(shot));
         }
-        std::vector<std::thread> threads;
-        for (size_t i = 0; i < std::min<size_t>(waiting_.size(), static_cast<size_t>(at_a_time_)); ++i) {
-            threads.emplace_back([this] { work_on(); });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
+        InOrder<void> all(waiting_.size(), at_a_time_, [this](size_t at) { make_unless_stopped(waiting_[at]); });
+        for (size_t at = 0; at < waiting_.size(); ++at) {
+            all.take(at);
         }
     }
 
-    // Each thread takes shot after shot.
-    void work_on() {
-        for (size_t at = next_++; at < waiting_.size() && !stops(); at = next_++) {
-            try {
-                make(waiting_[at]);
-            } catch (...) {
-                end_all(std::current_exception());
-            }
+    // What stops one from being made but is none of its own faults ends all.
+    void make_unless_stopped(size_t shot) {
+        if (stops()) {
+            return;
+        }
+        try {
+            make(shot);
+        } catch (...) {
+            end_all(std::current_exception());
         }
     }
 
@@ -349,7 +346,6 @@ class Batch {
     int at_a_time_ = 1;
     std::vector<size_t> waiting_;
     std::vector<size_t> in_the_way_;
-    std::atomic<size_t> next_ = 0;
     std::optional<Board> board_;
     std::mutex mutex_;  // of what follows, and of the journal
     double work_left_ = 0;

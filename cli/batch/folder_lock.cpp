@@ -1,8 +1,8 @@
 #include "batch/folder_lock.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -18,13 +18,16 @@
 #include "batch/file_state.h"
 #include "batch/journal.h"
 #include "jobs/errors.h"
+#include "jobs/replies.h"
 #include "terminal/console.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kTries = 20;  // others may take and release the lock between two looks
+constexpr const char* kName = "lock.";
+constexpr int kTries = 100;    // others may take and release the lock between two looks
+constexpr int kMostWait = 20;  // milliseconds between two
 
 std::string contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -71,8 +74,8 @@ std::string random_id() {
     return text;
 }
 
-Json read_owner(const std::string& path) {
-    const Json owner = Json::parse(contents(path), nullptr, false);
+Json owner_of(const std::string& text) {
+    const Json owner = Json::parse(text, nullptr, false);
     return owner.is_object() ? owner : Json::object();
 }
 
@@ -107,17 +110,18 @@ std::string busy_text(const std::string& folder, const std::string& lock, const 
 }  // namespace
 
 FolderLock::FolderLock(const std::string& folder, LockTimes times)
-    : folder_(folder), path_((fs::path(folder) / kNotesFolder / "lock").string()), id_(random_id()), times_(times) {
+    : folder_(folder), notes_((fs::path(folder) / kNotesFolder).string()), id_(random_id()), times_(times) {
     std::error_code error;
-    fs::create_directories(fs::path(path_).parent_path(), error);
+    fs::create_directories(notes_, error);
     if (error) {
         throw CommandError(printable(folder) + ": the folder cannot be made (" + error.message() + ")");
     }
+    std::mt19937 random(std::random_device{}());
     for (int tries = 0; !take(); ++tries) {
         if (tries == kTries) {
-            throw CommandError(busy_text(folder_, path_, {}, times_));
+            throw CommandError(busy_text(folder_, notes_, Json::object(), times_));
         }
-        give_way_or_remove_stale();
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % kMostWait));
     }
     toucher_ = std::thread([this] { touch_regularly(); });
 }
@@ -130,85 +134,120 @@ FolderLock::~FolderLock() {
     ends_changed_.notify_all();
     toucher_.join();
     if (holds()) {
-        unlink(path_.c_str());
+        unlink(path_of(number_).c_str());
     }
     close(file_);
 }
 
 bool FolderLock::holds() const {
-    return text_of(read_owner(path_), "id") == id_;
+    return text_of(owner_of(contents(path_of(number_))), "id") == id_;
 }
 
-// Whether there was none.
+std::string FolderLock::path_of(int number) const {
+    return notes_ + "/" + kName + std::to_string(number);
+}
+
+// Of all locks that stand there.
+std::vector<int> FolderLock::numbers() const {
+    std::vector<int> found;
+    std::error_code error;
+    for (fs::directory_iterator entry(notes_, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        const std::string digits = name.rfind(kName, 0) == 0 ? name.substr(std::strlen(kName)) : "";
+        if (!digits.empty() && digits.size() < 9 && digits.find_first_not_of("0123456789") == std::string::npos) {
+            found.push_back(std::stoi(digits));
+        }
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+FolderLock::Found FolderLock::newest() const {
+    const std::vector<int> all = numbers();
+    return all.empty() ? Found() : Found{all.back(), contents(path_of(all.back()))};
+}
+
+// Whether it is taken; not when others are at it at the same time. Throws when somebody has it.
 bool FolderLock::take() {
-    const Json owner = {{"id", id_},
-                        {"host", host_name()},
-                        {"process", getpid()},
-                        {"started", start_of(getpid())},
-                        {"machine", machine()}};
-    const std::string own = path_ + "-" + id_;
-    const int file = create(own, json_line(owner));
+    const Found before = newest();
+    if (before.number >= 0 && !is_stale(before)) {
+        throw CommandError(busy_text(folder_, path_of(before.number), owner_of(before.owner), times_));
+    }
+    const int number = before.number + 1;
+    const int file = make(number);
+    if (file < 0) {
+        return false;
+    }
+    const std::vector<int> now = numbers();
+    const bool is_highest = !now.empty() && now.back() == number;
+    const bool is_as_before = before.number < 0 ? now.size() == 1 : contents(path_of(before.number)) == before.owner;
+    if (!is_highest || !is_as_before) {
+        unlink(path_of(number).c_str());
+        close(file);
+        return false;
+    }
+    for (const int older : now) {
+        if (older < number) {
+            unlink(path_of(older).c_str());
+        }
+    }
+    number_ = number;
+    file_ = file;
+    return true;
+}
+
+// The lock of this number, open; -1 when it is there already.
+int FolderLock::make(int number) const {
+    const std::string text = json_line({{"id", id_},
+                                        {"host", host_name()},
+                                        {"process", getpid()},
+                                        {"started", start_of(getpid())},
+                                        {"machine", machine()}});
+    const std::string path = path_of(number);
+    const std::string own = notes_ + "/lock-" + id_;
+    int file = create(own, text);
     if (file < 0) {
         fail(own, errno);
     }
     // The answer to a link may be lost on its way from a file server: the number of names tells (open(2), O_EXCL).
     struct stat status = {};
-    const bool linked = link(own.c_str(), path_.c_str()) == 0;
-    const int error = errno;
+    const bool linked = link(own.c_str(), path.c_str()) == 0;
+    const bool exists = !linked && errno == EEXIST;
     const bool is_ours = linked || (fstat(file, &status) == 0 && status.st_nlink == 2);
     unlink(own.c_str());
     if (is_ours) {
-        file_ = file;
-        return true;
+        return file;
     }
     close(file);
-    if (error == EEXIST) {
-        return false;
+    if (exists) {
+        return -1;
     }
-    file_ = create(path_, json_line(owner));  // no hard links here
-    if (file_ < 0 && errno != EEXIST) {
-        fail(path_, errno);
+    file = create(path, text);  // no hard links here
+    if (file < 0 && errno != EEXIST) {
+        fail(path, errno);
     }
-    return file_ >= 0;
+    return file;
 }
 
-// Throws when the lock is somebody's. Of several who remove a stale one, one renames it; whoever renames a newer one so
-// puts it back.
-void FolderLock::give_way_or_remove_stale() {
-    const Json owner = read_owner(path_);
-    if (!fs::exists(path_)) {
-        return;
-    }
-    if (!is_stale(owner)) {
-        throw CommandError(busy_text(folder_, path_, owner, times_));
-    }
-    const std::string aside = path_ + "-stale-" + id_;
-    if (std::rename(path_.c_str(), aside.c_str()) != 0) {
-        return;
-    }
-    if (read_owner(aside) != owner && link(aside.c_str(), path_.c_str()) != 0 && errno != EEXIST) {
-        std::rename(aside.c_str(), path_.c_str());
-        return;
-    }
-    unlink(aside.c_str());
-}
-
-bool FolderLock::is_stale(const Json& owner) const {
+bool FolderLock::is_stale(const Found& lock) const {
+    const Json owner = owner_of(lock.owner);
     const std::string started = text_of(owner, "started");
     if (text_of(owner, "machine") == machine() && !started.empty()) {
         return start_of(number_of(owner, "process")) != started;
     }
     // What is written now has the time of the file server's clock.
-    const std::string probe = path_ + "-probe-" + id_;
+    const std::string probe = notes_ + "/lock-probe-" + id_;
     const int file = create(probe, "\n");
     if (file < 0) {
         fail(probe, errno);
     }
     close(file);
     const auto now = state_of_file(probe);
-    const auto touched = state_of_file(path_);
+    const auto touched = state_of_file(path_of(lock.number));
     unlink(probe.c_str());
-    return now && touched && std::chrono::nanoseconds(now->modified - touched->modified) > times_.stale_after;
+    const bool is_gone = !touched;  // released meanwhile
+    return is_gone || (now && std::chrono::nanoseconds(now->modified - touched->modified) > times_.stale_after);
 }
 
 void FolderLock::touch_regularly() {

@@ -55,21 +55,26 @@ Json made_event(const char* event, const std::string& output, const Json& key, c
     return json;
 }
 
-void note(const Json& line, ShotRecord* record) {
-    const std::string event = line.at("event").get<std::string>();
-    if (event == "whole" || event == "done") {
-        const ShotRecord::Made made = {line.at("key"), file_state_of(line.at("file"))};
-        record->whole = event == "whole" ? std::optional(made) : std::nullopt;
-        record->done = event == "done" ? std::optional(made) : record->done;
-    }
-    record->why = text_of(line, "why");
-    record->event = event;
-}
-
 struct Line {
     std::string time;
     Json json;
 };
+
+// Throws where something is missing; nothing is noted then.
+void note(const Line& line, Records* records) {
+    const std::string output = path_of(line.json.at("output"));
+    const auto before = records->find(output);
+    ShotRecord record = before == records->end() ? ShotRecord() : before->second;
+    record.event = line.json.at("event").get<std::string>();
+    record.time = line.time;
+    record.why = text_of(line.json, "why");
+    if (record.event == "whole" || record.event == "done") {
+        const ShotRecord::Made made = {line.json.at("key"), file_state_of(line.json.at("file"))};
+        record.whole = record.event == "whole" ? std::optional(made) : std::nullopt;
+        record.done = record.event == "done" ? std::optional(made) : record.done;
+    }
+    (*records)[output] = std::move(record);
+}
 
 // The lines of one file are in order, also where the clock was set back meanwhile.
 void read_lines(const fs::path& path, std::vector<Line>* lines) {
@@ -154,10 +159,7 @@ Records read_journals(const std::string& folder) {
     Records records;
     for (const Line& line : lines) {
         try {
-            ShotRecord record = records[path_of(line.json.at("output"))];
-            note(line.json, &record);
-            record.time = line.time;
-            records[path_of(line.json.at("output"))] = std::move(record);
+            note(line, &records);
         } catch (const Json::exception&) {
             continue;  // a line of some other kind
         }
