@@ -410,6 +410,29 @@ class InATerminal(CommandTest):
         shown = [int(share) for share in re.findall(rb"\r\x1b\[K *(\d+) % \[[^\r]*shots", terminal.text)]
         self.assertEqual(shown, sorted(shown))
 
+    def test_the_bar_is_one_line_of_a_narrow_screen(self):
+        for number in range(20):
+            put_shot("card", f"A_SHOT_WITH_A_LONG_NAME_{100 + number}")
+        os.truncate("card/A_SHOT_WITH_A_LONG_NAME_105_1.jpg", 100000)
+        tmux = ["tmux", "-L", os.path.basename(self.folder), "-f", "/dev/null"]
+        self.addCleanup(subprocess.run, [*tmux, "kill-server"], stderr=subprocess.DEVNULL, check=False)
+        command = f"'{COMMAND}' batch card --to out; sleep 600"
+        subprocess.run([*tmux, "new-session", "-d", "-x", "70", "-y", "20", command], check=True)
+        screens = []
+        while not screens or not any("made, " in line for line in screens[-1]):
+            shown = subprocess.run([*tmux, "capture-pane", "-p"], capture_output=True, check=True).stdout.decode()
+            screens.append(shown.split("\n"))
+            time.sleep(0.02)
+        bars = [[line for line in screen if " shots" in line] for screen in screens]
+        self.assertLessEqual(max(map(len, bars)), 1)
+        self.assertEqual(bars[-1], [])
+        running = [bar[0] for bar in bars if bar and ", A_SHOT" in bar[0]]
+        self.assertTrue(running)
+        for bar in running:
+            self.assertRegex(bar, r"^ *\d+ % \[#*\.*\] \d+/20 shots, (0:\d\d left, )?A_SHOT_WITH_A_LONG[-.\w]*$")
+        self.assertIn("LONG_NAME_105_1.jpg: is not whole", "".join(screens[-1]))
+        self.assertIn("19 made, 0 left as they were, 1 failed", screens[-1])
+
     def test_ctrl_c_ends_it_and_leaves_nothing_half(self):
         put_shot("card", "movie", "movie")
         put_shot("card", "still")
