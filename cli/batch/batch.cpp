@@ -2,16 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <mutex>
-#include <numeric>
 #include <stdexcept>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "batch/assessment.h"
@@ -20,6 +16,7 @@
 #include "batch/journal.h"
 #include "batch/memory.h"
 #include "batch/path_json.h"
+#include "batch/placement.h"
 #include "batch/shot_maker.h"
 #include "jobs/errors.h"
 #include "jobs/in_order.h"
@@ -88,18 +85,6 @@ int usual_number(const std::vector<const PlannedShot*>& shots) {
     const auto available = available_memory();
     const uint64_t fitting = available ? *available / 5 * 4 / most : UINT64_MAX;
     return static_cast<int>(std::clamp<uint64_t>(fitting, 1, static_cast<uint64_t>(core_count())));
-}
-
-void sync(const fs::path& path, bool must) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool synced = file >= 0 && fsync(file) == 0;
-    const int error = errno;
-    if (file >= 0) {
-        close(file);
-    }
-    if (!synced && must) {
-        throw CommandError(std::string("it cannot be written to the disk (") + std::strerror(error) + ")");
-    }
 }
 
 class Batch {
@@ -172,7 +157,7 @@ class Batch {
         const Stoppable stoppable("the frames begun are made");
         board_.emplace(work, !settings_.as_lines && !console().quiet() && !(console().has_status_line() && isatty(1)));
         for (const size_t shot : in_the_way_) {
-            fail(shot, in_the_way(shot));
+            fail(shot, in_the_way(path_of_output(shot)));
         }
         InOrder<void> all(waiting_.size(), at_a_time_, [this](size_t at) { make_unless_stopped(waiting_[at]); });
         for (size_t at = 0; at < waiting_.size(); ++at) {
@@ -258,33 +243,14 @@ class Batch {
     }
 
     void place(size_t shot, const std::string& file, const Json& key) {
-        const std::string& name = plan_.shots[shot].output;
-        const fs::path output = path_of_output(shot);
-        sync(file, true);
+        const std::string& output = plan_.shots[shot].output;
+        const auto record = records_.find(output);
+        const Placement placement = {
+            file,           output, path_of_output(shot), key, record == records_.end() ? nullptr : &record->second,
+            settings_.force};
+        write_to_disk(placement);
         check_lock();
-        std::error_code error;
-        fs::create_directories(output.parent_path(), error);
-        if (error) {
-            throw CommandError(printable(output.string()) + ": its folder cannot be made (" + error.message() + ")");
-        }
-        const auto record = records_.find(name);
-        const OutputState there =
-            output_state(record == records_.end() ? nullptr : &record->second, key, output.string());
-        if (there == OutputState::kForeign && !settings_.force) {
-            throw CommandError(in_the_way(shot));
-        }
-        const FileState state = state_of_file(file).value_or(FileState());
-        log(whole_event(name, key, state));
-        fs::rename(file, output, error);
-        if (error) {
-            throw CommandError(printable(output.string()) + ": cannot be put in its place (" + error.message() + ")");
-        }
-        sync(output.parent_path(), false);
-        log(done_event(name, key, state));
-    }
-
-    std::string in_the_way(size_t shot) const {
-        return printable(path_of_output(shot)) + ": exists already and is not of this batch; --force replaces it";
+        put_in_place(placement, [this](const Json& event) { log(event); });
     }
 
     void check_lock() const {
