@@ -26,8 +26,9 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kName = "lock.";
-constexpr int kTries = 100;    // others may take and release the lock between two looks
-constexpr int kMostWait = 20;  // milliseconds between two
+constexpr const char* kAttempt = "lock-";  // a file that is about to become one
+constexpr int kTries = 100;                // others may take and release the lock between two looks
+constexpr int kMostWait = 20;              // milliseconds between two
 
 std::string contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -123,6 +124,7 @@ FolderLock::FolderLock(const std::string& folder, LockTimes times)
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % kMostWait));
     }
+    remove_leftovers();
     toucher_ = std::thread([this] { touch_regularly(); });
 }
 
@@ -205,7 +207,7 @@ int FolderLock::make(int number) const {
                                         {"started", start_of(getpid())},
                                         {"machine", machine()}});
     const std::string path = path_of(number);
-    const std::string own = notes_ + "/lock-" + id_;
+    const std::string own = notes_ + "/" + kAttempt + id_;
     int file = create(own, text);
     if (file < 0) {
         fail(own, errno);
@@ -237,7 +239,7 @@ bool FolderLock::is_stale(const Found& lock) const {
         return start_of(number_of(owner, "process")) != started;
     }
     // What is written now has the time of the file server's clock.
-    const std::string probe = notes_ + "/lock-probe-" + id_;
+    const std::string probe = notes_ + "/" + kAttempt + "probe-" + id_;
     const int file = create(probe, "\n");
     if (file < 0) {
         fail(probe, errno);
@@ -248,6 +250,17 @@ bool FolderLock::is_stale(const Found& lock) const {
     unlink(probe.c_str());
     const bool is_gone = !touched;  // released meanwhile
     return is_gone || (now && std::chrono::nanoseconds(now->modified - touched->modified) > times_.stale_after);
+}
+
+// What processes that were killed while they tried has no use. One that tries just now tries again.
+void FolderLock::remove_leftovers() const {
+    std::error_code error;
+    for (fs::directory_iterator entry(notes_, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        if (entry->path().filename().string().rfind(kAttempt, 0) == 0) {
+            unlink(entry->path().c_str());
+        }
+    }
 }
 
 void FolderLock::touch_regularly() {

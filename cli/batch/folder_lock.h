@@ -48,6 +48,7 @@ class FolderLock {
     bool take();
     int make(int number) const;
     bool is_stale(const Found& lock) const;
+    void remove_leftovers() const;
     void touch_regularly();
 
     std::string folder_;

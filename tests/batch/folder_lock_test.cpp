@@ -181,6 +181,14 @@ TEST_F(FolderLockTest, IsTakenOverByOneOfMany) {
     }
 }
 
+TEST_F(FolderLockTest, RemovesWhatKilledProcessesLeft) {
+    leave_lock({{"started", "1"}});
+    std::ofstream(folder_ + "/" + kNotesFolder + "/lock-0123") << "an attempt";
+    std::ofstream(folder_ + "/" + kNotesFolder + "/lock.notes") << "somebody's";
+    EXPECT_EQ(refusal(), "");
+    EXPECT_EQ(files(), 1U);
+}
+
 TEST_F(FolderLockTest, TellsWhenTheFolderCannotBeMade) {
     std::ofstream(folder_) << "a file";
     EXPECT_THAT(refusal(), HasSubstr("the folder cannot be made"));
