@@ -23,6 +23,11 @@ constexpr const char* kDescription =
 constexpr const char* kFooter =
     "'nq360 COMMAND --help' explains a command. Exit status: 0 done, 1 failed,\n2 wrong use, 130 cancelled.";
 
+// Whether a batch goes to Slurm: then what follows "--" is not ours.
+bool hands_over(int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [](const char* argument) { return std::string(argument) == "--slurm"; });
+}
+
 // As the parser takes them, last one first. It would take a name in brackets for a list of names where several are
 // allowed, and loses its way when "--" comes after a first name. What is not an option is a path here, so that
 // both can be written as it understands them.
@@ -31,8 +36,17 @@ std::vector<std::string> arguments_of(int argc, char** argv) {
     const bool takes_many = command == "analyze" || command == "batch" || command == "join";
     std::vector<std::string> arguments;
     bool names_only = false;
+    bool for_sbatch = false;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
+        if (for_sbatch) {
+            arguments.push_back("--sbatch=" + argument);
+            continue;
+        }
+        if (command == "batch" && argument == "--" && hands_over(argc, argv)) {
+            for_sbatch = true;
+            continue;
+        }
         const bool is_list = takes_many && !argument.empty() && argument.front() == '[' && argument.back() == ']';
         const bool is_dashed = names_only && !argument.empty() && argument.front() == '-';
         if (!names_only && argument == "--") {

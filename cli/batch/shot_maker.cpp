@@ -62,6 +62,8 @@ class ShotMaker {
             begin_with_the_frames_meant(lenses_, job);
         }
         job->options.workers = job->options.workers == 0 ? 0 : order_.workers;
+        job->options.part = order_.part;
+        job->options.parts = order_.parts;
         job->cancel_path = cancel_path();
         const Outcome outcome = export_panorama(*job, handler_between(making_.match ? kShareOfMatch : 0, 1));
         const Json reply = read_reply(outcome.reply, Operation::kExport);

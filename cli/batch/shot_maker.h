@@ -14,6 +14,8 @@ struct MakingOrder {
     std::string output;  // where the panorama is to be in the end, as failures name it
     std::string file;    // where it is made
     int workers = 1;     // parts of a movie at a time
+    int part = 0;        // of a movie that is joined later: 1 to parts
+    int parts = 0;       // 0: the whole movie
 };
 
 struct MadeShot {

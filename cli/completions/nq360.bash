@@ -11,7 +11,7 @@ _nq360() {
             mapfile -t COMPREPLY < <(compgen -W "1 2 none" -- "$current")
             return
             ;;
-        --thumbnails | --to)
+        --thumbnails | --to | --status)
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -d -- "$current")
             return
@@ -29,7 +29,7 @@ _nq360() {
         batch)
             words="--to -r --recursive --pairs --size --tilt --yaw --pitch --roll --turn1 --turn2 --correct1 --correct2
                 --gain1 --gain2 --feather --band --quality --bit-rate --sound --aac --web --jobs --start --start2 --end
-                --end2 --date --partial --exact --match --dry-run --json -f --force -q --quiet -v --verbose"
+                --end2 --date --partial --exact --match --dry-run --json -f --force --slurm --split --status --task -q --quiet -v --verbose"
             ;;
         join) words="--json -f --force -q --quiet -v --verbose" ;;
         match) words="--turn1 --turn2 --start --start2 --end --end2 --json -q --quiet -v --verbose" ;;

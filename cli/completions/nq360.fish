@@ -71,3 +71,9 @@ complete -c nq360 -n '__fish_seen_subcommand_from view' -l port -x -d 'port to l
 complete -c nq360 -n '__fish_seen_subcommand_from view' -l no-browser -d 'print the address only'
 complete -c nq360 -n '__fish_seen_subcommand_from view' -l read-only -d 'write nothing into the folders'
 complete -c nq360 -n '__fish_seen_subcommand_from view' -l json -d 'print JSON'
+
+complete -c nq360 -n '__fish_seen_subcommand_from batch' -l slurm -d 'hand the shots to Slurm'
+complete -c nq360 -n '__fish_seen_subcommand_from batch' -l split -x -d 'make longer movies in parts of this length'
+complete -c nq360 -n '__fish_seen_subcommand_from batch' -l status -x -a '(__fish_complete_directories)' \
+    -d 'tell what Slurm has done'
+complete -c nq360 -n '__fish_seen_subcommand_from batch' -l task -x -d 'make one task'

@@ -160,11 +160,11 @@ class Finder {
 
     void judge(const Candidates& candidates) {
         const auto& [first, second] = candidates.lens;
-        if (first.empty() || second.empty()) {
+        if (first.empty() || second.empty() || !candidates.neither.empty()) {
             return;
         }
-        if (first.size() > 1 || second.size() > 1 || !candidates.neither.empty()) {
-            for (const auto* some : {&first, &second, &candidates.neither}) {
+        if (first.size() > 1 || second.size() > 1) {
+            for (const auto* some : {&first, &second}) {
                 for (const size_t file : *some) {
                     ambiguous_[file] = true;
                 }

@@ -60,7 +60,9 @@ std::string arguments_section(const CLI::App* app) {
 std::string options_section(const CLI::App* app) {
     constexpr size_t kLeft = 26;
     std::string text;
-    for (const CLI::Option* option : app->get_options([](const CLI::Option* o) { return o->nonpositional(); })) {
+    for (const CLI::Option* option : app->get_options([](const CLI::Option* o) {
+             return o->nonpositional() && !o->get_group().empty();  // which those have that people do not type
+         })) {
         text += entry(option_term(option), option->get_description(), kLeft);
     }
     return "\nOptions:\n" + text;

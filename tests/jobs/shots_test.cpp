@@ -89,6 +89,12 @@ TEST(Shots, BurstOfOneSecondIsToldByNames) {
                 ElementsAre("007_1.jpg+007_2.jpg", "008_1.jpg+008_2.jpg"));
 }
 
+TEST(Shots, ThirdNumberShowsWhichOneCountsShots) {
+    EXPECT_THAT(found({picture("a1_1.jpg"), picture("a1_2.jpg"), picture("a2_1.jpg"), picture("a2_2.jpg"),
+                       picture("a3_1.jpg"), picture("a3_2.jpg")}),
+                ElementsAre("a1_1.jpg+a1_2.jpg", "a2_1.jpg+a2_2.jpg", "a3_1.jpg+a3_2.jpg"));
+}
+
 TEST(Shots, WhatCanBeReadInTwoWaysIsLeftApart) {
     const std::vector<ShotFile> files = {picture("a1_1.jpg"), picture("a1_2.jpg"), picture("a2_1.jpg"),
                                          picture("a2_2.jpg")};

@@ -1,0 +1,194 @@
+#include "batch/cluster_task.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+#include <unistd.h>
+
+#include "batch/cluster_plan.h"
+#include "batch/journal.h"
+#include "batch/placing.h"
+#include "batch/shot_maker.h"
+#include "jobs/errors.h"
+#include "jobs/failure.h"
+#include "jobs/in_order.h"
+#include "jobs/library.h"
+#include "terminal/console.h"
+#include "terminal/interrupt.h"
+#include "terminal/progress.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string name_of_process() {
+    char host[256] = "";
+    gethostname(host, sizeof(host) - 1);
+    return std::string(host) + "-" + std::to_string(getpid());
+}
+
+// Cores that Slurm has given to the task, which may be fewer than the node has.
+int cores_of_task() {
+    const char* given = std::getenv("SLURM_CPUS_ON_NODE");
+    const int cores = given ? std::atoi(given) : 0;
+    return cores > 0 ? cores : core_count();
+}
+
+class TaskRunner {
+  public:
+    TaskRunner(const std::string& to, const ClusterPlan& plan, size_t number)
+        : to_(to),
+          plan_(plan),
+          task_(plan.tasks[number]),
+          shot_(plan.shots[task_.shot]),
+          output_(output_of(plan, task_)),
+          beginning_("task-" + std::to_string(number) + "-"),
+          folder_(fs::path(to) / kNotesFolder / (beginning_ + name_of_process())),
+          making_json_(making_json(plan.making)),
+          journal_(to, beginning_ + name_of_process()),
+          records_(read_journals(to)) {}
+
+    ~TaskRunner() {
+        std::error_code ignored;
+        fs::remove_all(folder_, ignored);
+    }
+    TaskRunner(const TaskRunner&) = delete;
+    TaskRunner& operator=(const TaskRunner&) = delete;
+
+    int run() {
+        const auto begun = std::chrono::steady_clock::now();
+        try {
+            const Json key = key_of_task(task_);
+            const bool is_joined =
+                task_.kind == ClusterTask::kPart && is_made(shot_.output, key_of(shot_, making_json_));
+            if (is_joined || is_made(output_, key)) {
+                console().tell(printable(output_) + ": is made already");
+                return kDone;
+            }
+            journal_.append(begun_event(output_));
+            if (!make(key)) {
+                journal_.append(cancelled_event(output_));
+                console().complain("cancelled");
+                return kCancelled;
+            }
+        } catch (const CommandError& error) {
+            journal_.append(failed_event(output_, error.what()));
+            throw;
+        }
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
+        console().print(printable(output_) + ": in " + decimal_text(seconds) + " s\n");
+        return kDone;
+    }
+
+  private:
+    // Whether it was not stopped.
+    bool make(const Json& key) {
+        fs::create_directories(folder_);
+        const std::string file = (folder_ / fs::path(output_).filename()).string();
+        const Stoppable stoppable("this frame is made");
+        const bool made = task_.kind == ClusterTask::kJoin ? join(file) : make_panorama(file);
+        if (made) {
+            if (key_of_task(task_) != key) {
+                throw CommandError(printable(shot_.lens[0]) + ", " + printable(shot_.lens[1]) +
+                                   ": changed while they were read");
+            }
+            const auto record = records_.find(output_);
+            const bool force = plan_.force || task_.kind == ClusterTask::kPart;  // nobody else's is among these
+            put_in_place({to_, output_, file, key, force}, record == records_.end() ? nullptr : &record->second,
+                         [this](const Json& event) { journal_.append(event); });
+            remove_what_is_left();
+        }
+        return made;
+    }
+
+    bool make_panorama(const std::string& file) const {
+        const MakingOrder order = {shot_, output_, file, cores_of_task(), task_.part, task_.parts};
+        const MadeShot made = make_shot(plan_.making, order, [](double) { return interrupted(); });
+        for (const std::string& notice : made.notices) {
+            console().tell(notice);
+        }
+        return !made.cancelled;
+    }
+
+    bool join(const std::string& file) const {
+        JoinJob job;
+        job.output = file;
+        job.cancel_path = cancel_path();
+        std::string missing;
+        for (int part = 1; part <= task_.parts; ++part) {
+            const ClusterTask maker = {ClusterTask::kPart, task_.shot, part, task_.parts};
+            const std::string name = output_of(plan_, maker);
+            if (!is_made(name, key_of_task(maker))) {
+                missing += (missing.empty() ? "" : ", ") + std::to_string(part);
+            }
+            job.files.push_back((fs::path(to_) / name).string());
+        }
+        if (!missing.empty()) {
+            throw CommandError(printable(output_) + ": of its " + std::to_string(task_.parts) +
+                               " parts these are not made: " + missing);
+        }
+        const Outcome outcome = join_shares(job, [](NQ360_STATE, const std::string&) { return interrupted(); });
+        if (outcome.state == NQ360_FAILED) {
+            throw CommandError(join_failure(read_reply(outcome.reply, Operation::kExport), job));
+        }
+        return outcome.state == NQ360_FINISHED;
+    }
+
+    Json key_of_task(const ClusterTask& task) const {
+        Json key = key_of(shot_, making_json_);
+        if (task.kind == ClusterTask::kPart) {
+            key["part"] = std::to_string(task.part) + "/" + std::to_string(task.parts);
+        }
+        return key;
+    }
+
+    bool is_made(const std::string& output, const Json& key) const {
+        const auto record = records_.find(output);
+        const OutputState state =
+            output_state(record == records_.end() ? nullptr : &record->second, key, (fs::path(to_) / output).string());
+        return state == OutputState::kDone || state == OutputState::kPlaced;
+    }
+
+    // Of processes that were at the same task and died, and of a movie its parts.
+    void remove_what_is_left() const {
+        std::error_code ignored;
+        std::vector<fs::path> left;
+        for (const auto& entry : fs::directory_iterator(folder_.parent_path(), ignored)) {
+            if (entry.path().filename().string().rfind(beginning_, 0) == 0) {
+                left.push_back(entry.path());
+            }
+        }
+        if (task_.kind == ClusterTask::kJoin) {
+            left.push_back((fs::path(to_) / part_file(task_.shot, 1, task_.parts)).parent_path());
+        }
+        for (const fs::path& folder : left) {
+            fs::remove_all(folder, ignored);
+        }
+    }
+
+    const std::string& to_;
+    const ClusterPlan& plan_;
+    const ClusterTask& task_;
+    const PlannedShot& shot_;
+    const std::string output_;
+    const std::string beginning_;
+    const fs::path folder_;
+    const Json making_json_;
+    Journal journal_;
+    const Records records_;
+};
+
+}  // namespace
+
+int run_cluster_task(const std::string& to, size_t number) {
+    const auto plan = read_cluster_plan(to);
+    if (!plan) {
+        throw CommandError(printable(to) + ": nothing in it was handed to a cluster");
+    }
+    if (number >= plan->tasks.size()) {
+        throw CommandError(printable(to) + ": has tasks 0 to " + std::to_string(plan->tasks.size() - 1));
+    }
+    return TaskRunner(to, *plan, number).run();
+}
