@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 #include "batch/journal.h"
 #include "jobs/errors.h"
@@ -64,7 +65,9 @@ ClusterPlan plan_of(const Json& json) {
     }
     for (const Json& task : json.at("tasks")) {
         plan.tasks.push_back(task_of(task));
-        plan.shots.at(plan.tasks.back().shot);
+        if (plan.tasks.back().shot >= plan.shots.size()) {
+            throw std::out_of_range("a task of no shot");
+        }
     }
     for (const Json& job : json.at("jobs")) {
         plan.jobs.push_back(

@@ -29,11 +29,13 @@ std::string name_of_process() {
     return std::string(host) + "-" + std::to_string(getpid());
 }
 
+constexpr long kMostCores = 256;  // parts of a movie at a time
+
 // Cores that Slurm has given to the task, which may be fewer than the node has.
 int cores_of_task() {
     const char* given = std::getenv("SLURM_CPUS_ON_NODE");
-    const int cores = given ? std::atoi(given) : 0;
-    return cores > 0 ? cores : core_count();
+    const long cores = given ? std::strtol(given, nullptr, 10) : 0;
+    return cores > 0 && cores < kMostCores ? static_cast<int>(cores) : core_count();
 }
 
 class TaskRunner {

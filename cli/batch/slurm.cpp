@@ -85,7 +85,7 @@ class Submission {
         arguments.insert(arguments.end(),
                          {script(), fs::read_symlink("/proc/self/exe").string(), to_, std::to_string(first)});
         const std::string printed = run_program(arguments);
-        const std::string id = printed.substr(0, printed.find_first_of(";\n"));  // the cluster's name may follow
+        std::string id = printed.substr(0, printed.find_first_of(";\n"));  // the cluster's name may follow
         if (id.empty() || id.find_first_not_of("0123456789") != std::string::npos) {
             throw CommandError("sbatch: printed no job's number");
         }

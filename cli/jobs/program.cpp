@@ -47,6 +47,7 @@ Ended run(const std::vector<std::string>& arguments, bool speaks) {
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     }
     std::vector<char*> texts;
+    texts.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         texts.push_back(const_cast<char*>(argument.c_str()));
     }
