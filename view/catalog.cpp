@@ -63,7 +63,7 @@ std::optional<ListedShot> Catalog::find(const std::string& name) {
     return search();
 }
 
-Look Catalog::look_at(const std::string& name, const FileState& state) {
+Look Catalog::look_at(const std::string& name, const FileVersion& state) {
     Look look = looks_.look_at(state);
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto entry = entries_.find(name);
@@ -131,7 +131,7 @@ void Catalog::work() {
             continue;
         }
         entry->taken = true;
-        const FileState state = entry->state;
+        const FileVersion state = entry->state;
         const int64_t number = entry->number;
         lock.unlock();
         const Look look = glance ? glance_at(state) : looks_.look_at(state);

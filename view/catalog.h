@@ -46,11 +46,11 @@ class Catalog {
     std::optional<ListedShot> find(const std::string& name);
 
     // The look of a file: that of its turn in the background, or now.
-    Look look_at(const std::string& name, const FileState& state);
+    Look look_at(const std::string& name, const FileVersion& state);
 
   private:
     struct Entry {
-        FileState state;
+        FileVersion state;
         int64_t number = 0;        // another one for a file that was away in between
         std::optional<Look> look;  // nothing: not even glanced at
         bool whole = false;        // looked at, not only glanced at

@@ -39,11 +39,11 @@ uint64_t number_of(const std::string& text) {
     return number;
 }
 
-Json note_of(const FileState& file) {
+Json note_of(const FileVersion& file) {
     return {{"path", file.path}, {"size", file.size}, {"time", file.time}};
 }
 
-Look read_look(const Json& reply, NQ360_STATE state, const FileState& file) {
+Look read_look(const Json& reply, NQ360_STATE state, const FileVersion& file) {
     Look look;
     if (state != NQ360_FINISHED) {
         look.failure = analysis_failure(reply, file.path, "");
@@ -66,14 +66,14 @@ void write_note(const std::string& path, const Json& note) {
 
 }  // namespace
 
-Look glance_at(const FileState& file) {
+Look glance_at(const FileVersion& file) {
     const Outcome outcome = analyze_file(file.path);
     return read_look(read_reply(outcome.reply, Operation::kAnalysis), outcome.state, file);
 }
 
 Looks::Looks() : folder_(cache_folder()), free_(static_cast<int>(std::max(1U, std::thread::hardware_concurrency()))) {}
 
-std::string Looks::stem_of(const FileState& file) const {
+std::string Looks::stem_of(const FileVersion& file) const {
     char name[32];
     std::snprintf(
         name, sizeof(name), "%016llx",
@@ -81,7 +81,7 @@ std::string Looks::stem_of(const FileState& file) const {
     return folder_ + "/" + name;
 }
 
-std::optional<Look> Looks::kept(const FileState& file) const {
+std::optional<Look> Looks::kept(const FileVersion& file) const {
     std::ifstream note_file(folder_.empty() ? "" : stem_of(file) + ".json");
     const Json note = note_file ? Json::parse(note_file, nullptr, false) : Json();
     if (!note.is_object() || note.value("file", Json()) != Json::parse(json_line(note_of(file)))) {
@@ -96,7 +96,7 @@ std::optional<Look> Looks::kept(const FileState& file) const {
     return look;
 }
 
-Look Looks::look_at(const FileState& file) {
+Look Looks::look_at(const FileVersion& file) {
     if (auto look = kept(file)) {
         return *look;
     }

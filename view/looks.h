@@ -16,20 +16,20 @@ struct Look {
 };
 
 // The description alone, without decoding the picture: not all damage is known by it.
-Look glance_at(const FileState& file);
+Look glance_at(const FileVersion& file);
 
 class Looks {
   public:
     Looks();
 
     // What is in the cache.
-    std::optional<Look> kept(const FileState& file) const;
+    std::optional<Look> kept(const FileVersion& file) const;
 
     // What is in the cache or, when its turn has come, found out: as many at a time as there are processors.
-    Look look_at(const FileState& file);
+    Look look_at(const FileVersion& file);
 
   private:
-    std::string stem_of(const FileState& file) const;
+    std::string stem_of(const FileVersion& file) const;
 
     std::string folder_;  // empty: nothing can be kept
     std::mutex mutex_;

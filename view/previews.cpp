@@ -18,7 +18,7 @@ size_t bytes_of(const std::string& reply) {
 
 }  // namespace
 
-std::string Previews::make(const ExportJob& job, const std::array<FileState, 2>& lenses) {
+std::string Previews::make(const ExportJob& job, const std::array<FileVersion, 2>& lenses) {
     const std::lock_guard<std::mutex> lock(mutex_);
     NQ360_SHOT* const shot = shot_of(job, lenses);
     std::string jpeg;
@@ -29,7 +29,7 @@ std::string Previews::make(const ExportJob& job, const std::array<FileState, 2>&
     return jpeg;
 }
 
-NQ360_SHOT* Previews::shot_of(const ExportJob& job, const std::array<FileState, 2>& lenses) {
+NQ360_SHOT* Previews::shot_of(const ExportJob& job, const std::array<FileVersion, 2>& lenses) {
     const auto found =
         std::find_if(kept_.begin(), kept_.end(), [&lenses](const Kept& one) { return one.lenses == lenses; });
     if (found != kept_.end()) {

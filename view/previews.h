@@ -12,15 +12,15 @@
 class Previews {
   public:
     // The JPEG of the job's frames. Throws CommandError in the command's words.
-    std::string make(const ExportJob& job, const std::array<FileState, 2>& lenses);
+    std::string make(const ExportJob& job, const std::array<FileVersion, 2>& lenses);
 
   private:
     struct Kept {
-        std::array<FileState, 2> lenses;
+        std::array<FileVersion, 2> lenses;
         ShotHandle shot;
         size_t bytes;
     };
-    NQ360_SHOT* shot_of(const ExportJob& job, const std::array<FileState, 2>& lenses);
+    NQ360_SHOT* shot_of(const ExportJob& job, const std::array<FileVersion, 2>& lenses);
 
     std::mutex mutex_;
     std::list<Kept> kept_;  // the one looked at last comes first

@@ -9,20 +9,20 @@
 #include "lobby.h"
 
 // A file as it is at the moment: another one at the same path is known by its size or time.
-struct FileState {
+struct FileVersion {
     std::string path;  // the real one, without links
     int64_t size = 0;
     int64_t time = 0;  // of its last change, ns
 
-    bool operator==(const FileState& other) const {
+    bool operator==(const FileVersion& other) const {
         return path == other.path && size == other.size && time == other.time;
     }
-    bool operator!=(const FileState& other) const { return !(*this == other); }
+    bool operator!=(const FileVersion& other) const { return !(*this == other); }
 };
 
 struct SharedFile {
     Descriptor descriptor;
-    FileState state;
+    FileVersion state;
 };
 
 class SharedFolders {

@@ -216,7 +216,7 @@ void Site::send_preview(const Request& request, Response& response) {
         job.options.width = std::min(size.width, kMostPreviewWidth) / 2 * 2;
         job.options.height = job.options.width / 2;
     }
-    const std::array<FileState, 2> lenses = lenses_of(pair_of(parameter(request, "shot")), &job);
+    const std::array<FileVersion, 2> lenses = lenses_of(pair_of(parameter(request, "shot")), &job);
     response.set_content(previews_.make(job, lenses), "image/jpeg");
 }
 
@@ -224,7 +224,7 @@ void Site::send_space(const Request& request, Response& response) {
     Json space = {{"folder", printable(folders_.made())}, {"free", NQ360_freesize((folders_.made() + "/").c_str())}};
     if (request.has_param("shot")) {
         ExportJob job;
-        const std::array<FileState, 2> lenses = lenses_of(pair_of(parameter(request, "shot")), &job);
+        const std::array<FileVersion, 2> lenses = lenses_of(pair_of(parameter(request, "shot")), &job);
         space["needed"] = static_cast<unsigned long long>(lenses[0].size + lenses[1].size) + kHeadroom;
     }
     send_json(space, response);
@@ -295,8 +295,8 @@ ListedShot Site::pair_of(const std::string& name) {
     return std::move(*found);
 }
 
-std::array<FileState, 2> Site::lenses_of(const ListedShot& pair, ExportJob* job) const {
-    std::array<FileState, 2> states;
+std::array<FileVersion, 2> Site::lenses_of(const ListedShot& pair, ExportJob* job) const {
+    std::array<FileVersion, 2> states;
     for (int i = 0; i < 2; ++i) {
         const auto file = folders_.open(pair.names[i]);
         if (!file) {

@@ -74,7 +74,7 @@ class Site : private httplib::Server {
     ListedShot pair_of(const std::string& name);
 
     // The halves of a pair, checked to be there; fills the job's lenses.
-    std::array<FileState, 2> lenses_of(const ListedShot& pair, ExportJob* job) const;
+    std::array<FileVersion, 2> lenses_of(const ListedShot& pair, ExportJob* job) const;
 
     SiteOptions options_;
     SharedFolders folders_;
