@@ -10,7 +10,7 @@
 #include "batch/folder_lock.h"
 #include "batch/journal.h"
 #include "batch/path_json.h"
-#include "batch/placing.h"
+#include "batch/placement.h"
 #include "batch/slurm.h"
 #include "jobs/errors.h"
 #include "terminal/console.h"

@@ -9,7 +9,7 @@
 
 #include "batch/cluster_plan.h"
 #include "batch/journal.h"
-#include "batch/placing.h"
+#include "batch/placement.h"
 #include "batch/shot_maker.h"
 #include "jobs/errors.h"
 #include "jobs/failure.h"
@@ -96,10 +96,16 @@ class TaskRunner {
                 throw CommandError(printable(shot_.lens[0]) + ", " + printable(shot_.lens[1]) +
                                    ": changed while they were read");
             }
-            const auto record = records_.find(output_);
             const bool force = plan_.force || task_.kind == ClusterTask::kPart;  // nobody else's is among these
-            put_in_place({to_, output_, file, key, force}, record == records_.end() ? nullptr : &record->second,
-                         [this](const Json& event) { journal_.append(event); });
+            const auto record = records_.find(output_);
+            const Placement placement = {file,
+                                         output_,
+                                         (fs::path(to_) / output_).string(),
+                                         key,
+                                         record == records_.end() ? nullptr : &record->second,
+                                         force};
+            write_to_disk(placement);
+            put_in_place(placement, [this](const Json& event) { journal_.append(event); });
             remove_what_is_left();
         }
         return made;
