@@ -10,7 +10,6 @@ import heapq
 import os
 import shutil
 import statistics
-import subprocess
 import time
 from dataclasses import dataclass
 from pathlib import Path
@@ -21,6 +20,7 @@ from work import run
 STILLS = 32
 MOVIES = 6
 FRAMES = 60
+SHORT = 0.5  # seconds of such a movie
 NODES = (1, 4, 16, 64, 256, 1000)
 BEGIN = 1.0  # seconds from a free node to a task's first line, as Slurm's own and a shared folder take
 STORAGE = 1e9  # bytes a second that a shared folder gives and takes, in all
@@ -87,7 +87,8 @@ def costs(tools, data, card):
     core = sorted(os.sched_getaffinity(0))[:1]
     still = [card / f"IMG 0000_{lens}.jpg" for lens in (1, 2)]
     movie = [card / f"MOV 0000_{lens}.mov" for lens in (1, 2)]
-    part, joined, picture = data / "1.part", data / "joined.mov", data / "one.jpg"
+    part, part_of_it, joined = data / "1.part", data / "short.part", data / "joined.mov"
+    picture = data / "one.jpg"
 
     def seconds(*command):
         return statistics.median(run([[tools.nq360, *command]], cores=core).seconds for _ in range(3))
@@ -95,12 +96,14 @@ def costs(tools, data, card):
     still_seconds = seconds("export", *still, picture, "-f", "-q")
     movie_seconds = seconds("export", *movie, part, "--part", "1/1", "-f", "-q")
     join_seconds = seconds("join", part, joined, "-f", "-q")
+    seconds("export", *movie, part_of_it, "--part", "1/1", "--end", SHORT, "-f", "-q")
+    short_join_seconds = seconds("join", part_of_it, joined, "-f", "-q")
     length = FRAMES / RATE
     moved = sum(path.stat().st_size for path in movie) + 3 * part.stat().st_size  # written, read and written again
     return Costs(
         still_seconds,
         movie_seconds / length,
-        join_seconds / length,
+        max(join_seconds - short_join_seconds, 0) / (length - SHORT),  # without what a process takes to begin
         sum(path.stat().st_size for path in still) + picture.stat().st_size,
         moved / length,
     )
@@ -169,7 +172,8 @@ def main():
     print(f"\nA card of {CARD_STILLS} stills and {CARD_MINUTES} minutes of movie, in the parts that are best:\n")
     print_cluster_table(cost)
     shutil.rmtree(data / "made", ignore_errors=True)
-    subprocess.run(["rm", "-f", data / "1.part", data / "joined.mov", data / "one.jpg"], check=True)
+    for name in ("1.part", "short.part", "joined.mov", "one.jpg"):
+        (data / name).unlink()
 
 
 if __name__ == "__main__":
