@@ -112,7 +112,7 @@ class Status {
 
     const ShotRecord* record_of(const std::string& output) const {
         const auto found = records_.find(output);
-        return found == records_.end() ? nullptr : &found->second;
+        return found == records_.end() || found->second.time < plan_.submitted ? nullptr : &found->second;
     }
 
     void tell_line(size_t number, const TaskStatus& status) const {
@@ -164,6 +164,7 @@ int submit_batch(const Plan& plan, const Making& making, const BatchSettings& se
         console().tell("nothing is to be made");
         return all_free ? kDone : kFailed;
     }
+    shared.submitted = time_text();
     write_cluster_plan(to, shared);  // before any task can begin
     submit(to, cluster.sbatch_options, &shared);
     write_cluster_plan(to, shared);

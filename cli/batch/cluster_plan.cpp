@@ -40,7 +40,7 @@ ClusterTask task_of(const Json& json) {
 }
 
 Json json_of(const ClusterPlan& plan) {
-    Json json = {{"making", making_json(plan.making)}, {"force", plan.force}};
+    Json json = {{"making", making_json(plan.making)}, {"force", plan.force}, {"submitted", plan.submitted}};
     for (const char* list : {"shots", "tasks", "jobs"}) {
         json[list] = Json::array();
     }
@@ -60,6 +60,7 @@ ClusterPlan plan_of(const Json& json) {
     ClusterPlan plan;
     plan.making = making_of(json.at("making"));
     plan.force = json.at("force").get<bool>();
+    plan.submitted = json.at("submitted").get<std::string>();
     for (const Json& shot : json.at("shots")) {
         plan.shots.push_back(shot_of(shot));
     }

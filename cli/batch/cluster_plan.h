@@ -31,6 +31,7 @@ struct ClusterJob {
 struct ClusterPlan {
     Making making;
     bool force = false;
+    std::string submitted;  // when, as the journals have it: older lines tell of other runs
     std::vector<PlannedShot> shots;
     std::vector<ClusterTask> tasks;
     std::vector<ClusterJob> jobs;

@@ -80,7 +80,9 @@ class TaskRunner {
             throw;
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
-        console().print(printable(output_) + ": in " + decimal_text(seconds) + " s\n");
+        if (!console().quiet()) {
+            console().print(printable(output_) + ": in " + decimal_text(seconds) + " s\n");
+        }
         return kDone;
     }
 

@@ -21,20 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// "2026-01-02T03:04:05.678Z": such texts sort as their times do.
-std::string time_text() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-    const std::time_t seconds = milliseconds / 1000;
-    std::tm parts = {};
-    gmtime_r(&seconds, &parts);
-    char date[32];
-    char text[48];
-    std::strftime(date, sizeof(date), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text, sizeof(text), "%s.%03dZ", date, static_cast<int>(milliseconds % 1000));
-    return text;
-}
-
 bool ends_in_line(const std::string& path) {
     std::ifstream file(path, std::ios::binary | std::ios::ate);
     if (!file || file.tellg() == std::streampos(0)) {
@@ -121,6 +107,19 @@ void Journal::append(const Json& event) {
         throw CommandError(printable(path_) + ": cannot be written (" + std::strerror(written < 0 ? errno : ENOSPC) +
                            "); what is made further on would not be known");
     }
+}
+
+std::string time_text() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    const std::time_t seconds = milliseconds / 1000;
+    std::tm parts = {};
+    gmtime_r(&seconds, &parts);
+    char date[32];
+    char text[48];
+    std::strftime(date, sizeof(date), "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text, sizeof(text), "%s.%03dZ", date, static_cast<int>(milliseconds % 1000));
+    return text;
 }
 
 Json begun_event(const std::string& output) {

@@ -31,6 +31,9 @@ class Journal {
     bool ends_in_line_ = true;
 };
 
+// Now, as the journals have it: "2026-01-02T03:04:05.678Z". Such texts sort as their times do.
+std::string time_text();
+
 // The lines of one shot. Before a panorama takes its place a line tells that it is whole, afterwards one that it is
 // done: so what stands there is known for ours whenever the process ends.
 Json begun_event(const std::string& output);

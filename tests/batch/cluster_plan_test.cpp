@@ -63,6 +63,7 @@ TEST(ClusterPlan, IsReadAsItWasWritten) {
     plan.making.arguments.yaw = 0.1;
     plan.making.match = true;
     plan.force = true;
+    plan.submitted = "2026-01-02T03:04:05.678Z";
     plan.shots = {movie(12.5), picture()};
     plan.shots[0].lens[0] = "/a \xFF/1.mov";
     plan.tasks = tasks_for(plan.shots, 5);
@@ -71,6 +72,7 @@ TEST(ClusterPlan, IsReadAsItWasWritten) {
     const ClusterPlan read = read_cluster_plan(dir.path()).value();
     EXPECT_EQ(making_json(read.making), making_json(plan.making));
     EXPECT_TRUE(read.force);
+    EXPECT_EQ(read.submitted, plan.submitted);
     EXPECT_EQ(words(read.tasks), words(plan.tasks));
     EXPECT_EQ(shot_json(read.shots.at(0)), shot_json(plan.shots[0]));
     EXPECT_EQ(read.shots.size(), 2U);

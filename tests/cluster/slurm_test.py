@@ -232,6 +232,15 @@ class Slurm(unittest.TestCase):
         told = self.run_batch("--status", self.made)
         self.assertEqual(told.returncode, 1)
         self.assertIn("MOV 1_2.mov: there is no such file", told.stderr.decode())
+        # Handed over again, what was told before counts no more.
+        self.sample("movie", "MOV 1_%d.mov", "--frames", "130", "--sound", "none", "--key-frames", "15")
+        self.assertEqual(self.run_batch(self.shots, "--to", self.made, "--size", "64x32", "--slurm").returncode, 0)
+        self.assertIn(self.states()[0]["state"], ("waiting", "running", "done"))
+        self.wait_until(lambda states: all(task["state"] == "done" for task in states))
+        again = self.run_batch(self.shots, "--to", self.made, "--size", "32x16", "--slurm")
+        self.assertEqual(again.returncode, 0, again.stderr)
+        self.assertIn(self.states()[0]["state"], ("waiting", "running"))
+        self.wait_until(lambda states: all(task["state"] == "done" for task in states))
 
 
 if __name__ == "__main__":
