@@ -25,8 +25,7 @@ Json key_if_there(const PlannedShot& shot, const Json& making) {
 std::vector<OutputState> assess(const Plan& plan, const Json& making, const std::string& to, const Records& records) {
     std::vector<OutputState> states;
     for (const PlannedShot& shot : plan.shots) {
-        const auto record = records.find(shot.output);
-        states.push_back(output_state(record == records.end() ? nullptr : &record->second, key_if_there(shot, making),
+        states.push_back(output_state(record_of(records, shot.output), key_if_there(shot, making),
                                       (fs::path(to) / shot.output).string()));
     }
     return states;

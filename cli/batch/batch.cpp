@@ -18,6 +18,7 @@
 #include "batch/path_json.h"
 #include "batch/placement.h"
 #include "batch/shot_maker.h"
+#include "batch/work_folder.h"
 #include "jobs/errors.h"
 #include "jobs/in_order.h"
 #include "jobs/library.h"
@@ -32,41 +33,6 @@ namespace {
 // Nothing more can be made.
 struct BatchEnds : std::runtime_error {
     using std::runtime_error::runtime_error;
-};
-
-// Where this run's files are until they are whole. Those of runs that were killed are removed; no other run works here.
-class WorkFolder {
-  public:
-    WorkFolder(const std::string& to, const std::string& id) : notes_(fs::path(to) / kNotesFolder) {
-        constexpr const char* kBeginning = "work-";
-        std::error_code error;
-        for (fs::directory_iterator entry(notes_, error); !error && entry != fs::directory_iterator();
-             entry.increment(error)) {
-            std::error_code ignored;
-            if (entry->path().filename().string().rfind(kBeginning, 0) == 0) {
-                fs::remove_all(entry->path(), ignored);
-            }
-        }
-        folder_ = notes_ / (kBeginning + id);
-        if (!fs::create_directory(folder_, error)) {
-            throw CommandError(printable(folder_.string()) + ": the folder cannot be made (" + error.message() + ")");
-        }
-    }
-    ~WorkFolder() {
-        std::error_code ignored;
-        fs::remove_all(folder_, ignored);
-    }
-    WorkFolder(const WorkFolder&) = delete;
-    WorkFolder& operator=(const WorkFolder&) = delete;
-
-    // Short, whatever the panorama is called.
-    std::string file(size_t shot, const std::string& output) const {
-        return (folder_ / (std::to_string(shot) + fs::path(output).extension().string())).string();
-    }
-
-  private:
-    fs::path notes_;
-    fs::path folder_;
 };
 
 // Bytes that one takes while it is made: a multiple of the picture planes, as measured.
@@ -95,7 +61,7 @@ class Batch {
           settings_(settings),
           making_json_(making_json(making)),
           lock_(settings.to),
-          work_folder_(settings.to, lock_.id()),
+          work_folder_(begun_work_folder()),
           journal_(settings.to),
           records_(read_journals(settings.to)),
           states_(assess(plan, making_json_, settings.to, records_)) {}
@@ -118,6 +84,13 @@ class Batch {
     }
 
   private:
+    // Those of runs that were killed are removed; no other run works here.
+    WorkFolder begun_work_folder() const {
+        constexpr const char* kBeginning = "work-";
+        remove_work_folders(settings_.to, kBeginning);
+        return WorkFolder(settings_.to, kBeginning + lock_.id());
+    }
+
     std::string path_of_output(size_t shot) const {
         return (fs::path(settings_.to) / plan_.shots[shot].output).string();
     }
@@ -213,7 +186,7 @@ class Batch {
         const PlannedShot& planned = plan_.shots[shot];
         const auto begun = std::chrono::steady_clock::now();
         const Json key = key_of(planned, making_json_);
-        const std::string file = work_folder_.file(shot, planned.output);
+        const std::string file = work_folder_.file(std::to_string(shot), planned.output);
         const MadeShot made =
             make_shot(making_, {planned, path_of_output(shot), file, workers_for(planned)}, [this, shot](double share) {
                 board_->advance(shot, share);
@@ -244,10 +217,8 @@ class Batch {
 
     void place(size_t shot, const std::string& file, const Json& key) {
         const std::string& output = plan_.shots[shot].output;
-        const auto record = records_.find(output);
-        const Placement placement = {
-            file,           output, path_of_output(shot), key, record == records_.end() ? nullptr : &record->second,
-            settings_.force};
+        const Placement placement = {file,           output, path_of_output(shot), key, record_of(records_, output),
+                                     settings_.force};
         write_to_disk(placement);
         check_lock();
         put_in_place(placement, [this](const Json& event) { log(event); });

@@ -56,9 +56,7 @@ void Board::fail(size_t shot, const std::string& why) {
 
 void Board::stop(size_t shot) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    current_.erase(
-        std::remove_if(current_.begin(), current_.end(), [shot](const auto& one) { return one.first == shot; }),
-        current_.end());
+    forget(shot);
 }
 
 void Board::tell(const std::string& notice) {
@@ -72,9 +70,7 @@ void Board::print(const std::string& line) {
 }
 
 void Board::end(size_t shot) {
-    current_.erase(
-        std::remove_if(current_.begin(), current_.end(), [shot](const auto& one) { return one.first == shot; }),
-        current_.end());
+    forget(shot);
     shares_[shot] = 1;
     ended_ += work_[shot] > 0 ? 1 : 0;
 }

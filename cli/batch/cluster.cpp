@@ -103,16 +103,17 @@ class Status {
     TaskStatus status_of_task(size_t number) const {
         const auto in_queue = queue_.find(number);
         const std::string* const state = in_queue == queue_.end() ? nullptr : &in_queue->second;
-        const TaskStatus status = status_of(record_of(output_of(plan_, plan_.tasks[number])), state);
+        const TaskStatus status = status_of(new_record_of(output_of(plan_, plan_.tasks[number])), state);
         const ClusterTask& task = plan_.tasks[number];
         // The parts go when the movie is joined.
-        const ShotRecord* const whole = record_of(plan_.shots[task.shot].output);
+        const ShotRecord* const whole = new_record_of(plan_.shots[task.shot].output);
         return task.kind == ClusterTask::kPart && whole && whole->event == "done" ? TaskStatus{kMade, ""} : status;
     }
 
-    const ShotRecord* record_of(const std::string& output) const {
-        const auto found = records_.find(output);
-        return found == records_.end() || found->second.time < plan_.submitted ? nullptr : &found->second;
+    // Nothing of earlier runs.
+    const ShotRecord* new_record_of(const std::string& output) const {
+        const ShotRecord* const record = record_of(records_, output);
+        return record && record->time >= plan_.submitted ? record : nullptr;
     }
 
     void tell_line(size_t number, const TaskStatus& status) const {

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <vector>
 
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "batch/journal.h"
 #include "batch/placement.h"
 #include "batch/shot_maker.h"
+#include "batch/work_folder.h"
 #include "jobs/errors.h"
 #include "jobs/failure.h"
 #include "jobs/in_order.h"
@@ -47,17 +47,9 @@ class TaskRunner {
           shot_(plan.shots[task_.shot]),
           output_(output_of(plan, task_)),
           beginning_("task-" + std::to_string(number) + "-"),
-          folder_(fs::path(to) / kNotesFolder / (beginning_ + name_of_process())),
           making_json_(making_json(plan.making)),
           journal_(to, beginning_ + name_of_process()),
           records_(read_journals(to)) {}
-
-    ~TaskRunner() {
-        std::error_code ignored;
-        fs::remove_all(folder_, ignored);
-    }
-    TaskRunner(const TaskRunner&) = delete;
-    TaskRunner& operator=(const TaskRunner&) = delete;
 
     int run() {
         const auto begun = std::chrono::steady_clock::now();
@@ -89,8 +81,8 @@ class TaskRunner {
   private:
     // Whether it was not stopped.
     bool make(const Json& key) {
-        fs::create_directories(folder_);
-        const std::string file = (folder_ / fs::path(output_).filename()).string();
+        const WorkFolder work_folder(to_, beginning_ + name_of_process());
+        const std::string file = work_folder.file("made", output_);
         const Stoppable stoppable("this frame is made");
         const bool made = task_.kind == ClusterTask::kJoin ? join(file) : make_panorama(file);
         if (made) {
@@ -99,13 +91,8 @@ class TaskRunner {
                                    ": changed while they were read");
             }
             const bool force = plan_.force || task_.kind == ClusterTask::kPart;  // nobody else's is among these
-            const auto record = records_.find(output_);
-            const Placement placement = {file,
-                                         output_,
-                                         (fs::path(to_) / output_).string(),
-                                         key,
-                                         record == records_.end() ? nullptr : &record->second,
-                                         force};
+            const Placement placement = {
+                file, output_, (fs::path(to_) / output_).string(), key, record_of(records_, output_), force};
             write_to_disk(placement);
             put_in_place(placement, [this](const Json& event) { journal_.append(event); });
             remove_what_is_left();
@@ -155,26 +142,16 @@ class TaskRunner {
     }
 
     bool is_made(const std::string& output, const Json& key) const {
-        const auto record = records_.find(output);
-        const OutputState state =
-            output_state(record == records_.end() ? nullptr : &record->second, key, (fs::path(to_) / output).string());
+        const OutputState state = output_state(record_of(records_, output), key, (fs::path(to_) / output).string());
         return state == OutputState::kDone || state == OutputState::kPlaced;
     }
 
     // Of processes that were at the same task and died, and of a movie its parts.
     void remove_what_is_left() const {
-        std::error_code ignored;
-        std::vector<fs::path> left;
-        for (const auto& entry : fs::directory_iterator(folder_.parent_path(), ignored)) {
-            if (entry.path().filename().string().rfind(beginning_, 0) == 0) {
-                left.push_back(entry.path());
-            }
-        }
+        remove_work_folders(to_, beginning_);
         if (task_.kind == ClusterTask::kJoin) {
-            left.push_back((fs::path(to_) / part_file(task_.shot, 1, task_.parts)).parent_path());
-        }
-        for (const fs::path& folder : left) {
-            fs::remove_all(folder, ignored);
+            std::error_code ignored;
+            fs::remove_all((fs::path(to_) / part_file(task_.shot, 1, task_.parts)).parent_path(), ignored);
         }
     }
 
@@ -184,7 +161,6 @@ class TaskRunner {
     const PlannedShot& shot_;
     const std::string output_;
     const std::string beginning_;
-    const fs::path folder_;
     const Json making_json_;
     Journal journal_;
     const Records records_;

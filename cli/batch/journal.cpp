@@ -166,6 +166,11 @@ Records read_journals(const std::string& folder) {
     return records;
 }
 
+const ShotRecord* record_of(const Records& records, const std::string& output) {
+    const auto found = records.find(output);
+    return found == records.end() ? nullptr : &found->second;
+}
+
 OutputState output_state(const ShotRecord* record, const Json& key, const std::string& path) {
     const auto there = state_of_file(path);
     if (!there) {

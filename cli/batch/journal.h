@@ -59,6 +59,9 @@ struct ShotRecord {
 using Records = std::map<std::string, ShotRecord>;
 Records read_journals(const std::string& folder);
 
+// Null where nothing is known of the output.
+const ShotRecord* record_of(const Records& records, const std::string& output);
+
 // How what stands at an output's place was made.
 enum class OutputState {
     kMissing,

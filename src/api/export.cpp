@@ -23,11 +23,6 @@
 
 namespace {
 
-// The reply of a call that is out of memory.
-constexpr char kBareReply[] =
-    R"({"errnum":"39999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
-    R"("movie_path1":"","movie_path2":"","export_path":""})";
-
 // Which of the two interfaces a job came by: the plain one writes in place and reads whole inputs alone.
 enum class Interface { kPlain, kWithOptions };
 
@@ -217,7 +212,7 @@ NQ360_STATE export_job(const NQ360_EXPORT_OPTIONS& options, Interface interface,
     } catch (...) {
         *unexpected = true;
         place.discard();
-        answer_unexpected(client, kBareReply, [&](const char* text) {
+        answer_unexpected(client, kBareExportReply, [&](const char* text) {
             return make_json_errstr3(paths.movie1, paths.movie2, paths.output, "an unknown error occurred", text, 39999,
                                      -1);
         });

@@ -12,6 +12,11 @@ struct Paths {
     const char* written;  // where an export writes it
 };
 
+// The reply of a job with two halves, or of a join, that is out of memory.
+inline constexpr char kBareExportReply[] =
+    R"({"errnum":"39999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
+    R"("movie_path1":"","movie_path2":"","export_path":""})";
+
 // Makes the reply of a failure, which the caller frees. Always -1.
 int fail(const Paths& paths, const char* errstr, const char* api_errstr, int errnum, int api_errnum,
          const char** json_out);

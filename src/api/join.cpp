@@ -20,11 +20,6 @@
 
 namespace {
 
-// The reply of a call that is out of memory.
-constexpr char kBareReply[] =
-    R"({"errnum":"39999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
-    R"("movie_path1":"","movie_path2":"","export_path":""})";
-
 // Why nothing is joined, as the reply tells it.
 struct Refusal {
     int errnum;
@@ -57,7 +52,7 @@ class Join {
             return end(NQ360_FAILED, {30001, "Could not open file", why});
         } catch (...) {
             place_.discard();
-            answer_unexpected(client_, kBareReply, [&](const char* text) {
+            answer_unexpected(client_, kBareExportReply, [&](const char* text) {
                 return make_json_errstr3(paths_.movie1, "", paths_.output, "an unknown error occurred", text, 39999,
                                          -1);
             });
@@ -162,7 +157,7 @@ int NQ360_join(const NQ360_JOIN_OPTIONS* options) {
         }
         return Join(*options, client).run();
     } catch (...) {
-        answer_unexpected(client, kBareReply, [](const char* text) {
+        answer_unexpected(client, kBareExportReply, [](const char* text) {
             return make_json_errstr3("", "", "", "an unknown error occurred", text, 39999, -1);
         });
         return NQ360_FAILED;

@@ -10,11 +10,6 @@
 
 namespace {
 
-// The reply of a call that is out of memory.
-constexpr char kBareReply[] =
-    R"({"errnum":"39999","errstr":"an unknown error occurred","api_errnum":-1,"api_errstr":"std::bad_alloc",)"
-    R"("movie_path1":"","movie_path2":"","export_path":""})";
-
 // Null with the reply of a failure.
 std::unique_ptr<NQ360_SHOT> analyzed(const NQ360_EXPORT_OPTIONS& options, const char** reply) {
     const Paths paths = {options.lens1, options.lens2, nullptr, nullptr};
@@ -93,7 +88,7 @@ NQ360_STATE shot_job(const NQ360_EXPORT_OPTIONS* options, NQ360_SHOT* shot, std:
         client.send(state, reply);
         return state;
     } catch (...) {
-        answer_unexpected(client, kBareReply, [&](const char* text) {
+        answer_unexpected(client, kBareExportReply, [&](const char* text) {
             return make_json_errstr3(paths.movie1, paths.movie2, paths.output, "an unknown error occurred", text, 39999,
                                      -1);
         });
