@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "media/share_header.h"
+
 namespace {
 
 // Collects the first fault of a record.
@@ -109,7 +111,7 @@ std::string fault_of(const NQ360_EXPORT_OPTIONS& options) {
     check.flag("keep_metadata", options.keep_metadata);
     check.flag("web", options.web);
     check.range("workers", options.workers, -1, 256);
-    check.range("parts", options.parts, 0, 100000);
+    check.range("parts", options.parts, 0, kMostShares);
     check.range("part", options.part, std::min(options.parts, 1), options.parts);
     check.flag("whole_inputs_only", options.whole_inputs_only);
     return check.fault();

@@ -1,17 +1,17 @@
 #include "api/share_texts.h"
 
-#include <cstdio>
+#include <charconv>
+#include <cstdlib>
 #include <initializer_list>
 
 #include "base/fingerprint.h"
 
 namespace {
 
-// So many digits that no two numbers share a text.
+// So many digits that no two numbers share a text, and the same on machines of other languages.
 std::string exact_text(double value) {
     char text[32];
-    std::snprintf(text, sizeof(text), "%.17g", value);
-    return text;
+    return {text, std::to_chars(text, text + sizeof(text), value).ptr};
 }
 
 template <typename Number>
@@ -55,10 +55,14 @@ void add_metadata(const MovieTexts& texts, ShareHeader* header) {
     header->add("model", texts.model);
 }
 
+// Only a damaged header has such a time.
+constexpr int64_t kTimeBound = int64_t{1} << 40;  // seconds
+
 MovieTexts metadata_in(const ShareHeader& header) {
     MovieTexts texts;
-    if (!header.text("time").empty()) {
-        texts.time = header.integer("time");
+    const int64_t time = header.integer("time");
+    if (!header.text("time").empty() && std::abs(time) < kTimeBound) {
+        texts.time = time;
     }
     texts.timestamp = header.text("timestamp");
     texts.location = header.text("location");

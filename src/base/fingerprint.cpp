@@ -4,6 +4,8 @@
 #include <fstream>
 #include <vector>
 
+#include "base/files.h"
+
 void Fingerprint::add(const void* bytes, size_t count) {
     for (size_t i = 0; i < count; ++i) {
         hash_ = (hash_ ^ static_cast<const uint8_t*>(bytes)[i]) * 0x100000001b3;
@@ -17,6 +19,9 @@ std::string Fingerprint::text() const {
 }
 
 std::string fingerprint_of_file(const char* path) {
+    if (!isRegularFile(path)) {  // a pipe or a device may never end
+        return "";
+    }
     constexpr size_t kBlock = 1 << 16;
     std::ifstream file(path, std::ios::binary);
     Fingerprint fingerprint;

@@ -17,5 +17,5 @@ class Fingerprint {
     uint64_t hash_ = 0xcbf29ce484222325;  // FNV-1a
 };
 
-// Of all bytes of a file; empty when it cannot be read.
+// Of all bytes of a file; empty when it cannot be read or is no regular one.
 std::string fingerprint_of_file(const char* path);

@@ -60,7 +60,13 @@ void add_rational(const std::string& name, AVRational value, ShareHeader* header
     header->add(name + " denominator", value.den);
 }
 
-// Which of the shares a file is, where it can be one of this movie.
+// As much of a text as a reply has room for.
+std::string beginning_of(const std::string& text) {
+    constexpr size_t kBytes = 100;
+    return text.size() <= kBytes ? text : text.substr(0, kBytes) + "...";
+}
+
+// Throws where a file cannot be a share of the first one's movie.
 void check_common(const ShareHeader& first, const ShareHeader& other, const std::string& path) {
     if (other.common.size() != first.common.size()) {
         throw ShareFault(path, "it was made by another version than the first one given");
@@ -69,7 +75,8 @@ void check_common(const ShareHeader& first, const ShareHeader& other, const std:
         const auto& [name, value] = first.common[i];
         if (other.common[i] != first.common[i]) {
             std::string why = "it is of another movie than the first one given: ";
-            why.append(name).append(" is ").append(other.common[i].second).append(", not ").append(value);
+            why.append(beginning_of(name)).append(" is ").append(beginning_of(other.common[i].second));
+            why.append(", not ").append(beginning_of(value));
             throw ShareFault(path, why);
         }
     }
@@ -140,6 +147,19 @@ class Sound {
     ShareRecord record_{};
 };
 
+// The numbers of the shares without a file, as many of them as help.
+std::string missing_numbers(const std::vector<std::string>& paths) {
+    constexpr int kMostNamed = 20;
+    std::string numbers;
+    int missing = 0;
+    for (size_t i = 0; i < paths.size(); ++i) {
+        if (paths[i].empty() && ++missing <= kMostNamed) {
+            numbers += (missing == 1 ? "" : ", ") + std::to_string(i + 1);
+        }
+    }
+    return missing <= kMostNamed ? numbers : numbers + " and " + std::to_string(missing - kMostNamed) + " more";
+}
+
 }  // namespace
 
 ShareSet gather_shares(const std::vector<std::string>& paths) {
@@ -158,12 +178,7 @@ ShareSet gather_shares(const std::vector<std::string>& paths) {
         }
         place = path;
     }
-    std::string missing;
-    for (size_t i = 0; i < set.paths.size(); ++i) {
-        if (set.paths[i].empty()) {
-            missing += (missing.empty() ? "" : ", ") + std::to_string(i + 1);
-        }
-    }
+    const std::string missing = missing_numbers(set.paths);
     if (!missing.empty()) {
         throw ShareFault(paths.front(),
                          "of its " + std::to_string(set.paths.size()) + " parts these are missing: " + missing);
@@ -199,7 +214,8 @@ int libavIF::write_share(const char* export_path, const char* cancel_path, const
     if (opened < 0) {
         return fail(opened);
     }
-    share_file = &writer;
+    const auto forget = [this](ShareWriter*) { share_file = nullptr; };
+    std::unique_ptr<ShareWriter, decltype(forget)> in_use(share_file = &writer, forget);
     bool starts_over = false;
     int written = 0;
     if (plan) {
@@ -210,14 +226,13 @@ int libavIF::write_share(const char* export_path, const char* cancel_path, const
     if (written >= 0 && !starts_over && option.share.number == 1) {
         written = finish_streams();
     }
-    share_file = nullptr;
+    in_use.reset();
     if (written < 0) {
         return written;
     }
     if (starts_over) {
-        return fail(
-            AVERROR_INVALIDDATA,
-            "its frames come otherwise than its index tells, so it cannot be shared out; export it in one piece");
+        return fail(AVERROR_INVALIDDATA,
+                    "a part cannot be read as its index tells; when its files can be read, export it in one piece");
     }
     const int closed = writer.close();
     return closed < 0 ? fail(closed) : 0;

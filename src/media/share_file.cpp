@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/crc.h>
 }
 
+#include "base/files.h"
 #include "metadata/big_endian.h"
 
 namespace {
@@ -16,11 +17,22 @@ constexpr char kPicture = 'P';
 constexpr char kSound = 'S';
 constexpr char kEnd = 'E';
 
+// Many times what a share has of each: a damaged number must not fill the memory.
+constexpr uint64_t kMostTexts = 1000;
+constexpr int64_t kMostTextBytes = 1 << 20;
+constexpr int64_t kMostPacketBytes = 1 << 28;
+
 const char* const kNumber = "share";
 const char* const kCount = "shares";
 
 uint32_t crc_of(uint32_t crc, const uint8_t* bytes, int64_t count) {
     return av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), crc, bytes, static_cast<size_t>(count));
+}
+
+std::string error_words(int code) {
+    char text[AV_ERROR_MAX_STRING_SIZE];
+    av_strerror(code, text, sizeof(text));
+    return text;
 }
 
 }  // namespace
@@ -96,11 +108,12 @@ void ShareWriter::put_text(const std::string& text) {
 }
 
 ShareReader::ShareReader(const std::string& path) : path_(path) {
+    if (!isRegularFile(path.c_str())) {  // a pipe would keep the reader waiting
+        throw ShareFault(path, "it is no part of a movie");
+    }
     const int opened = avio_open(&io_, file_url(path.c_str()).c_str(), AVIO_FLAG_READ);
     if (opened < 0) {
-        char text[AV_ERROR_MAX_STRING_SIZE];
-        av_strerror(opened, text, sizeof(text));
-        throw ShareFault(path, std::string("it cannot be opened: ") + text);
+        throw ShareFault(path, "it cannot be opened: " + error_words(opened));
     }
     try {
         read_header();
@@ -122,16 +135,21 @@ void ShareReader::read_header() {
     }
     crc_ = crc_of(0, reinterpret_cast<const uint8_t*>(magic.data()), there);
     const uint64_t texts = get_number(4);
+    if (texts > kMostTexts) {
+        throw damaged();
+    }
     for (uint64_t i = 0; i < texts; ++i) {
         std::string name = get_text();
         std::string value = get_text();
         header_.common.emplace_back(std::move(name), std::move(value));
     }
-    header_.number = static_cast<int>(header_.integer(kNumber));
-    header_.count = static_cast<int>(header_.integer(kCount));
-    if (header_.number < 1 || header_.number > header_.count) {
+    const int64_t number = header_.integer(kNumber);
+    const int64_t count = header_.integer(kCount);
+    if (number < 1 || number > count || count > kMostShares) {
         throw damaged();
     }
+    header_.number = static_cast<int>(number);
+    header_.count = static_cast<int>(count);
     auto& common = header_.common;
     common.erase(std::remove_if(common.begin(), common.end(),
                                 [](const auto& one) { return one.first == kNumber || one.first == kCount; }),
@@ -153,7 +171,7 @@ bool ShareReader::next(ShareRecord* record) {
     record->is_sound = kind == kSound;
     record->packet = new_packet();
     AVPacket* const packet = record->packet.get();
-    const int size = get_size();
+    const int size = get_size(kMostPacketBytes);
     if (av_new_packet(packet, size) < 0) {
         throw std::bad_alloc();
     }
@@ -163,15 +181,21 @@ bool ShareReader::next(ShareRecord* record) {
     packet->dts = static_cast<int64_t>(get_number(8));
     packet->duration = static_cast<int64_t>(get_number(8));
     packet->flags = static_cast<int>(get_number(8));
+    if (packet->pts != packet->dts) {  // neither encoder reorders
+        throw damaged();
+    }
     read_side_data(packet);
     return true;
 }
 
 void ShareReader::read_side_data(AVPacket* packet) {
     const uint64_t count = get_number(4);
+    if (count > AV_PKT_DATA_NB) {
+        throw damaged();
+    }
     for (uint64_t i = 0; i < count; ++i) {
         const uint64_t type = get_number(4);
-        const int size = get_size();
+        const int size = get_size(kMostPacketBytes);
         if (type >= AV_PKT_DATA_NB) {
             throw damaged();
         }
@@ -190,7 +214,7 @@ ShareFault ShareReader::damaged() const {
 
 void ShareReader::get(uint8_t* bytes, int64_t count) {
     if (avio_read(io_, bytes, static_cast<int>(count)) != count) {
-        throw damaged();
+        throw io_->error < 0 ? ShareFault(path_, "it cannot be read: " + error_words(io_->error)) : damaged();
     }
     crc_ = crc_of(crc_, bytes, count);
 }
@@ -201,17 +225,17 @@ uint64_t ShareReader::get_number(size_t size) {
     return from_big_endian(bytes, 0, size);
 }
 
-// No more than the file still has: a damaged number must not fill the memory.
-int ShareReader::get_size() {
+// No more than the file still has, nor than `most`.
+int ShareReader::get_size(int64_t most) {
     const auto size = static_cast<int64_t>(get_number(4));
-    if (size > avio_size(io_) - avio_tell(io_) || size > INT32_MAX - AV_INPUT_BUFFER_PADDING_SIZE) {
+    if (size > avio_size(io_) - avio_tell(io_) || size > most) {
         throw damaged();
     }
     return static_cast<int>(size);
 }
 
 std::string ShareReader::get_text() {
-    std::string text(static_cast<size_t>(get_size()), '\0');
+    std::string text(static_cast<size_t>(get_size(kMostTextBytes)), '\0');
     get(reinterpret_cast<uint8_t*>(text.data()), static_cast<int64_t>(text.size()));
     return text;
 }

@@ -78,7 +78,7 @@ class ShareReader {
     void read_side_data(AVPacket* packet);
     void get(uint8_t* bytes, int64_t count);
     uint64_t get_number(size_t size);
-    int get_size();
+    int get_size(int64_t most);
     std::string get_text();
     ShareFault damaged() const;
 

@@ -6,6 +6,9 @@
 #include <utility>
 #include <vector>
 
+// Of one movie; far more than there are machines.
+constexpr int32_t kMostShares = 100000;
+
 using NamedTexts = std::vector<std::pair<std::string, std::string>>;
 
 struct ShareHeader {

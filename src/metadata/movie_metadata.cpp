@@ -128,6 +128,8 @@ void set_creation_time(int64_t seconds, Atom* moov) {
     }
 }
 
+constexpr size_t kMostUserText = 0xFFFF;  // its length has two bytes
+
 void add_user_text(const std::string& type, const std::string& text, Atom* moov) {
     if (text.empty()) {
         return;
@@ -135,7 +137,8 @@ void add_user_text(const std::string& type, const std::string& text, Atom* moov)
     if (!find_child(moov, "udta")) {
         moov->children.push_back({"udta", "", {}, "", false});
     }
-    const std::string payload = to_big_endian(text.size(), 2) + to_big_endian(kLanguage, 2) + text;
+    const std::string kept = text.substr(0, kMostUserText);
+    const std::string payload = to_big_endian(kept.size(), 2) + to_big_endian(kLanguage, 2) + kept;
     find_child(moov, "udta")->children.push_back({type, payload, {}, "", false});
 }
 

@@ -4,11 +4,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include "support/bytes.h"
+#include "support/comma_locale.h"
 #include "support/media.h"
 #include "support/movie_index.h"
 #include "support/samples.h"
 #include "support/temp_dir.h"
+#include "support/watchdog.h"
 #include "support/with_options.h"
 
 using namespace test_support;
@@ -115,6 +119,77 @@ TEST_F(Join, KeepsTheMetadataOfTheExport) {
         ASSERT_EQ(outcome.state(), NQ360_FINISHED) << outcome.text();
         EXPECT_TRUE(read_file(joined) == read_file(whole)) << keep;
     }
+}
+
+namespace {
+
+Bytes share_text(const std::string& characters) {
+    return be32(characters.size()) + text(characters);
+}
+
+// A share with these numbers and nothing behind its header.
+Bytes share_of(const std::string& number, const std::string& count) {
+    return text("nq360 share 1\n") + be32(2) + share_text("share") + share_text(number) + share_text("shares") +
+           share_text(count);
+}
+
+Bytes sparse(Bytes bytes) {
+    return bytes + zeros(5000000);
+}
+
+}  // namespace
+
+TEST_F(Join, RefusesNumbersThatCannotBe) {
+    const Bytes magic = text("nq360 share 1\n");
+    const std::string output = dir.file("out.mov");
+    for (const Bytes& bytes :
+         {share_of("1", "2147483647"), share_of("2", "4294967298"), share_of("0", "2"), share_of("3", "2"),
+          share_of("1", "100001"), sparse(magic + be32(0xFFFFFFFF)), sparse(magic + be32(2) + be32(2000000))}) {
+        const std::string part = dir.file("1.part", bytes);
+        const nlohmann::json reply = join(options_for({part.c_str()}, output)).json();
+        EXPECT_EQ(reply.at("errnum"), "30001");
+        EXPECT_EQ(reply.at("api_errstr"), "it is damaged, or not whole");
+    }
+}
+
+TEST_F(Join, NamesOnlySomeOfManyMissingParts) {
+    const std::string part = dir.file("1.part", share_of("2", "2500"));
+    const std::string why =
+        "of its 2500 parts these are missing: 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, "
+        "17, 18, 19, 20, 21 and 2479 more";
+    EXPECT_EQ(join(options_for({part.c_str()}, dir.file("out.mov"))).json().at("api_errstr"), why);
+}
+
+TEST_F(Join, DoesNotWaitForAPipe) {
+    const std::string pipe = dir.file("1.part");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const Watchdog watchdog("joining a pipe");
+    EXPECT_EQ(join(options_for({pipe.c_str()}, dir.file("out.mov"))).json().at("api_errstr"),
+              "it is no part of a movie");
+    const Shot shot = movies_in(dir, {"--size", "1440", "--frames", "3", "--sound", "none"});
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, dir.file("2.part"), 128, 64);
+    options.band = pipe.c_str();
+    options.part = options.parts = 2;
+    EXPECT_EQ(export_with(options).result, NQ360_FAILED);
+}
+
+// Machines that share a movie need not speak one language.
+TEST_F(Join, OfMachinesThatWriteNumbersOtherwise) {
+    const Shot shot = movies_in(dir, {"--size", "1440", "--frames", "3", "--sound", "none"});
+    const std::string parts[] = {dir.file("1.part"), dir.file("2.part")};
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, parts[0], 128, 64);
+    options.feather = 0.5;
+    options.parts = 2;
+    options.part = 1;
+    ASSERT_EQ(export_with(options).result, NQ360_FINISHED);
+    options.output = parts[1].c_str();
+    options.part = 2;
+    {
+        const CommaLocale locale;
+        ASSERT_EQ(export_with(options).result, NQ360_FINISHED);
+    }
+    const Outcome outcome = join(options_for({parts[0].c_str(), parts[1].c_str()}, dir.file("out.mov")));
+    EXPECT_EQ(outcome.state(), NQ360_FINISHED) << outcome.text();
 }
 
 TEST_F(Join, OfPicturesThereAreNoShares) {
