@@ -22,6 +22,11 @@ int blank_buffer(AVCodecContext* decoder, AVFrame* frame, int flags) {
     return result;
 }
 
+int plane_columns(const AVFrame* frame, int plane) {
+    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame->format));
+    return plane == 0 || !format ? frame->width : AV_CEIL_RSHIFT(frame->width, format->log2_chroma_w);
+}
+
 bool is_blank(const uint8_t* row, int width) {
     return row[0] == 0 && std::memcmp(row, row + 1, static_cast<size_t>(width) - 1) == 0;
 }
@@ -56,7 +61,7 @@ int decoded_rows(const AVFrame* frame) {
         const int height = plane_rows(frame, plane);
         int row = height;
         while (row > 0 && is_blank(frame->data[plane] + static_cast<ptrdiff_t>(row - 1) * frame->linesize[plane],
-                                   plane == 0 ? frame->width : frame->width / 2)) {
+                                   plane_columns(frame, plane))) {
             --row;
         }
         rows = std::max(rows, static_cast<int>(static_cast<int64_t>(row) * frame->height / height));
