@@ -42,7 +42,7 @@ struct OutputOption {
     bool web = false;            // a movie's index lies in front
     int32_t workers = 0;         // parts of a movie made at a time; negative: one per core; 0: it is not made in parts
     int64_t part_pairs = kPartPairs;
-    ShareHeader share;                     // which of the parts are made, for a file of shares in the place of a movie
+    ShareHeader share;  // which parts are made, for a share in the place of a movie; its count is 0 for a movie
     bool looks_for_missing_parts = false;  // of inputs that are not whole: refused, in words, unless the next is set
     bool read_what_is_there = false;       // an input that is not whole is read as far as it goes
     bool cancel_at_every_frame = false;    // not at progress replies only

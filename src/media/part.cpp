@@ -31,6 +31,9 @@ void Part::rethrow() const {
 }
 
 void Part::make(int64_t count) noexcept {
+    if (went_wrong_ || no_memory_) {
+        return;
+    }
     try {
         if (!panoramas_ && !is_done()) {
             open();

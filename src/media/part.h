@@ -26,12 +26,12 @@ class Part {
     // The part of that number, counted from 0; `job` is borrowed. Nothing is opened yet.
     Part(const PartJob& job, int64_t number);
 
-    // Makes up to `count` pairs more. Any thread. What goes wrong is kept.
+    // Makes up to `count` pairs more. Any thread. What goes wrong is kept, and nothing is made after it.
     void make(int64_t count) noexcept;
 
     int64_t made() const { return next_ - first_; }  // pairs
     bool is_done() const { return next_ == end_; }
-    // Whether something came otherwise than planned. The rest of the part cannot be made then.
+    // Whether something came otherwise than planned, or could not be read or coded at all.
     bool went_wrong() const { return went_wrong_; }
     // That there was no memory.
     void rethrow() const;

@@ -13,7 +13,7 @@ extern "C" {
 
 namespace {
 
-// Frames from one key frame to the next, beyond which a part would decode more frames for nothing than it has.
+// Frames from the key frame before a part to its first one, beyond which it would decode more for nothing than it has.
 constexpr int64_t kMostToKeyFrame = 120;
 
 // An input of the lockstep that has the frames of an index in the place of decoded ones.
@@ -136,6 +136,10 @@ std::optional<PartPlan> plan_parts(const libavIF& media, const OutputOption& opt
                 return {};
             }
             plan.first_read[i] = first_frame(stream, starts[input]);
+        }
+        // How much sound a plain export reads beside a still depends on the other movie's packets.
+        if (media.is_still[input] && option.audio_source == input && media.hasAudio(input)) {
+            return {};
         }
         const MovieFrames* movie = plan.movies[i] ? &*plan.movies[i] : nullptr;
         sources.emplace_back(movie, plan.first_read[i], av_q2d(stream->time_base));

@@ -1,5 +1,6 @@
 // The export of a movie in parts, several of which are made at a time.
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <numeric>
 #include <vector>
@@ -17,8 +18,7 @@
 
 namespace {
 
-// Pairs that each part makes between two looks at progress and cancel: about half a second. Parts wait for each other
-// then, for a few hundredths of that.
+// Pairs that each part makes between two looks at progress and cancel: about half a second.
 constexpr int64_t kRoundPairs = 8;
 
 // The sound of the input that is wanted, written as far as its pictures are.
@@ -87,7 +87,8 @@ int SoundBeside::read() {
         int finished = 0;
         result = media_->wtire_audio2(input_, packet_.get(), &finished, media_->audio_block_size(), start_, end_);
         is_done_ = finished != 0;
-        failed_step_ = result < 0 ? "wtire_audio" : nullptr;
+        // Only input 2's is told, as established.
+        failed_step_ = result < 0 && input_ == 1 ? "wtire_audio" : nullptr;
     }
     return std::min(result, 0);
 }
@@ -108,13 +109,28 @@ class Wave {
     bool is_written() const { return writing_ == parts_.size(); }
 
   private:
+    void make_round(Part* part, std::atomic<size_t>* behind) const;
+
     std::vector<std::unique_ptr<Part>> parts_;
+    const int64_t round_pairs_;
     size_t writing_ = 0;  // the part whose packets are taken
 };
 
-Wave::Wave(const PartJob& job, int64_t first, int64_t end) {
+// Parts in line for a thread must not make a round longer.
+Wave::Wave(const PartJob& job, int64_t first, int64_t end)
+    : round_pairs_(std::clamp<int64_t>(kRoundPairs * cv::getNumThreads() / (end - first), 1, kRoundPairs)) {
     for (int64_t number = first; number < end; ++number) {
         parts_.push_back(std::make_unique<Part>(job, number));
+    }
+}
+
+// Who is done with the round goes on while others are not, for a core that waits makes nothing. `behind`: how many
+// parts are not done with it.
+void Wave::make_round(Part* part, std::atomic<size_t>* behind) const {
+    part->make(round_pairs_);
+    --*behind;
+    for (int64_t more = 0; more<round_pairs_&& * behind> 0 && !part->is_done(); ++more) {
+        part->make(1);
     }
 }
 
@@ -126,11 +142,12 @@ void Wave::make_some() {
         }
     }
     if (open.size() == 1) {
-        open.front()->make(kRoundPairs);  // no other needs the threads that it shares its steps out to
+        open.front()->make(round_pairs_);  // no other needs the threads that it shares its steps out to
     } else {
+        std::atomic<size_t> behind = open.size();
         in_parallel(static_cast<int>(open.size()), [&](const cv::Range& range) {
             for (int i = range.start; i < range.end; ++i) {
-                open[static_cast<size_t>(i)]->make(kRoundPairs);
+                make_round(open[static_cast<size_t>(i)], &behind);
             }
         });
     }

@@ -284,15 +284,15 @@ void libavIF::equalize_lengths(OutputOption* option) const {
 int libavIF::write_video(const char* export_path, const char* cancel_path, OutputOption option,
                          const ReportProgress& report) {
     int64_t reported = 0;
-    const ReportProgress tell_news = [&](NQ360_STATE state, int64_t frames) {
-        const bool is_news = frames > reported;
+    // Who starts over tells no lower number, but goes on asking whether to stop.
+    const ReportProgress tell_highest = [&](NQ360_STATE state, int64_t frames) {
         reported = std::max(reported, frames);
-        return is_news && report && report(state, frames);
+        return report && report(state, reported);
     };
     bool starts_over = false;
     const bool is_share = option.share.count > 0;
     const bool in_parts = is_share || (option.workers != 0 && !(is_still[0] && is_still[1]));
-    const int result = write_once(export_path, cancel_path, option, tell_news, in_parts, &starts_over);
+    const int result = write_once(export_path, cancel_path, option, tell_highest, in_parts, &starts_over);
     if (!starts_over) {
         return result;
     }
@@ -302,7 +302,7 @@ int libavIF::write_video(const char* export_path, const char* cancel_path, Outpu
     if (open_input_file(0) < 0 || open_input_file(1) < 0) {
         return error_code;
     }
-    return write_once(export_path, cancel_path, option, tell_news, false, &starts_over);
+    return write_once(export_path, cancel_path, option, tell_highest, false, &starts_over);
 }
 
 // *starts_over: nothing failed, but the parts came otherwise than planned.

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "support/codes.h"
+#include "support/command.h"
 #include "support/media.h"
 #include "support/movie_index.h"
 #include "support/parts_export.h"
@@ -128,6 +129,18 @@ TEST_F(Parts, OfAStillAndAMovieKeepTheStill) {
     job.shot = {pair.one, stills.two};
     expect_same(job);
     EXPECT_EQ(codes_of(dir.file("one.mov")).back(), CodePair(12, 77));
+}
+
+// Its frames are not known, so it counts as a still, but its sound is there.
+TEST_F(Parts, OfAMovieInFragmentsHaveItsSound) {
+    PartsExport job;
+    job.shot = movies({"--frames", "13", "--codec", "mjpeg", "--sound", "1"});
+    const std::string fragments = dir.file("fragments.mov");
+    run_command({"ffmpeg", "-v", "error", "-i", job.shot.one, "-c", "copy", "-movflags", "frag_keyframe+empty_moov",
+                 "-frag_duration", "100000", fragments});
+    job.shot.one = fragments;
+    expect_same(job);
+    EXPECT_FALSE(split_packets_of(dir.file("one.mov")).sound.empty());
 }
 
 TEST_F(Parts, BeginWithAKeyFrame) {
@@ -266,4 +279,10 @@ TEST_F(Parts, OfADamagedMovieFailAsAPlainExport) {
         EXPECT_EQ(job.run(&reply), expected) << workers << " workers";
         EXPECT_EQ(reply, plain);
     }
+    // The export starts over behind pair 10, which it does not do unasked.
+    job.workers = 1;
+    marked_at = 1000;
+    told.clear();
+    job.run(nullptr, nullptr, nullptr, mark);
+    EXPECT_EQ(told, (std::vector<int64_t>{10, 10}));
 }
