@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 #include "base/files.h"
 #include "base/fingerprint.h"
@@ -160,6 +161,18 @@ std::string missing_numbers(const std::vector<std::string>& paths) {
     return missing <= kMostNamed ? numbers : numbers + " and " + std::to_string(missing - kMostNamed) + " more";
 }
 
+// While it lives, packets go to the share.
+class InUse {
+  public:
+    InUse(ShareWriter* writer, ShareWriter** place) : place_(place) { *place_ = writer; }
+    ~InUse() { *place_ = nullptr; }
+    InUse(const InUse&) = delete;
+    InUse& operator=(const InUse&) = delete;
+
+  private:
+    ShareWriter** place_;
+};
+
 }  // namespace
 
 ShareSet gather_shares(const std::vector<std::string>& paths) {
@@ -214,8 +227,7 @@ int libavIF::write_share(const char* export_path, const char* cancel_path, const
     if (opened < 0) {
         return fail(opened);
     }
-    const auto forget = [this](ShareWriter*) { share_file = nullptr; };
-    std::unique_ptr<ShareWriter, decltype(forget)> in_use(share_file = &writer, forget);
+    std::optional<InUse> in_use(std::in_place, &writer, &share_file);
     bool starts_over = false;
     int written = 0;
     if (plan) {
