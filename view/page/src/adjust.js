@@ -155,14 +155,22 @@ export function showAdjustments(shown) {
 }
 
 /**
+ * What rounding left over, so that a slow drag adds up.
+ * @type {Record<string, number>}
+ */
+const rests = {};
+
+/**
  * Adds to numbers, as a drag does.
  * @param {Record<string, number>} steps degrees
  */
 export function turnBy(steps) {
     const turned = { ...adjustments };
     for (const [name, step] of Object.entries(steps)) {
-        const sum = Number(turned[name] ?? 0) + step;
-        turned[name] = String(Math.round((sum - 360 * Math.round(sum / 360)) * 10) / 10);
+        const sum = Number(turned[name] ?? 0) + (rests[name] ?? 0) + step;
+        const rounded = Math.round(sum * 10) / 10;
+        rests[name] = sum - rounded;
+        turned[name] = String(Math.round((rounded - 360 * Math.round(rounded / 360)) * 10) / 10);
     }
     showAdjustments(turned);
     changed(turned, false);
@@ -170,5 +178,8 @@ export function turnBy(steps) {
 
 export function stopComparing() {
     byId("before", HTMLButtonElement).ariaPressed = "false";
+}
+
+export function stopDragging() {
     byId("drag", HTMLButtonElement).ariaPressed = "false";
 }

@@ -1,17 +1,31 @@
 // The server's side: one function for each thing that it can be asked.
 
+// Every error that is thrown here and in sphere.js has a message for a person.
+
 /** What the server refuses, in its own words. */
 export class Refused extends Error {}
+
+/** @param {Response} answer */
+async function refusal(answer) {
+    const said = await answer.json().catch(() => ({}));
+    if (said.error) {
+        return said.error;
+    }
+    // Whom the door keeps out gets no JSON: the cookie is another server's.
+    return answer.status === 403 ? "nq360 view has begun anew: open the address that it prints" :
+        `The server answers ${answer.status}`;
+}
 
 /**
  * @param {string} path
  * @param {RequestInit} [options]
  */
 async function ask(path, options) {
-    const answer = await fetch(path, options);
+    const answer = await fetch(path, options).catch(() => {
+        throw new Error("The server does not answer. When nq360 view runs again, open the address that it prints");
+    });
     if (!answer.ok) {
-        const said = await answer.json().catch(() => ({}));
-        throw new Refused(said.error ?? `the server answers ${answer.status}`);
+        throw new Refused(await refusal(answer));
     }
     return answer;
 }
@@ -20,10 +34,11 @@ async function ask(path, options) {
  * @param {string} method
  * @param {string} path
  * @param {object} body
+ * @param {RequestInit} [options]
  */
-async function send(method, path, body) {
-    const options = { method, body: JSON.stringify(body), headers: { "Content-Type": "application/json" } };
-    return (await ask(path, options)).json();
+async function send(method, path, body, options) {
+    const headers = { "Content-Type": "application/json" };
+    return (await ask(path, { method, body: JSON.stringify(body), headers, ...options })).json();
 }
 
 /**
@@ -43,8 +58,12 @@ export const listShots = async () => (await ask("/api/shots")).json();
 export const thumbnailAddress = (shot) =>
     `/api/thumbnail?${new URLSearchParams({ file: shot.files[0], version: shot.version })}`;
 
-/** @param {string} name */
-export const fileAddress = (name) => `/files/${encodeURIComponent(name)}`;
+/**
+ * The version makes it another address for the browser when the file has been replaced.
+ * @param {Shot} shot
+ */
+export const fileAddress = (shot) =>
+    `/files/${encodeURIComponent(shot.files[0])}?${new URLSearchParams({ version: shot.version })}`;
 
 /**
  * @param {Shot} shot
@@ -65,10 +84,12 @@ export async function preview(shot, look, width, start) {
 export const match = (shot, adjustments) => send("POST", "/api/match", { shot: shot.id, adjustments });
 
 /**
- * @param {Shot} shot
+ * Arrives even when the page is left at once.
+ * @param {string} shot
  * @param {Record<string, string>} adjustments
  */
-export const keep = (shot, adjustments) => send("PUT", "/api/adjustments", { shot: shot.id, adjustments });
+export const keep = (shot, adjustments) =>
+    send("PUT", "/api/adjustments", { shot, adjustments }, { keepalive: true });
 
 /**
  * @param {object} order

@@ -28,6 +28,20 @@ export function make(name, properties = {}, ...children) {
     return element;
 }
 
+/**
+ * Sets a text, but not to what it is already: a screen reader would say it again.
+ * @param {HTMLElement} place
+ * @param {string} text
+ */
+export function say(place, text) {
+    if (place.textContent !== text) {
+        place.textContent = text;
+    }
+}
+
+/** @param {unknown} error */
+export const wordsOf = (error) => (error instanceof Error ? error.message : String(error));
+
 /** @param {number} seconds */
 export function clock(seconds) {
     const whole = Math.floor(seconds);

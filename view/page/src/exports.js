@@ -1,6 +1,6 @@
 // Exports: what is to be made, and how far those are that were asked for.
 import { addExport, cancelExport, listExports, Refused, space } from "./api.js";
-import { byId, clock, make, size } from "./dom.js";
+import { byId, clock, make, say, size, wordsOf } from "./dom.js";
 
 /** @typedef {import("./api.js").Shot} Shot */
 /** @typedef {import("./api.js").ExportEvent} ExportEvent */
@@ -8,14 +8,23 @@ import { byId, clock, make, size } from "./dom.js";
 const form = byId("export", HTMLFormElement);
 const list = byId("job-list", HTMLUListElement);
 const ended = ["finished", "cancelled", "failed"];
+const kRetry = 1000; // ms
 
-/** @type {Map<number, HTMLLIElement>} */
-const items = new Map();
+/**
+ * @typedef {{item: HTMLLIElement, state: HTMLElement, told: HTMLElement, bar: HTMLProgressElement,
+ *            cancel: HTMLButtonElement, open: HTMLButtonElement}} Job
+ * @type {Map<number, Job>}
+ */
+const jobs = new Map();
+/** Those that were ordered here, or seen before they ended: what they make is opened. */
+const expected = new Set();
 /** @type {EventSource|null} */
 let watched = null;
 /** @type {(name: string) => void} */
 let open = () => {};
 let made = () => {};
+/** Shows how much room there is now. */
+let showRoom = () => {};
 
 /** @param {Shot} shot */
 function fieldsOf(shot) {
@@ -87,12 +96,13 @@ async function showSpace(place, shot) {
 async function place(order, told) {
     try {
         const { id } = await addExport(order);
+        expected.add(id);
         told.textContent = "";
         await showExports();
-        items.get(id)?.scrollIntoView({ block: "nearest" });
+        jobs.get(id)?.item.scrollIntoView({ block: "nearest" });
     } catch (error) {
         told.className = "failed";
-        told.textContent = error instanceof Refused ? error.message : "The server does not answer.";
+        told.textContent = wordsOf(error);
     }
 }
 
@@ -103,7 +113,7 @@ async function place(order, told) {
  */
 export function offerExport(shot, adjustments, readOnly) {
     const told = make("p", { role: "status" });
-    const room = make("p", { className: "soft" });
+    const room = make("p", { className: "soft", id: "room" });
     const button = make("button", { type: "submit", disabled: readOnly }, "Export");
     const buttons = make("div", { className: "row" }, button);
     const rows = [];
@@ -126,7 +136,14 @@ export function offerExport(shot, adjustments, readOnly) {
         event.preventDefault();
         place({ kind: "panorama", shot: shot.id, adjustments: adjustments(), settings: settings() }, told);
     };
-    showSpace(room, shot).catch(() => (room.textContent = ""));
+    showRoom = () => {
+        showSpace(room, shot).catch(() => (room.textContent = ""));
+    };
+    if (readOnly) {
+        showRoom = () => {};
+        room.textContent = "Nothing can be exported: nq360 view was begun with --read-only.";
+    }
+    showRoom();
 }
 
 /** @param {ExportEvent} event */
@@ -140,70 +157,103 @@ function progressText(event) {
 }
 
 /**
+ * Made once and changed from then on: a button that were made anew under the mouse would not be clicked.
+ * @param {number} id
+ * @param {string} name
+ */
+function makeJob(id, name) {
+    const state = make("p", { className: "soft" });
+    const told = make("p");
+    const bar = make("progress", { ariaLabel: name });
+    const cancel = make("button", { type: "button", ariaLabel: `Cancel ${name}` }, "Cancel");
+    const show = make("button", { type: "button", ariaLabel: `Open ${name}`, hidden: true }, "Open");
+    const item = make("li", { tabIndex: -1 }, make("p", {}, name), state, told, bar, cancel, show);
+    cancel.addEventListener("click", () => {
+        cancelExport(id).then(showExports).catch((error) => say(told, wordsOf(error)));
+    });
+    show.addEventListener("click", () => open(name));
+    list.prepend(item);
+    byId("tools", HTMLElement).hidden = false;
+    const job = { item, state, told, bar, cancel, open: show };
+    jobs.set(id, job);
+    return job;
+}
+
+/**
+ * @param {Job} job
+ * @param {ExportEvent} event
+ */
+function showEnd(job, event) {
+    const focused = document.activeElement === job.cancel;
+    job.bar.hidden = job.cancel.hidden = true;
+    job.open.hidden = event.state !== "finished" || !/\.(jpg|mov|mp4)$/.test(event.name);
+    if (focused) {
+        (job.open.hidden ? job.item : job.open).focus();
+    }
+    if (event.state === "failed") {
+        job.state.className = job.told.className = "failed";
+    }
+}
+
+/**
  * @param {number} id
  * @param {ExportEvent} event
  */
 function showExport(id, event) {
-    const item = items.get(id) ?? make("li");
-    if (!items.has(id)) {
-        items.set(id, item);
-        list.prepend(item);
+    const job = jobs.get(id) ?? makeJob(id, event.name);
+    if (ended.includes(job.item.dataset.state ?? "")) {
+        return; // a list that was asked for before the end tells less
     }
-    const over = ended.includes(event.state);
-    if (item.dataset.state === event.state && over) {
+    job.item.dataset.state = event.state;
+    say(job.state, progressText(event));
+    say(job.told, event.message ?? "");
+    if (event.frames) {
+        job.bar.max = event.frames;
+        job.bar.value = event.frame_count ?? 0;
+    }
+    if (!ended.includes(event.state)) {
+        expected.add(id);
         return;
     }
-    const focused = item.contains(document.activeElement);
-    item.dataset.state = event.state;
-    /** @type {HTMLElement[]} */
-    const parts = [make("p", {}, event.name), make("p", { className: event.state === "failed" ? "failed" : "soft" },
-        progressText(event))];
-    if (event.message) {
-        parts.push(make("p", { className: event.state === "failed" ? "failed" : "" }, event.message));
-    }
-    const button = make("button", { type: "button" }, over ? "Open" : "Cancel");
-    button.ariaLabel = `${button.textContent} ${event.name}`;
-    button.addEventListener("click", () => (over ? open(event.name) : cancelExport(id).catch(() => {})));
-    if (!over) {
-        const bar = make("progress", { max: event.frames || 1, ariaLabel: event.name });
-        if (event.frames) {
-            bar.value = event.frame_count ?? 0;
+    showEnd(job, event);
+    if (expected.delete(id)) {
+        made();
+        showRoom();
+        if (event.state === "finished" && /-360(-\d+)?\.(jpg|mov|mp4)$/.test(event.name)) {
+            open(event.name);
         }
-        parts.push(bar);
-    }
-    const can = !over || (event.state === "finished" && /\.(jpg|mov|mp4)$/.test(event.name));
-    item.replaceChildren(...parts, ...(can ? [button] : []));
-    if (focused && can) {
-        button.focus();
     }
 }
 
 /** @param {number} id */
 function watch(id) {
-    watched?.close();
     const source = new EventSource(`/api/exports/${id}`);
     watched = source;
+    const stop = () => {
+        source.close();
+        watched = null;
+    };
     source.onmessage = (message) => {
         const event = JSON.parse(message.data);
         showExport(id, event);
         if (ended.includes(event.state)) {
-            source.close();
-            watched = null;
-            made();
-            if (event.state === "finished" && /-360(-\d+)?\.(jpg|mov|mp4)$/.test(event.name)) {
-                open(event.name);
-            }
-            showExports();
+            stop();
+            showExports().catch(showLater);
         }
     };
     source.onerror = () => {
-        source.close();
-        watched = null;
+        stop();
+        showLater();
     };
 }
 
+/** The machine slept, or too many watch: after a while it may go on. */
+function showLater() {
+    window.setTimeout(() => showExports().catch((error) => error instanceof Refused || showLater()), kRetry);
+}
+
 /** Shows all exports and watches the one that runs: one connection is enough. */
-export async function showExports() {
+async function showExports() {
     const { exports } = await listExports();
     for (const event of exports) {
         showExport(Number(event.id), event);
@@ -221,4 +271,5 @@ export async function showExports() {
 export function beginExports(openMade, afterEach) {
     open = openMade;
     made = afterEach;
+    showExports().catch(showLater);
 }

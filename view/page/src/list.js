@@ -36,7 +36,7 @@ function detailsOf(shot) {
 
 /**
  * @param {Shot} shot
- * @param {(shot: Shot) => void} choose
+ * @param {(id: string) => void} choose
  */
 function makeItem(shot, choose) {
     const picture = make("img", { alt: "", loading: "lazy", decoding: "async", src: thumbnailAddress(shot) });
@@ -52,7 +52,7 @@ function makeItem(shot, choose) {
     if (shot.why) {
         button.append(make("small", { className: "bad" }, shot.why));
     }
-    button.addEventListener("click", () => choose(shot));
+    button.addEventListener("click", () => choose(shot.id));
     return make("li", {}, button);
 }
 
@@ -60,36 +60,50 @@ function makeItem(shot, choose) {
 const versionOf = (shot) => JSON.stringify([shot.version, shot.files, shot.why, shot.damaged, shot.kind]);
 
 /**
+ * The shot's item, made anew in its place when the shot has changed.
+ * @param {Shot} shot
+ * @param {(id: string) => void} choose
+ */
+function itemOf(shot, choose) {
+    const version = versionOf(shot);
+    const known = items.get(shot.id);
+    if (known && known.version === version) {
+        return known.item;
+    }
+    const item = makeItem(shot, choose);
+    items.set(shot.id, { item, version });
+    if (known) {
+        const focused = known.item.contains(document.activeElement);
+        known.item.replaceWith(item);
+        if (focused) {
+            item.querySelector("button")?.focus();
+        }
+    }
+    return item;
+}
+
+/**
  * Shows these shots; what has not changed stays as it is, with its picture and the focus in it.
  * @param {Shot[]} shots
- * @param {(shot: Shot) => void} choose
+ * @param {(id: string) => void} choose
  */
 export function showShots(shots, choose) {
-    const gone = new Set(items.keys());
+    const there = new Set(shots.map((shot) => shot.id));
+    for (const [id, { item }] of items) {
+        if (!there.has(id)) {
+            item.remove();
+            items.delete(id);
+        }
+    }
     /** @type {Element|null} */
     let place = list.firstElementChild;
     for (const shot of shots) {
-        gone.delete(shot.id);
-        const version = versionOf(shot);
-        let known = items.get(shot.id);
-        if (!known || known.version !== version) {
-            const item = makeItem(shot, choose);
-            if (known && known.item === place) {
-                place = place.nextElementSibling;
-            }
-            known?.item.remove();
-            known = { item, version };
-            items.set(shot.id, known);
-        }
-        if (known.item === place) {
+        const item = itemOf(shot, choose);
+        if (item === place) {
             place = place.nextElementSibling;
         } else {
-            list.insertBefore(known.item, place);
+            list.insertBefore(item, place);
         }
-    }
-    for (const id of gone) {
-        items.get(id)?.item.remove();
-        items.delete(id);
     }
 }
 

@@ -1,8 +1,9 @@
 // The page: which shot is looked at, and what follows from it.
-import { fileAddress, keep, listShots, match, preview, Refused, thumbnailAddress } from "./api.js";
-import { beginAdjusting, offerBands, showAdjustments, stopComparing, turnBy } from "./adjust.js";
-import { byId, clock } from "./dom.js";
-import { beginExports, offerExport, showExports } from "./exports.js";
+import { fileAddress, listShots, match, preview, thumbnailAddress } from "./api.js";
+import { beginAdjusting, offerBands, showAdjustments, stopComparing, stopDragging, turnBy } from "./adjust.js";
+import { byId, clock, say, wordsOf } from "./dom.js";
+import { beginExports, offerExport } from "./exports.js";
+import { beginKeeping, expectList, lookOf, setLook, setReadOnly } from "./keeper.js";
 import { markChosen, showShots } from "./list.js";
 import * as sphere from "./sphere.js";
 
@@ -30,16 +31,17 @@ const timeText = byId("time-text", HTMLOutputElement);
 let shots = [];
 /** @type {Shot|null} */
 let chosen = null;
-/** @type {Record<string, string>} */
-let adjustments = {};
 let comparing = false;
 let readOnly = false;
 /** Name of a file that is to be opened once it is in the list. */
 let awaited = "";
 
+/** @param {Shot} shot */
+const isChosen = (shot) => chosen?.id === shot.id;
+
 /** @param {unknown} error */
 function tell(error) {
-    message.textContent = error instanceof Refused ? error.message : "The server does not answer; has it ended?";
+    message.textContent = wordsOf(error);
 }
 
 // ---- The preview: one at a time, and always the last that was wanted.
@@ -51,15 +53,13 @@ let resting = 0;
 /** Whether the message tells why there was no preview. */
 let refused = false;
 
-/** @param {number} width */
-async function makePreview(width) {
-    const shot = chosen;
-    if (!shot) {
-        return;
-    }
-    const picture = await preview(shot, comparing ? {} : adjustments, width, Number(time.value));
-    if (shot === chosen) {
-        await sphere.showPicture(URL.createObjectURL(picture));
+/**
+ * @param {Shot} shot
+ * @param {number} width
+ */
+async function makePreview(shot, width) {
+    const picture = await preview(shot, comparing ? {} : lookOf(shot), width, Number(time.value));
+    if (isChosen(shot) && await sphere.showPicture(URL.createObjectURL(picture)) && isChosen(shot)) {
         sphereBox.dataset.width = String(width);
         message.textContent = refused ? "" : message.textContent;
         refused = false;
@@ -74,12 +74,15 @@ async function show(width) {
     }
     busy = true;
     sphereBox.ariaBusy = "true";
-    while (wanted !== null) {
+    while (wanted !== null && chosen) {
         const next = wanted;
+        const shot = chosen;
         wanted = null;
-        await makePreview(next).catch((error) => {
-            refused = true;
-            tell(error);
+        await makePreview(shot, next).catch((error) => {
+            if (isChosen(shot)) {
+                refused = true;
+                tell(error);
+            }
         });
     }
     busy = false;
@@ -92,51 +95,82 @@ function showSoon() {
     resting = window.setTimeout(() => show(kRested), kRest);
 }
 
-// ---- Adjustments are kept when the hand rests.
+function stopShowing() {
+    wanted = null;
+    refused = false;
+    clearTimeout(resting);
+}
 
-let keeping = 0;
+// ---- Adjustments
 
-function keepSoon() {
-    const shot = chosen;
-    const settings = adjustments;
-    clearTimeout(keeping);
-    keeping = window.setTimeout(() => {
-        if (shot && !readOnly) {
-            shot.adjustments = settings;
-            keep(shot, settings).catch(tell);
+/**
+ * @param {Shot} shot
+ * @param {Record<string, string>} look
+ */
+function change(shot, look) {
+    setLook(shot, look);
+    if (isChosen(shot)) {
+        comparing = false;
+        stopComparing();
+        showSoon();
+    }
+}
+
+let matching = false;
+const matched = ["turn1", "turn2", "gain1", "gain2", "correct1", "correct2"];
+
+/**
+ * Takes what a match found; what else was changed in the meantime stays.
+ * @param {Shot} shot
+ * @param {Record<string, string>} found
+ */
+function takeMatch(shot, found) {
+    const look = { ...lookOf(shot) };
+    for (const name of matched) {
+        delete look[name];
+        if (name in found) {
+            look[name] = found[name];
         }
-    }, kRest);
+    }
+    change(shot, look);
+    if (isChosen(shot)) {
+        showAdjustments(look);
+    }
+}
+
+/** @param {Shot} shot */
+async function matchShot(shot) {
+    try {
+        const found = await match(shot, lookOf(shot));
+        if (!found.warning) {
+            takeMatch(shot, found.adjustments);
+        }
+        if (isChosen(shot)) {
+            message.textContent = found.warning || found.words;
+        }
+    } catch (error) {
+        if (isChosen(shot)) {
+            tell(error);
+        }
+    }
 }
 
 beginAdjusting({
     change(changed) {
-        adjustments = changed;
-        comparing = false;
-        message.textContent = "";
-        byId("before", HTMLButtonElement).ariaPressed = "false";
-        showSoon();
-        keepSoon();
+        if (chosen) {
+            message.textContent = "";
+            change(chosen, changed);
+        }
     },
     async match() {
-        const shot = chosen;
-        if (!shot) {
+        if (!chosen || matching) {
             return;
         }
-        status.textContent = "Matching …";
-        try {
-            const found = await match(shot, adjustments);
-            if (shot === chosen && !found.warning) {
-                adjustments = found.adjustments;
-                showAdjustments(adjustments);
-                showSoon();
-                keepSoon();
-            }
-            message.textContent = found.warning || found.words;
-            status.textContent = found.warning ? "Not matched" : "Matched";
-        } catch (error) {
-            tell(error);
-            status.textContent = "";
-        }
+        matching = true;
+        showStatus();
+        await matchShot(chosen);
+        matching = false;
+        showStatus();
     },
     compare(before) {
         comparing = before;
@@ -147,34 +181,59 @@ beginAdjusting({
             turnBy(rolls ? { roll: right } : { yaw: -right, pitch: down }) : null);
     },
 });
+beginKeeping(tell);
 
 // ---- The shot that is looked at.
 
 /** @param {Shot} shot */
-async function showFlat(shot) {
+function showFlat(shot) {
     sphere.showNothing();
-    flat.src = shot.type === "picture" ? fileAddress(shot.files[0]) : thumbnailAddress(shot);
+    flat.src = shot.type === "picture" ? fileAddress(shot) : thumbnailAddress(shot);
     flat.alt = shot.files[0];
     message.textContent = shot.why;
 }
 
 /** @param {Shot} shot */
 function showPair(shot) {
-    const movie = shot.type === "movie" && shot.seconds !== null;
-    timeLabel.hidden = !movie;
+    timeLabel.hidden = shot.type !== "movie" || shot.seconds === null;
     time.max = String(Math.max(0, (shot.seconds ?? 0) - 0.1));
-    adjustments = { ...shot.adjustments };
-    showAdjustments(adjustments);
-    offerExport(shot, () => adjustments, readOnly);
+    showAdjustments(lookOf(shot));
+    offerExport(shot, () => lookOf(shot), readOnly);
     showSoon();
+}
+
+/** @param {Shot} shot */
+async function showMade(shot) {
+    if (shot.type === "picture") {
+        await sphere.showPicture(fileAddress(shot));
+    } else if (await sphere.showMovie(fileAddress(shot))) {
+        followMovie(/** @type {HTMLVideoElement} */ (sphere.video()));
+    }
+}
+
+/**
+ * The time slider is the movie's, as it can be moved by keys.
+ * @param {HTMLVideoElement} movie
+ */
+function followMovie(movie) {
+    time.max = String(movie.duration);
+    timeLabel.hidden = false;
+    movie.addEventListener("timeupdate", () => {
+        if (movie === sphere.video()) {
+            time.value = String(movie.currentTime);
+            say(timeText, clock(movie.currentTime));
+        }
+    });
 }
 
 /** @param {Shot} shot */
 async function choose(shot) {
     chosen = shot;
+    awaited = "";
     comparing = false;
     stopComparing();
-    clearTimeout(resting);
+    stopShowing();
+    stopDragging();
     sphere.takeDrags(null);
     time.value = "0";
     timeText.textContent = clock(0);
@@ -182,29 +241,32 @@ async function choose(shot) {
     markChosen(shot.id);
     title.textContent = shot.files.join(" + ");
     history.replaceState(null, "", `#${encodeURIComponent(shot.id)}`);
-    const isSphere = shot.kind === "pair" || shot.kind === "panorama";
+    const isPair = shot.kind === "pair";
+    const isSphere = isPair || shot.kind === "panorama";
     sphereBox.hidden = !isSphere;
+    sphereBox.dataset.width = "";
     flat.hidden = isSphere;
     below.hidden = false;
     timeLabel.hidden = true;
-    tools.hidden = shot.kind !== "pair" && document.querySelectorAll("#job-list li").length === 0;
-    byId("adjust", HTMLFormElement).hidden = byId("export", HTMLFormElement).hidden = shot.kind !== "pair";
+    tools.hidden = !isPair && document.querySelectorAll("#job-list li").length === 0;
+    byId("adjust", HTMLFormElement).hidden = byId("export", HTMLFormElement).hidden = !isPair;
     try {
-        if (shot.kind === "pair") {
-            showPair(shot);
-        } else if (shot.kind === "panorama") {
-            await (shot.type === "movie" ? sphere.showMovie : sphere.showPicture)(fileAddress(shot.files[0]));
-        } else {
-            await showFlat(shot);
+        await (isPair ? showPair : isSphere ? showMade : showFlat)(shot);
+    } catch (error) {
+        if (isChosen(shot)) {
+            message.textContent = shot.why || `${shot.files[0]}: ${wordsOf(error)}`;
         }
-    } catch {
-        message.textContent = shot.why || `${shot.files[0]}: cannot be shown; it may be damaged`;
     }
 }
 
 time.addEventListener("input", () => {
     timeText.textContent = clock(Number(time.value));
-    showSoon();
+    const movie = sphere.video();
+    if (movie) {
+        movie.currentTime = Number(time.value);
+    } else {
+        showSoon();
+    }
 });
 
 // ---- The folder, again and again.
@@ -212,32 +274,68 @@ time.addEventListener("input", () => {
 /** @param {string} name */
 function openNamed(name) {
     const shot = shots.find((one) => one.files.includes(name));
-    awaited = shot ? "" : name;
+    awaited = name;
     if (shot) {
         choose(shot);
     }
 }
 
+/**
+ * The chosen shot as the list has it now, with what another window has adjusted.
+ * @param {Record<string, string>} before what it was adjusted to
+ */
+function followChosen(before) {
+    const now = shots.find((shot) => shot.id === chosen?.id && shot.kind === chosen.kind);
+    chosen = now ?? chosen;
+    if (now?.kind === "pair" && !isSame(lookOf(now), before)) {
+        showAdjustments(lookOf(now));
+        showSoon();
+    }
+}
+
+/**
+ * @param {Record<string, string>} one
+ * @param {Record<string, string>} other
+ */
+function isSame(one, other) {
+    const names = Object.keys({ ...one, ...other });
+    return names.every((name) => one[name] === other[name]);
+}
+
+let counted = "";
+
+function showStatus() {
+    say(status, matching ? "Matching …" : counted);
+}
+
 async function refresh() {
+    const asked = awaited;
+    const takeList = expectList();
     const listing = await listShots();
+    const { pending } = listing;
     readOnly = listing.readOnly;
+    setReadOnly(readOnly);
     offerBands(listing.strips);
     const where = byId("folder", HTMLParagraphElement);
-    where.textContent = listing.folder.replace(/.*\/(?=.)/, "");
+    say(where, listing.folder.replace(/.*\/(?=.)/, ""));
     where.title = listing.folder;
-    hint.textContent = listing.error || (listing.shots.length + listing.pending > 0 ? "" :
-        "No pictures (.jpg) or movies (.mov, .mp4) in this folder.");
-    status.textContent = listing.pending > 0 ? `${listing.pending} files to read` :
-        `${listing.shots.length} shots`;
-    const before = chosen;
-    shots = listing.shots.map((shot) => (before && before.id === shot.id && before.version === shot.version &&
-        before.kind === shot.kind ? before : shot));
-    showShots(shots, choose);
+    say(hint, listing.error || (listing.shots.length + pending > 0 ? "" :
+        "No pictures (.jpg) or movies (.mov, .mp4) in this folder."));
+    counted = pending > 0 ? `${pending} files to read` : `${listing.shots.length} shots`;
+    showStatus();
+    shots = listing.shots;
+    const before = chosen ? lookOf(chosen) : {};
+    takeList(shots);
+    followChosen(before);
+    showShots(shots, openNamed);
     if (awaited) {
         openNamed(awaited);
     }
+    if (pending === 0 && awaited === asked) {
+        awaited = ""; // it is not in the folder
+    }
     markChosen(chosen?.id ?? "");
-    return listing.pending > 0;
+    return pending > 0;
 }
 
 let polling = 0;
@@ -247,36 +345,52 @@ async function poll() {
     let soon = false;
     try {
         soon = await refresh();
-    } catch {
-        status.textContent = "The server does not answer";
+    } catch (error) {
+        counted = wordsOf(error);
+        showStatus();
     }
+    clearTimeout(polling);
     polling = window.setTimeout(poll, soon || awaited ? kPollPending : kPoll);
 }
 
 // ---- Keys that work wherever no text is typed.
 
+/** @param {string} id */
+function pressForPair(id) {
+    if (chosen?.kind === "pair") {
+        byId(id, HTMLButtonElement).click();
+    }
+}
+
 /** @type {Record<string, () => void>} */
 const keys = {
-    b: () => byId("before", HTMLButtonElement).click(),
-    m: () => byId("match", HTMLButtonElement).click(),
+    b: () => pressForPair("before"),
+    m: () => pressForPair("match"),
     h: sphere.lookAhead,
 };
 
+/** @param {EventTarget|null} place */
+const isTyping = (place) => place instanceof HTMLSelectElement ||
+    (place instanceof HTMLInputElement && ["text", "number"].includes(place.type));
+
 document.addEventListener("keydown", (event) => {
-    const typing = event.target instanceof HTMLInputElement && ["text", "number"].includes(event.target.type);
-    const act = keys[event.key];
-    if (act && !typing && !event.ctrlKey && !event.metaKey && !event.altKey && chosen) {
+    const act = keys[event.key.toLowerCase()];
+    if (act && !event.repeat && !isTyping(event.target) && !event.ctrlKey && !event.metaKey && !event.altKey) {
         act();
     }
 });
 
-beginExports(openNamed, () => poll());
-awaited = decodeURIComponent(location.hash.slice(1));
-poll().then(showExports).then(() => {
-    if (awaited && !shots.some((shot) => shot.id === awaited)) {
-        awaited = "";
+function nameInAddress() {
+    try {
+        return decodeURIComponent(location.hash.slice(1));
+    } catch {
+        return ""; // an address that somebody cut off
     }
-});
+}
+
+awaited = nameInAddress();
+beginExports(openNamed, poll);
+poll();
 
 // For tests, which look at what is shown.
 Object.assign(window, { nq360: sphere });

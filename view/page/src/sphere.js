@@ -1,21 +1,26 @@
 // The panorama as a sphere to look around in: a picture, or a movie that plays.
-import { EquirectangularAdapter, Viewer } from "@photo-sphere-viewer/core";
+import { Cache, EquirectangularAdapter, Viewer } from "@photo-sphere-viewer/core";
 import { EquirectangularVideoAdapter } from "@photo-sphere-viewer/equirectangular-video-adapter";
 import { VideoPlugin } from "@photo-sphere-viewer/video-plugin";
 import "@photo-sphere-viewer/core/index.css";
 import "@photo-sphere-viewer/video-plugin/index.css";
 import "../app.css";
-import { byId } from "./dom.js";
+import { byId, make } from "./dom.js";
+
+// It would keep each preview, and the old picture of a file that has been replaced.
+Cache.enabled = false;
 
 const container = byId("sphere", HTMLDivElement);
 
 /** @type {Viewer|null} */
 let viewer = null;
+/** @type {"picture"|"movie"|""} */
 let kind = "";
 let shown = "";
+/** Ends the waiting for a first picture that is not wanted any more. */
+let giveUp = () => {};
 
 const common = {
-    container,
     loadingTxt: "",
     defaultZoomLvl: 20,
     moveInertia: false,
@@ -24,103 +29,166 @@ const common = {
     lang: { zoom: "Zoom", zoomOut: "Farther", zoomIn: "Nearer", fullscreen: "Full screen", move: "Move" },
 };
 
-/** @param {Viewer} made */
+/** @param {Omit<import("@photo-sphere-viewer/core").ViewerConfig, "container">} config */
+function begin(config) {
+    if (!document.createElement("canvas").getContext("webgl2")) {
+        throw new Error("This browser draws no panoramas: it has no WebGL 2, or it is turned off");
+    }
+    const place = make("div", { className: "viewer" });
+    container.append(place);
+    viewer = new Viewer({ ...common, ...config, container: place, mousemove: dragged === null });
+    return viewer;
+}
+
+const damaged = () => new Error("The picture cannot be shown; it may be damaged");
+
+/**
+ * Whether the first picture is there; not when something else is to be shown before it is.
+ * @param {Viewer} made
+ * @returns {Promise<boolean>}
+ */
 function becomeReady(made) {
     return new Promise((resolve, reject) => {
-        made.addEventListener("ready", () => resolve(undefined), { once: true });
-        made.addEventListener("panorama-error", ({ error }) => reject(error), { once: true });
+        giveUp = () => resolve(false);
+        made.addEventListener("ready", () => resolve(true), { once: true });
+        made.addEventListener("panorama-error", () => reject(damaged()),
+            { once: true });
     });
 }
 
 function clear() {
-    viewer?.destroy();
+    if (viewer) {
+        const old = viewer;
+        old.container.parentElement?.remove();
+        // One that were destroyed while it loads would begin to draw when its picture comes.
+        Promise.resolve(old.state.loadingPromise).catch(() => {}).then(() => old.destroy());
+    }
+    giveUp();
     viewer = null;
     kind = "";
-    if (shown.startsWith("blob:")) {
-        URL.revokeObjectURL(shown);
-    }
+    forget(shown);
     shown = "";
+    container.dataset.shown = "";
+}
+
+/** @param {string} address */
+function forget(address) {
+    if (address.startsWith("blob:")) {
+        URL.revokeObjectURL(address);
+    }
 }
 
 /** @param {string} address */
 async function beginPicture(address) {
     clear();
-    kind = "picture";
-    viewer = new Viewer({
-        ...common,
+    const made = begin({
         adapter: EquirectangularAdapter.withConfig({ useXmpData: false }),
         panorama: address,
         navbar: ["zoom", "move", "fullscreen"],
     });
-    await becomeReady(viewer);
+    kind = "picture";
+    shown = address;
+    return becomeReady(made);
 }
 
 /**
- * Shows a picture; the look stays where it is when there is a picture already.
+ * Shows another picture where one is: the look stays where it is.
+ * @param {Viewer} present
+ * @param {string} address
+ */
+async function replacePicture(present, address) {
+    const before = shown;
+    shown = address;
+    try {
+        return await present.setPanorama(address, { transition: false, showLoader: false });
+    } catch {
+        throw damaged();
+    } finally {
+        forget(before);
+    }
+}
+
+/**
+ * Whether it is shown; not when something else was wanted in the meantime.
  * @param {string} address
  */
 export async function showPicture(address) {
-    const before = shown;
-    shown = address;
-    if (kind === "picture" && viewer) {
-        await viewer.setPanorama(address, { transition: false, showLoader: false });
-    } else {
-        shown = "";
-        await beginPicture(address);
-        shown = address;
+    const isThere = await (kind === "picture" && viewer ? replacePicture(viewer, address) : beginPicture(address));
+    if (isThere) {
+        container.dataset.shown = "picture";
     }
-    if (before.startsWith("blob:")) {
-        URL.revokeObjectURL(before);
-    }
-    container.dataset.shown = "picture";
+    return isThere;
 }
 
-/** @param {string} address */
+/**
+ * Whether it is shown, as of a picture.
+ * @param {string} address
+ */
 export async function showMovie(address) {
     clear();
-    kind = "movie";
-    viewer = new Viewer({
-        ...common,
+    const made = begin({
         adapter: EquirectangularVideoAdapter.withConfig({ autoplay: false, muted: false }),
         panorama: { source: address },
         plugins: [VideoPlugin.withConfig({ progressbar: true, bigbutton: true })],
         navbar: ["videoPlay", "videoVolume", "videoTime", "zoom", "move", "fullscreen"],
     });
-    await becomeReady(viewer);
-    container.dataset.shown = "movie";
+    kind = "movie";
+    const isThere = await becomeReady(made);
+    if (isThere) {
+        container.dataset.shown = "movie";
+    }
+    return isThere;
 }
 
-export function showNothing() {
-    clear();
-    container.dataset.shown = "";
-}
+export const showNothing = clear;
 
-// Keys are the sphere's while it has the focus, and nobody else's.
+// Keys are the sphere's while it has the focus, and nobody else's: the viewer listens to those of the whole window, and
+// would take the space bar from buttons and fields.
 container.addEventListener("focusin", () => viewer?.startKeyboardControl());
 container.addEventListener("focusout", () => viewer?.stopKeyboardControl());
+document.addEventListener("keydown", (event) => {
+    if (!container.contains(/** @type {Node} */ (event.target))) {
+        event.stopPropagation();
+    }
+});
 
 /** Looks straight ahead again. */
 export function lookAhead() {
     viewer?.rotate({ yaw: 0, pitch: 0 });
 }
 
+/** @typedef {(right: number, down: number, rolls: boolean) => void} Turn */
+
+/** @type {Turn|null} */
+let dragged = null;
+/**
+ * Where the finger or the mouse that turns was last.
+ * @type {{x: number, y: number}|null}
+ */
+let last = null;
+
 /**
  * Hands drags to `turn`, in degrees of the sphere, instead of looking around.
- * @param {((right: number, down: number, rolls: boolean) => void)|null} turn
+ * @param {Turn|null} turn
  */
 export function takeDrags(turn) {
-    viewer?.setOption("mousemove", turn === null);
-    container.style.cursor = turn ? "grab" : "";
     dragged = turn;
+    last = null;
+    viewer?.setOption("mousemove", turn === null);
+    container.classList.toggle("turning", turn !== null);
 }
 
-/** @type {((right: number, down: number, rolls: boolean) => void)|null} */
-let dragged = null;
-
+container.addEventListener("pointerdown", (event) => {
+    if (dragged && event.isPrimary && event.button === 0) {
+        last = { x: event.clientX, y: event.clientY };
+    }
+});
 container.addEventListener("pointermove", (event) => {
-    if (dragged && viewer && event.buttons === 1) {
+    if (dragged && viewer && last && event.isPrimary && event.buttons === 1) {
         const degrees = viewer.state.vFov / Math.max(1, container.clientHeight);
-        dragged(event.movementX * degrees, event.movementY * degrees, event.shiftKey);
+        const [right, down] = [event.clientX - last.x, event.clientY - last.y];
+        last = { x: event.clientX, y: event.clientY };
+        dragged(right * degrees, down * degrees, event.shiftKey);
     }
 });
 
@@ -133,4 +201,5 @@ export function look(position) {
     viewer?.rotate(position);
 }
 
+/** @returns {HTMLVideoElement|null} */
 export const video = () => /** @type {any} */ (viewer?.getPlugin(VideoPlugin))?.video ?? null;
