@@ -9,6 +9,7 @@ class RequestReader {
   public:
     static constexpr size_t kMostLine = 2048;   // bytes of the first line
     static constexpr size_t kMostHead = 8192;   // of the first line and the headers
+    static constexpr size_t kMostRange = 100;   // of the range of a file
     static constexpr size_t kMostBody = 65536;  // what can be asked for is a page of settings
 
     // Takes what came. Nothing more is taken once the request is whole or refused.

@@ -85,6 +85,15 @@ Site::Site(const SiteOptions& options)
     set_default_headers(kAlways);
     set_mount_point("/", options.page);
     set_pre_routing_handler([this](const Request& request, Response& response) { return let_in(request, response); });
+    // The parser refuses a range that makes no sense before anybody is asked who comes.
+    set_error_handler(HandlerWithResponse([this](const Request& request, Response& response) {
+        return response.status == 416 ? let_in(request, response) : HandlerResponse::Unhandled;
+    }));
+    set_post_routing_handler([](const Request&, Response& response) {
+        if (!response.has_header("Cache-Control")) {
+            response.set_header("Cache-Control", "no-store");
+        }
+    });
     set_exception_handler([this](const Request&, Response& response, const std::exception_ptr& thrown) {
         try {
             std::rethrow_exception(thrown);

@@ -65,4 +65,15 @@ TEST(RequestReader, TakesNoBodyOfUnknownSize) {
     EXPECT_EQ(status_of(with_header("Content-Length: 0\r\nContent-Length: 0")), 400);
 }
 
+TEST(RequestReader, HandsOnRangesThatCanBeRead) {
+    for (const char* range : {"bytes=0-", "bytes=5-4", "bytes=0-1, 5-6", "bytes=-7"}) {
+        EXPECT_EQ(status_of(with_header("range: " + std::string(range))), 200) << range;
+    }
+    for (const char* range : {"", "x", "lines=1-2", "bytes=a-b", "Bytes=0-", "bytes=0-\t"}) {
+        EXPECT_EQ(status_of(with_header("Range: " + std::string(range) + "x")), 400) << range;
+    }
+    EXPECT_EQ(status_of(with_header("Range: bytes=" + std::string(94, '-'))), 200);
+    EXPECT_EQ(status_of(with_header("Range: bytes=" + std::string(95, '-'))), 400);
+}
+
 }  // namespace
