@@ -15,18 +15,27 @@ constexpr std::chrono::seconds kFindPatience(10);  // for what nobody has asked 
 
 }  // namespace
 
+void KnownFile::learn(const Look& found, bool is_whole) {
+    if (is_whole || !whole) {
+        look = found;
+        whole = is_whole;
+    }
+}
+
 Catalog::Catalog(const SharedFolders& folders, Looks& looks) : folders_(folders), looks_(looks) {
     for (unsigned i = 0; i < std::max(1U, std::thread::hardware_concurrency()); ++i) {
         threads_.emplace_back([this] { work(); });
     }
 }
 
-Catalog::~Catalog() {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        ends_ = true;
-    }
+void Catalog::close() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ends_ = true;
     changed_.notify_all();
+}
+
+Catalog::~Catalog() {
+    close();
     for (std::thread& thread : threads_) {
         thread.join();
     }
@@ -68,15 +77,14 @@ Look Catalog::look_at(const std::string& name, const FileVersion& state) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto entry = entries_.find(name);
     if (entry != entries_.end() && entry->second.state == state) {
-        entry->second.look = look;
-        entry->second.whole = true;
+        entry->second.learn(look, true);
         changed_.notify_all();
     }
     return look;
 }
 
 void Catalog::scan(std::string* error) {
-    std::map<std::string, Entry> found;
+    std::map<std::string, KnownFile> found;
     std::vector<std::string> strips;
     for (const std::string& name : folders_.names(error)) {
         if (media_type(name) == "image/png") {
@@ -95,8 +103,7 @@ void Catalog::scan(std::string* error) {
         }
         entry.number = ++last_number_;
         if (auto look = looks_.kept(entry.state)) {
-            entry.look = std::move(look);
-            entry.whole = true;
+            entry.learn(*look, true);
         }
     }
     entries_ = std::move(found);
@@ -105,7 +112,7 @@ void Catalog::scan(std::string* error) {
 }
 
 // What comes next: first a glance at each file, then a look at each.
-Catalog::Entry* Catalog::next(bool* glance, std::string* name) {
+KnownFile* Catalog::next(bool* glance, std::string* name) {
     for (const bool first : {true, false}) {
         for (auto& [file, entry] : entries_) {
             if (!entry.taken && (first ? !entry.look : !entry.whole)) {
@@ -125,7 +132,7 @@ void Catalog::work() {
     while (!ends_) {
         bool glance = false;
         std::string name;
-        Entry* const entry = next(&glance, &name);
+        KnownFile* const entry = next(&glance, &name);
         if (!entry) {
             changed_.wait(lock);
             continue;
@@ -138,8 +145,7 @@ void Catalog::work() {
         lock.lock();
         const auto found = entries_.find(name);
         if (found != entries_.end() && found->second.number == number) {
-            found->second.look = look;
-            found->second.whole = found->second.whole || !glance;
+            found->second.learn(look, !glance);
             found->second.taken = false;
         }
         changed_.notify_all();
@@ -149,7 +155,7 @@ void Catalog::work() {
 Listing Catalog::listing() const {
     Listing listing;
     std::vector<ShotFile> files;
-    std::vector<const Entry*> entries;
+    std::vector<const KnownFile*> entries;
     for (const auto& [name, entry] : entries_) {
         if (!entry.look) {
             ++listing.pending;

@@ -32,12 +32,27 @@ struct Listing {
     std::string error;                // the folder cannot be read
 };
 
+// What is known of one file.
+struct KnownFile {
+    FileVersion state;
+    int64_t number = 0;        // another one for a file that was away in between
+    std::optional<Look> look;  // nothing: not even glanced at
+    bool whole = false;        // looked at, not only glanced at
+    bool taken = false;        // by a thread that is at it
+
+    // A glance that ends late takes back nothing.
+    void learn(const Look& found, bool is_whole);
+};
+
 class Catalog {
   public:
     Catalog(const SharedFolders& folders, Looks& looks);
     ~Catalog();
     Catalog(const Catalog&) = delete;
     Catalog& operator=(const Catalog&) = delete;
+
+    // Nobody waits here any more.
+    void close();
 
     // Looks at the folder anew; waits so long for what is not known yet.
     Listing list(std::chrono::milliseconds patience);
@@ -49,24 +64,16 @@ class Catalog {
     Look look_at(const std::string& name, const FileVersion& state);
 
   private:
-    struct Entry {
-        FileVersion state;
-        int64_t number = 0;        // another one for a file that was away in between
-        std::optional<Look> look;  // nothing: not even glanced at
-        bool whole = false;        // looked at, not only glanced at
-        bool taken = false;        // by a thread that is at it
-    };
-
     void scan(std::string* error);
     void work();
-    Entry* next(bool* glance, std::string* name);
+    KnownFile* next(bool* glance, std::string* name);
     Listing listing() const;
 
     const SharedFolders& folders_;
     Looks& looks_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::map<std::string, Entry> entries_;
+    std::map<std::string, KnownFile> entries_;
     int64_t last_number_ = 0;
     std::vector<std::string> strips_;
     bool ends_ = false;

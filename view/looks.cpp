@@ -1,10 +1,13 @@
 #include "looks.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
+
+#include <unistd.h>
 
 #include "jobs/errors.h"
 #include "jobs/failure.h"
@@ -88,7 +91,11 @@ std::optional<Look> Looks::kept(const FileVersion& file) const {
         return {};
     }
     Look look;
-    look.description = read_description(note.value("reply", Json::object()));
+    try {
+        look.description = read_description(note.value("reply", Json::object()));
+    } catch (const Json::exception&) {
+        return {};  // somebody else has written there
+    }
     std::error_code unknown;
     if (fs::exists(stem_of(file) + ".jpg", unknown)) {
         look.thumbnail = stem_of(file) + ".jpg";
@@ -96,27 +103,37 @@ std::optional<Look> Looks::kept(const FileVersion& file) const {
     return look;
 }
 
+Outcome Looks::analyze_in_turn(const std::string& path, const std::optional<std::string>& thumbnail) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    freed_.wait(lock, [this] { return free_ > 0; });
+    --free_;
+    lock.unlock();
+    Outcome outcome = analyze_file(path, thumbnail, kThumbnailWidth);
+    lock.lock();
+    ++free_;
+    freed_.notify_one();
+    return outcome;
+}
+
 Look Looks::look_at(const FileVersion& file) {
     if (auto look = kept(file)) {
         return *look;
     }
-    {
-        std::unique_lock<std::mutex> lock(mutex_);
-        freed_.wait(lock, [this] { return free_ > 0; });
-        --free_;
+    std::optional<std::string> beside;
+    if (!folder_.empty()) {
+        static std::atomic<int> number = 0;
+        beside = folder_ + "/.nq360-" + std::to_string(getpid()) + "." + std::to_string(++number) + ".jpg";
     }
-    const std::string thumbnail = stem_of(file) + ".jpg";
-    Outcome outcome =
-        analyze_file(file.path, folder_.empty() ? std::nullopt : std::optional(thumbnail), kThumbnailWidth);
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        ++free_;
-        freed_.notify_one();
-    }
+    const Outcome outcome = analyze_in_turn(file.path, beside);
     const Json reply = read_reply(outcome.reply, Operation::kAnalysis);
     Look look = read_look(reply, outcome.state, file);
-    std::error_code unknown;
-    look.thumbnail = fs::exists(thumbnail, unknown) ? thumbnail : "";
+    // Whole, or not there: it may be sent at the same moment.
+    std::error_code failed;
+    const std::string thumbnail = stem_of(file) + ".jpg";
+    if (beside && fs::exists(*beside, failed)) {
+        fs::rename(*beside, thumbnail, failed);
+        look.thumbnail = failed ? "" : thumbnail;
+    }
     // A failure may be the moment's, of a card that was pulled out.
     if (!folder_.empty() && look.failure.empty()) {
         write_note(stem_of(file) + ".json", {{"file", note_of(file)}, {"reply", reply}});

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "jobs/description.h"
+#include "jobs/library.h"
 #include "shared_folders.h"
 
 struct Look {
@@ -30,6 +31,7 @@ class Looks {
 
   private:
     std::string stem_of(const FileVersion& file) const;
+    Outcome analyze_in_turn(const std::string& path, const std::optional<std::string>& thumbnail);
 
     std::string folder_;  // empty: nothing can be kept
     std::mutex mutex_;

@@ -29,10 +29,13 @@ def installed_command(folder, page=None):
 
 
 class Server:
-    def __init__(self, command, folder, *options, cache):
-        self.process = subprocess.Popen([command, "view", str(folder), "--json", "--no-browser", *options],
-                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                        env={**os.environ, "XDG_CACHE_HOME": str(cache)})
+    def __init__(self, command, *words, cache, path=None, cwd=None):
+        """`path`: a folder of programs that are found before the system's."""
+        environment = {**os.environ, "XDG_CACHE_HOME": str(cache)}
+        if path:
+            environment["PATH"] = f"{path}:{environment['PATH']}"
+        self.process = subprocess.Popen([command, "view", "--json", *map(str, words)], stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment, cwd=cwd)
         line = self.process.stdout.readline()
         if not line:
             raise AssertionError(self.process.stderr.read())
@@ -90,6 +93,18 @@ class Server:
         """All that an export tells until it ends."""
         _, _, data = self.ask(f"/api/exports/{number}")
         return [json.loads(line[6:]) for line in data.decode().splitlines() if line.startswith("data: ")]
+
+    def watch(self, number):
+        """The same, each when it is told."""
+        connection = http.client.HTTPConnection(self.host, timeout=PATIENCE)
+        connection.request("GET", f"/api/exports/{number}", headers={"Cookie": self.cookie})
+        answer = connection.getresponse()
+        try:
+            for line in answer:
+                if line.startswith(b"data: "):
+                    yield json.loads(line[6:])
+        finally:
+            connection.close()
 
     def stop(self, number=signal.SIGINT):
         if self.process.poll() is None:

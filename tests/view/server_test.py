@@ -1,16 +1,22 @@
 """The server behind the page, from outside: who gets in, what is served, and what it stands."""
+import concurrent.futures
+import http.client
+import itertools
 import json
 import os
+import re
 import shutil
 import signal
 import socket
 import subprocess
+import threading
 import time
 import unittest
 from pathlib import Path
 
-from server import COMMAND, Server, installed_command, temporary_folder
+from server import COMMAND, PATIENCE, Server, installed_command, temporary_folder
 
+SAMPLE = os.environ["NQ360_SAMPLE"]
 SAMPLES = Path(os.environ["NQ360_SAMPLES"])
 PAIR = ["still1.jpg", "still2.jpg"]
 MOVIE = ["movie1.mov", "movie2.mov"]
@@ -24,13 +30,14 @@ def request(server, line="GET /api/shots HTTP/1.1", host=None, cookie=None, more
 
 
 class ServerTest(unittest.TestCase):
-    def begin(self, names=(), *options, folder=None):
+    def begin(self, names=(), *options, folder=None, cache=None):
         base = temporary_folder(self)
         self.folder = folder or base / "shots"
         self.folder.mkdir(exist_ok=True)
         for name in names:
             shutil.copy(SAMPLES / name, self.folder)
-        self.server = Server(installed_command(base), self.folder, *options, cache=base / "cache")
+        self.cache = cache or base / "cache"
+        self.server = Server(installed_command(base), self.folder, "--no-browser", *options, cache=self.cache)
         self.addCleanup(self.server.stop, signal.SIGKILL)
         return self.server
 
@@ -235,6 +242,64 @@ class WhatIsServed(ServerTest):
             self.assertIn("cannot be read", listing["error"])
             os.rename(str(self.folder) + "-away", self.folder)
             self.assertEqual([shot["kind"] for shot in server.shots()["shots"]], ["pair", "pair"])
+
+    def test_each_answer_says_once_how_long_it_may_be_kept(self):
+        server = self.begin(PAIR)
+        for path, said in [("/api/shots", "no-cache"), ("/api/thumbnail?file=still1.jpg", "no-cache"),
+                           ("/api/preview?shot=still1.jpg", "no-store"), ("/files/still1.jpg", "no-store"),
+                           ("/api/thumbnail?file=none.jpg", "no-store"), ("/", "no-store")]:
+            self.assertEqual(server.ask(path)[1].get_all("Cache-Control"), [said], path)
+
+    def test_shots_come_in_order_of_capture(self):
+        server = self.begin(PAIR)
+        for name, date in [("a", "2026:01:02 03:04:06"), ("b", "2025:12:31 23:59:59")]:
+            subprocess.run([SAMPLE, "still", "--size", "1440", "--datetime", date, self.folder / f"{name}1.jpg",
+                            self.folder / f"{name}2.jpg"], check=True)
+        shots = server.shots()["shots"]
+        self.assertEqual([(shot["id"], shot["date"]) for shot in shots],
+                         [("b1.jpg", "2025:12:31 23:59:59"), ("still1.jpg", "2026:01:02 03:04:05"),
+                          ("a1.jpg", "2026:01:02 03:04:06")])
+
+    def test_half_a_picture_is_damaged(self):
+        server = self.begin()
+        whole = (SAMPLES / "still1.jpg").read_bytes()
+        (self.folder / "torn.jpg").write_bytes(whole[:len(whole) // 2])
+        (self.folder / "whole.jpg").write_bytes(whole)
+        damaged = {}
+        while not damaged.get("torn.jpg"):  # known once it has been decoded
+            damaged = {shot["id"]: shot["damaged"] for shot in server.shots()["shots"]}
+            self.assertEqual(server.ask("/api/thumbnail?file=torn.jpg")[0], 200)
+            self.assertEqual(server.ask("/api/thumbnail?file=whole.jpg")[0], 200)
+        self.assertFalse(damaged["whole.jpg"])
+
+    def test_thumbnails_outlive_the_server(self):
+        server = self.begin(PAIR)
+        made = server.ask("/api/thumbnail?file=still1.jpg")[2]
+        server.stop()
+        marked = made + b"kept"
+        for path in self.cache.rglob("*.jpg"):
+            if path.read_bytes() == made:
+                path.write_bytes(marked)
+        server = self.begin(folder=self.folder, cache=self.cache)
+        self.assertEqual(server.ask("/api/thumbnail?file=still1.jpg")[2], marked)
+        server.stop()
+        # What is kept may have been spoilt.
+        for path in self.cache.rglob("*.json"):
+            note = json.loads(path.read_text())
+            path.write_text(json.dumps({**note, "reply": 5}))
+        server = self.begin(folder=self.folder, cache=self.cache)
+        self.assertEqual(len(server.shots()["shots"]), 1)
+        self.assertEqual(server.ask("/api/thumbnail?file=still1.jpg")[2], made)
+
+    def test_a_thumbnail_is_never_half_of_one(self):
+        server = self.begin()
+        names = [f"{i}.jpg" for i in range(6)]
+        for name in names:
+            shutil.copy(SAMPLES / "still1.jpg", self.folder / name)
+        with concurrent.futures.ThreadPoolExecutor(24) as many:
+            answers = list(many.map(lambda name: server.ask(f"/api/thumbnail?file={name}")[2], names * 12))
+        self.assertEqual(len(set(answers)), 1)
+        self.assertEqual(answers[0][-2:], b"\xff\xd9")
 
     def test_thumbnails_are_kept(self):
         server = self.begin(PAIR)
@@ -470,6 +535,39 @@ class WhatItStands(ServerTest):
             connection.close()
         self.assert_answered(server)
         self.assertEqual(server.stop(), 0)
+
+    def test_clients_that_read_slowly_hold_up_no_end(self):
+        server = self.begin()
+        with open(self.folder / "long.mov", "wb") as file:
+            file.truncate(4 << 30)
+        with socket.create_connection(("127.0.0.1", server.port), timeout=PATIENCE) as slow:
+            slow.sendall(request(server, "GET /files/long.mov HTTP/1.1"))
+            self.assertIn(b" 200 ", slow.recv(100))
+            server.process.send_signal(signal.SIGINT)
+            deadline = time.monotonic() + PATIENCE
+            while server.process.poll() is None and time.monotonic() < deadline:
+                slow.recv(4096)
+                time.sleep(0.01)
+        self.assertEqual(server.process.poll(), 0)
+
+    def test_files_that_are_not_taken_leave_room_for_others(self):
+        server = self.begin()
+        with open(self.folder / "long.mov", "wb") as file:
+            file.truncate(1 << 30)
+        lazy = []
+        for _ in range(40):
+            lazy.append(socket.create_connection(("127.0.0.1", server.port), timeout=PATIENCE))
+            lazy[-1].sendall(request(server, "GET /files/long.mov HTTP/1.1"))
+        self.assert_answered(server)
+        statuses = [int(connection.recv(12).split()[1]) for connection in lazy]
+        self.assertEqual((statuses.count(200), statuses.count(503)), (12, 28))
+        for connection in lazy:
+            connection.close()
+        # Whoever lets go makes room.
+        (self.folder / "short.mov").write_bytes(b"x")
+        while server.ask("/files/short.mov")[0] == 503:
+            time.sleep(0.01)
+        self.assertEqual(server.ask("/files/short.mov")[2], b"x")
 
     def test_folder_that_is_none_is_told(self):
         base = temporary_folder(self)
