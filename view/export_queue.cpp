@@ -1,9 +1,11 @@
 #include "export_queue.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <utility>
 
-#include "jobs/errors.h"
+#include "jobs/job.h"
+#include "terminal/interrupt.h"
 
 namespace {
 
@@ -15,12 +17,19 @@ ExportQueue::ExportQueue(std::function<std::string(const std::string& message)> 
     : shown_(std::move(shown)), thread_([this] { work(); }) {}
 
 ExportQueue::~ExportQueue() {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        ends_ = true;
+    close();
+    thread_.join();
+}
+
+void ExportQueue::close() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ends_ = true;
+    for (const auto& one : entries_) {
+        if (one.second.stop) {
+            one.second.stop->raise();
+        }
     }
     changed_.notify_all();
-    thread_.join();
 }
 
 std::optional<int64_t> ExportQueue::add(QueuedJob job) {
@@ -68,6 +77,9 @@ bool ExportQueue::cancel(int64_t number) {
         return false;
     }
     found->second.cancelled = true;
+    if (found->second.stop) {
+        found->second.stop->raise();
+    }
     const auto place = std::find(waiting_.begin(), waiting_.end(), number);
     if (place != waiting_.end()) {
         waiting_.erase(place);
@@ -92,40 +104,62 @@ void ExportQueue::work() {
         Entry* const entry = &entries_.at(waiting_.front());
         waiting_.pop_front();
         entry->begun = Clock::now();
+        entry->stop = std::make_unique<StopSign>();
         lock.unlock();
         run(entry);
         lock.lock();
+        entry->stop.reset();
     }
 }
 
 // What runs is not forgotten, so the entry stays where it is.
 void ExportQueue::run(Entry* entry) {
-    const QueuedJob& job = entry->job;
-    const auto handler = [this, entry](NQ360_STATE state, const std::string& reply) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        Json event = read_reply_with_state(state, reply, entry->job.operation);
-        const int64_t count = last_number(reply, "frame_count");
-        entry->frames = state == NQ360_STARTED ? count : entry->frames;
-        event["frames"] = entry->frames;
-        event["frame_count"] = state == NQ360_STARTED ? 0 : count;
-        tell(entry, std::move(event), false);
-        return ends_ || entry->cancelled;
-    };
     Json event;
     try {
-        job.prepare();
-        const Outcome outcome = job.run(handler);
-        event = read_reply_with_state(outcome.state, outcome.reply, job.operation);
-        if (outcome.state == NQ360_FAILED) {
-            event["message"] = job.failure(event);
-        } else if (outcome.state == NQ360_FINISHED) {
-            event["message"] = job.remark(event);
-        }
+        event = perform(entry);
     } catch (const std::exception& error) {
+        std::error_code ignored;
+        std::filesystem::remove(entry->job.work_file, ignored);
         event = {{"state", "failed"}, {"message", error.what()}};
     }
     const std::lock_guard<std::mutex> lock(mutex_);
     tell(entry, std::move(event), true);
+}
+
+// The last event of the job.
+Json ExportQueue::perform(Entry* entry) {
+    const QueuedJob& job = entry->job;
+    job.prepare();
+    Stoppable stoppable("the export is cancelled");
+    const auto handler = [&](NQ360_STATE state, const std::string& reply) {
+        if (state == NQ360_STARTED) {
+            stoppable.leaves(file_beside(job.work_file));
+        }
+        return report(entry, state, reply);
+    };
+    const Outcome outcome = job.run(job.work_file, entry->stop->path(), handler);
+    Json event = read_reply_with_state(outcome.state, outcome.reply, job.operation);
+    if (outcome.state == NQ360_FAILED) {
+        event["message"] = job.failure(event);
+    } else if (outcome.state == NQ360_FINISHED) {
+        event["message"] = job.remark(event);
+        const std::string name = job.place();
+        const std::lock_guard<std::mutex> lock(mutex_);
+        entry->job.name = name;
+    }
+    return event;
+}
+
+// Whether the job is to stop.
+bool ExportQueue::report(Entry* entry, NQ360_STATE state, const std::string& reply) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Json event = read_reply_with_state(state, reply, entry->job.operation);
+    const int64_t count = last_number(reply, "frame_count");
+    entry->frames = state == NQ360_STARTED ? count : entry->frames;
+    event["frames"] = entry->frames;
+    event["frame_count"] = state == NQ360_STARTED ? 0 : count;
+    tell(entry, std::move(event), false);
+    return ends_ || entry->cancelled;
 }
 
 // Paths are the machine's own business: the page knows files by their names.

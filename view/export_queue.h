@@ -13,8 +13,9 @@
 #include <string>
 #include <thread>
 
-#include "jobs/job.h"
+#include "jobs/library.h"
 #include "jobs/replies.h"
+#include "stop_sign.h"
 
 // One job of the queue.
 struct QueuedJob {
@@ -22,9 +23,11 @@ struct QueuedJob {
     std::string subject;            // name of what it is made of
     std::string name;               // of the file that it makes
     std::function<void()> prepare;  // throws CommandError when it cannot begin
-    JobFunction run;
+    std::function<Outcome(const std::string& output, const std::string& cancel_path, const ReplyHandler& handler)> run;
     std::function<std::string(const Json& error)> failure;  // the command's words for an error reply
     std::function<std::string(const Json& result)> remark;  // what is to be told of a job that went well; may be empty
+    std::string work_file;                                  // where it is made
+    std::function<std::string()> place;                     // gives what was made a name that is free, and returns that
 };
 
 class ExportQueue {
@@ -33,7 +36,7 @@ class ExportQueue {
 
     // `shown` makes a message fit for who looks at the page.
     explicit ExportQueue(std::function<std::string(const std::string& message)> shown);
-    ~ExportQueue();  // cancels what runs and what waits
+    ~ExportQueue();
     ExportQueue(const ExportQueue&) = delete;
     ExportQueue& operator=(const ExportQueue&) = delete;
 
@@ -52,8 +55,11 @@ class ExportQueue {
     // All of them in the order of their numbers.
     Json list() const;
 
-    // Whether there is such a job; it ends as soon as it can.
+    // Whether there is such a job; it ends with its next frame.
     bool cancel(int64_t number);
+
+    // Cancels what runs; nothing more is begun.
+    void close();
 
     // Whether a job that has not ended makes a file of this name.
     bool makes(const std::string& name) const;
@@ -68,10 +74,13 @@ class ExportQueue {
         Clock::time_point begun;
         bool ended = false;
         bool cancelled = false;
+        std::unique_ptr<StopSign> stop;  // of the one that runs
     };
 
     void work();
     void run(Entry* entry);
+    Json perform(Entry* entry);
+    bool report(Entry* entry, NQ360_STATE state, const std::string& reply);
     void tell(Entry* entry, Json event, bool ended);
     void forget_old();
 

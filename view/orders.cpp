@@ -30,25 +30,37 @@ QueuedJob order_panorama(const ListedShot& shot, ExportJob job, const Settings& 
             ready->options.audio_source = -1;
         }
     };
+    const auto run = [ready](const std::string& output, const std::string& cancel_path, const ReplyHandler& handler) {
+        ExportJob here = *ready;
+        here.output = output;
+        here.cancel_path = cancel_path;
+        return export_panorama(here, handler);
+    };
     return {Operation::kExport,
             shot.names[0],
             fs::path(ready->output).filename().string(),
             prepare,
-            [ready](const ReplyHandler& handler) { return export_panorama(*ready, handler); },
+            run,
             [ready](const Json& error) { return export_failure(error, *ready); },
-            [ready](const Json& result) { return missing_parts(result, *ready); }};
+            [ready](const Json& result) { return missing_parts(result, *ready); },
+            "",
+            nullptr};
 }
 
-QueuedJob order_sound(const std::string& name, const std::string& path, const std::string& output, bool aac) {
-    const auto job = std::make_shared<SoundJob>();
-    job->movie = path;
-    job->output = output;
-    job->aac = aac;
+QueuedJob order_sound(const std::string& name, const SoundJob& job) {
+    const auto run = [job](const std::string& output, const std::string& cancel_path, const ReplyHandler& handler) {
+        SoundJob here = job;
+        here.output = output;
+        here.cancel_path = cancel_path;
+        return extract_sound(here, handler);
+    };
     return {Operation::kSound,
             name,
-            fs::path(output).filename().string(),
+            fs::path(*job.output).filename().string(),
             [] {},
-            [job](const ReplyHandler& handler) { return extract_sound(*job, handler); },
-            [job](const Json& error) { return sound_failure(error, job->movie, *job->output); },
-            [](const Json&) { return std::string(); }};
+            run,
+            [job](const Json& error) { return sound_failure(error, job.movie, *job.output); },
+            [](const Json&) { return std::string(); },
+            "",
+            nullptr};
 }

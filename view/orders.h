@@ -1,4 +1,5 @@
-// What an order of the page means: the jobs that `nq360 export` and `nq360 audio` would run.
+// What an order of the page means: the jobs that `nq360 export` and `nq360 audio` would run. Where they are made, and
+// how they get their place, is left to whoever queues them.
 #pragma once
 
 #include <string>
@@ -11,7 +12,7 @@
 QueuedJob order_panorama(const ListedShot& shot, ExportJob job, const Settings& settings);
 
 // The sound of a movie.
-QueuedJob order_sound(const std::string& name, const std::string& path, const std::string& output, bool aac);
+QueuedJob order_sound(const std::string& name, const SoundJob& job);
 
 // How the name of a panorama ends: "-360.jpg".
 std::string ending_of_panorama(const ListedShot& shot);

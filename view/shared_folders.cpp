@@ -1,8 +1,10 @@
 #include "shared_folders.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -39,12 +41,32 @@ std::string real_folder(const std::string& folder) {
     return real.string();
 }
 
-// Where an open file lies; empty when it has been removed.
+// Where an open file lies.
 std::string place_of(int descriptor) {
     char path[PATH_MAX];
     const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
     const ssize_t size = readlink(link.c_str(), path, sizeof(path));
     return size > 0 && size < static_cast<ssize_t>(sizeof(path)) ? std::string(path, static_cast<size_t>(size)) : "";
+}
+
+// 0, or the error. Not all file systems can rename without replacing, but most of those have links. Where there is
+// neither, a moment remains in which another program could put its file there.
+int rename_to_free(const std::string& from, const std::string& to) {
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return errno;
+    }
+    if (link(from.c_str(), to.c_str()) == 0) {
+        unlink(from.c_str());
+        return 0;
+    }
+    struct stat status = {};
+    if (errno == EEXIST || lstat(to.c_str(), &status) == 0) {
+        return EEXIST;
+    }
+    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
 bool lies_in(const std::string& path, const std::string& root) {
@@ -88,7 +110,8 @@ std::optional<SharedFile> SharedFolders::open(const std::string& name) const {
         // Not held up by a pipe.
         Descriptor file(::open(place.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         struct stat status = {};
-        if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+            status.st_nlink == 0) {  // removed since
             continue;
         }
         const std::string path = place_of(file.get());
@@ -105,6 +128,20 @@ bool SharedFolders::is_free(const std::string& name) const {
         struct stat status = {};
         return lstat((root + "/" + name).c_str(), &status) == 0;
     });
+}
+
+// The extension stays: it tells the kind of file to write.
+std::string SharedFolders::work_file(const std::string& name) const {
+    static std::atomic<int> number = 0;
+    return made() + "/.nq360-" + std::to_string(getpid()) + "." + std::to_string(++number) + extension_of(name);
+}
+
+bool SharedFolders::place(const std::string& file, const std::string& name) const {
+    const int error = is_free(name) ? rename_to_free(file, made() + "/" + name) : EEXIST;
+    if (error != 0 && error != EEXIST) {
+        throw CommandError(printable(name) + ": is whole but cannot take its place (" + std::strerror(error) + ")");
+    }
+    return error == 0;
 }
 
 std::string media_type(const std::string& name) {

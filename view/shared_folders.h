@@ -44,6 +44,13 @@ class SharedFolders {
     // Whether nothing stands at this name in either.
     bool is_free(const std::string& name) const;
 
+    // A path of its own in the folder of exports, where a file of this name is made.
+    std::string work_file(const std::string& name) const;
+
+    // Gives a made file its name there; false when something stands at the name in either, which stays. Throws
+    // CommandError when it cannot be done.
+    bool place(const std::string& file, const std::string& name) const;
+
   private:
     std::vector<std::string> roots_;
 };

@@ -145,7 +145,9 @@ void Site::answer(httplib::Stream& stream) {
 }
 
 void Site::close() {
-    closing_ = true;
+    svr_sock_ = INVALID_SOCKET;
+    catalog_.close();
+    exports_.close();
 }
 
 httplib::Server::HandlerResponse Site::let_in(const Request& request, Response& response) const {
@@ -330,6 +332,8 @@ void Site::add_export(const Request& request, Response& response) {
     const std::lock_guard<std::mutex> lock(naming_);
     QueuedJob order = order_of(body);
     const std::string name = order.name;
+    order.work_file = folders_.work_file(name);
+    order.place = [this, file = order.work_file, name] { return place(file, name); };
     const auto number = exports_.add(std::move(order));
     if (!number) {
         throw Refusal(429, "too many exports wait already");
@@ -347,7 +351,7 @@ QueuedJob Site::order_of(const Json& body) {
             throw Refusal(404, "there is no such movie");
         }
         const bool aac = body.value("aac", Json()) == Json(true);
-        return order_sound(name, file->state.path, output_for(name, aac ? ".m4a" : ".wav"), aac);
+        return order_sound(name, {file->state.path, output_for(name, aac ? ".m4a" : ".wav"), "", aac});
     }
     ExportJob job;
     set_usual(&job.options);
@@ -361,13 +365,26 @@ QueuedJob Site::order_of(const Json& body) {
 }
 
 std::string Site::output_for(const std::string& input, const std::string& ending) const {
-    const size_t dot = ending.rfind('.');
-    const std::string start = std::filesystem::path(input).stem().string() + ending.substr(0, dot);
-    std::string name = start + ending.substr(dot);
+    return folders_.made() + "/" + free_name(std::filesystem::path(input).stem().string() + ending);
+}
+
+std::string Site::free_name(const std::string& wanted) const {
+    const size_t dot = wanted.rfind('.');
+    std::string name = wanted;
     for (int number = 2; !folders_.is_free(name) || exports_.makes(name); ++number) {
-        name = start + "-" + std::to_string(number) + ending.substr(dot);
+        name = wanted.substr(0, dot) + "-" + std::to_string(number) + wanted.substr(dot);
     }
-    return folders_.made() + "/" + name;
+    return name;
+}
+
+// Another file may have come to stand there since the name was chosen.
+std::string Site::place(const std::string& file, const std::string& wanted) {
+    const std::lock_guard<std::mutex> lock(naming_);
+    std::string name = wanted;
+    while (!folders_.place(file, name)) {
+        name = free_name(wanted);
+    }
+    return name;
 }
 
 void Site::send_progress(const Request& request, Response& response) {
@@ -382,10 +399,9 @@ void Site::send_progress(const Request& request, Response& response) {
     const auto seen = std::make_shared<int64_t>(0);
     const auto quiet = std::make_shared<int>(0);
     response.set_chunked_content_provider(
-        "text/event-stream",
-        [this, number, seen, quiet](size_t /*offset*/, httplib::DataSink& sink) {
+        "text/event-stream", [this, seat, number, seen, quiet](size_t /*offset*/, httplib::DataSink& sink) {
             const auto state = exports_.wait_for(number, *seen, kProgressPatience);
-            if (!state || closing_) {
+            if (!state) {
                 return false;
             }
             std::string text;

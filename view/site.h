@@ -35,7 +35,7 @@ class Site : private httplib::Server {
     // Answers one request, and ends what it writes to once nobody reads it.
     void answer(httplib::Stream& stream);
 
-    // Answers that go on without end stop now.
+    // Long answers stop where they are, and what is exported is cancelled.
     void close();
 
   private:
@@ -61,8 +61,12 @@ class Site : private httplib::Server {
 
     QueuedJob order_of(const Json& body);
 
-    // A free name in the folder of exports: "lens1-360.jpg", "lens1-360-2.jpg".
+    // A free path in the folder of exports: "lens1-360.jpg", "lens1-360-2.jpg".
     std::string output_for(const std::string& input, const std::string& ending) const;
+    std::string free_name(const std::string& wanted) const;
+
+    // Gives what was made its name, or the next free one; returns that.
+    std::string place(const std::string& file, const std::string& wanted);
 
     // Only the name of a file means anything to who looks at the page.
     std::string without_folders(std::string text) const;

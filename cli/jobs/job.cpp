@@ -11,9 +11,6 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-
-// The file that the library writes to until it is whole; empty when there is none.
 std::string file_beside(const std::string& output) {
     std::error_code error;
     const fs::path folder = fs::weakly_canonical(fs::absolute(output, error), error).parent_path();
@@ -26,8 +23,6 @@ std::string file_beside(const std::string& output) {
     }
     return "";
 }
-
-}  // namespace
 
 void check_input(const std::string& path, const std::string& what) {
     std::error_code unknown;

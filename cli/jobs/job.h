@@ -19,6 +19,9 @@ std::string output_file(const std::string& path, const std::string& input, const
 // whose replacement `force` does not allow.
 void check_output(const std::string& path, bool force, std::initializer_list<std::string> inputs);
 
+// The file that the library writes to until the output is whole; empty when there is none.
+std::string file_beside(const std::string& output);
+
 // How a job shows itself.
 struct JobWords {
     Operation operation;

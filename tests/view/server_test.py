@@ -396,6 +396,57 @@ class Exports(ServerTest):
         self.assertEqual(again["name"], "still1-360-2.jpg")
         self.assertEqual(server.events(again["id"])[-1]["state"], "finished")
 
+    def test_each_setting_is_the_commands_option(self):
+        server = self.begin(MOVIE)
+        made = self.folder.parent / "made.mov"
+        files = []
+        for settings, words in [({"end": "0.3"}, ["--end", "0.3"]),
+                                ({"end": "0.3", "sound": "none"}, ["--end", "0.3", "--sound", "none"]),
+                                ({"end": "0.3", "bit-rate": "200k"}, ["--end", "0.3", "--bit-rate", "200k"])]:
+            placed = self.order(server, shot="movie1.mov", settings={"size": "1440x720", **settings})
+            self.assertEqual(server.events(placed["id"])[-1]["state"], "finished")
+            subprocess.run([COMMAND, "export", "-q", "-f", "--size", "1440x720", *words,
+                            *(self.folder / name for name in MOVIE), made], check=True)
+            files.append((self.folder / placed["name"]).read_bytes())
+            self.assertEqual(files[-1], made.read_bytes(), settings)
+        self.assertEqual(len(set(files)), 3)
+
+    def test_partial_takes_what_there_is(self):
+        server = self.begin(PAIR)
+        with open(self.folder / "still2.jpg", "r+b") as torn:
+            torn.truncate((self.folder / "still2.jpg").stat().st_size // 2)
+        events = [server.events(self.order(server, shot="still1.jpg", settings=settings)["id"])[-1]
+                  for settings in [{}, {"partial": True}]]
+        self.assertEqual([event["state"] for event in events], ["failed", "finished"])
+        for event in events:
+            self.assertIn("still2.jpg", event["message"])
+
+    def test_a_name_that_is_taken_meanwhile_stays_whose_it_is(self):
+        server = self.begin(MOVIE)
+        first = self.order(server, shot="movie1.mov")
+        second = self.order(server, kind="sound", file="movie1.mov")
+        (self.folder / second["name"]).write_bytes(b"mine")
+        (self.folder / first["name"]).write_bytes(b"mine")
+        ends = [server.events(order["id"])[-1] for order in (first, second)]
+        self.assertEqual([(end["state"], end["name"]) for end in ends],
+                         [("finished", "movie1-360-2.mov"), ("finished", "movie1-2.wav")])
+        for order, end in zip((first, second), ends):
+            self.assertEqual((self.folder / order["name"]).read_bytes(), b"mine")
+            self.assertGreater((self.folder / end["name"]).stat().st_size, 1000)
+        self.assertEqual(len(os.listdir(self.folder)), 6)
+
+    def test_one_that_runs_is_cancelled(self):
+        server = self.begin(MOVIE)
+        number = self.order(server, shot="movie1.mov", settings={"size": "3840x1920"})["id"]
+        states = []
+        for event in server.watch(number):
+            states.append(event["state"])
+            if event["state"] == "progress" and states.count("progress") == 1:
+                self.assertEqual(server.ask(f"/api/exports/{number}", "DELETE")[0], 204)
+        self.assertIn("progress", states)
+        self.assertEqual(states[-1], "cancelled")
+        self.assertEqual(sorted(os.listdir(self.folder)), MOVIE)
+
     def test_sound_of_a_movie(self):
         server = self.begin(MOVIE, "--to", str(temporary_folder(self)))
         placed = self.order(server, kind="sound", file="movie1.mov")
@@ -447,9 +498,33 @@ class Exports(ServerTest):
         return placed["name"]
 
     def test_interrupt_leaves_no_half_file(self):
+        for number in [signal.SIGINT, signal.SIGTERM]:
+            server = self.begin(MOVIE)
+            self.begun_export(server)
+            self.assertEqual(server.stop(number), 0)
+            self.assertEqual(sorted(os.listdir(self.folder)), MOVIE)
+
+    def test_interrupted_twice_leaves_no_half_file(self):
         server = self.begin(MOVIE)
-        self.begun_export(server)
+        number = self.order(server, shot="movie1.mov", settings={"size": "3840x1920"})["id"]
+        next(event for event in server.watch(number) if event["state"] in ("started", "progress"))
+        server.process.send_signal(signal.SIGINT)
+        told = b""
+        while b"stopping once" not in told:
+            told += server.process.stderr.read1() or self.fail(told)
+        self.assertIn(server.stop(), (0, -signal.SIGINT))
+        self.assertEqual(sorted(os.listdir(self.folder)), MOVIE)
+
+    def test_interrupt_ends_what_is_being_watched(self):
+        server = self.begin(MOVIE)
+        number = self.order(server, shot="movie1.mov", settings={"size": "3840x1920"})["id"]
+        watched = server.watch(number)
+        next(event for event in watched if event["state"] in ("started", "progress"))
         self.assertEqual(server.stop(), 0)
+        try:
+            self.assertNotIn("finished", [event["state"] for event in watched])
+        except http.client.IncompleteRead:
+            pass
         self.assertEqual(sorted(os.listdir(self.folder)), MOVIE)
 
     def test_killed_leaves_no_half_file_under_its_name(self):
@@ -459,6 +534,30 @@ class Exports(ServerTest):
         name = self.begun_export(server)
         server.stop(signal.SIGKILL)
         self.assertNotIn(name, os.listdir(self.folder))
+        self.assertEqual(self.begin(folder=self.folder).shots()["shots"][0]["adjustments"], kept)
+
+    def test_killed_while_saving_leaves_adjustments_whole(self):
+        server = self.begin(PAIR)
+        looks = [{"yaw": "10", "gain1": "1.25,1,1"}, {"roll": "-5"}]
+        begun = threading.Event()
+
+        def save():
+            for look in itertools.cycle(looks):
+                try:
+                    server.json("/api/adjustments", "PUT", {"shot": "still1.jpg", "adjustments": look})
+                except (OSError, http.client.HTTPException):
+                    return
+                begun.set()
+
+        savers = [threading.Thread(target=save) for _ in range(4)]
+        for saver in savers:
+            saver.start()
+        begun.wait()
+        server.stop(signal.SIGKILL)
+        for saver in savers:
+            saver.join()
+        kept = json.loads((self.folder / ".nq360" / "still1.jpg.json").read_text())
+        self.assertIn(kept, looks)
         self.assertEqual(self.begin(folder=self.folder).shots()["shots"][0]["adjustments"], kept)
 
     def test_read_only_writes_nothing(self):
