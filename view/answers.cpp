@@ -89,7 +89,7 @@ Json body_of(const httplib::Request& request) {
 }
 
 void send_part(int descriptor, size_t size, const std::string& range, const std::string& type,
-               httplib::Response& response) {
+               const std::shared_ptr<void>& seat, httplib::Response& response) {
     ByteRange part = {0, size - 1};
     response.set_header("Accept-Ranges", "bytes");
     if (is_bytes(range)) {
@@ -112,7 +112,7 @@ void send_part(int descriptor, size_t size, const std::string& range, const std:
     const auto block = std::make_shared<std::string>();
     response.set_content_provider(
         part.last + 1 - part.first, type,
-        [file, block, first = part.first](size_t offset, size_t length, httplib::DataSink& sink) {
+        [file, block, seat, first = part.first](size_t offset, size_t length, httplib::DataSink& sink) {
             block->resize(std::min(length, kBlock));
             const ssize_t count = pread(file->get(), block->data(), block->size(), static_cast<off_t>(first + offset));
             return count > 0 && sink.write(block->data(), static_cast<size_t>(count));

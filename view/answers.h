@@ -1,6 +1,7 @@
 // How answers are written, and what is refused.
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -29,6 +30,6 @@ std::string parameter(const httplib::Request& request, const char* name);
 Json body_of(const httplib::Request& request);
 
 // Sends what is asked for of an open file. A range without an end, as players ask for, gets a piece: they ask for the
-// next one, and nothing waits for them while they show it.
+// next one, and nothing waits for them while they show it. `seat` is held until it is sent.
 void send_part(int descriptor, size_t size, const std::string& range, const std::string& type,
-               httplib::Response& response);
+               const std::shared_ptr<void>& seat, httplib::Response& response);

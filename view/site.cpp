@@ -19,8 +19,8 @@
 namespace {
 
 constexpr std::chrono::milliseconds kListPatience(600);
+constexpr int kLeastPreviewWidth = 4;
 constexpr int kMostPreviewWidth = 4096;                      // what any graphics card takes
-constexpr int kMostWatchers = 12;                            // half of the threads
 constexpr std::chrono::milliseconds kProgressPatience(250);  // how soon is noticed that all ends
 constexpr int kQuietTurns = 40;                              // after so many a watcher is tried by a comment
 
@@ -210,8 +210,12 @@ void Site::send_file(const Request& request, Response& response) {
     if (!file) {
         throw Refusal(404, "there is no such file");
     }
+    const auto seat = sending_.take();
+    if (!seat) {
+        throw Refusal(503, "too many files are being sent already");
+    }
     send_part(file->descriptor.get(), static_cast<size_t>(file->state.size), request.get_header_value("Range"),
-              media_type(name), response);
+              media_type(name), seat, response);
 }
 
 void Site::send_preview(const Request& request, Response& response) {
@@ -392,8 +396,8 @@ void Site::send_progress(const Request& request, Response& response) {
     if (!exports_.wait_for(number, 0, std::chrono::milliseconds(0))) {
         throw Refusal(404, "there is no such export");
     }
-    if (++watchers_ > kMostWatchers) {
-        --watchers_;
+    const auto seat = watching_.take();
+    if (!seat) {
         throw Refusal(429, "too many watch already");
     }
     const auto seen = std::make_shared<int64_t>(0);
@@ -416,8 +420,7 @@ void Site::send_progress(const Request& request, Response& response) {
                 sink.done();
             }
             return written;
-        },
-        [this](bool /*success*/) { --watchers_; });
+        });
 }
 
 void Site::cancel_export(const Request& request, Response& response) {

@@ -14,6 +14,7 @@
 #include "lobby.h"
 #include "looks.h"
 #include "previews.h"
+#include "seats.h"
 #include "shared_folders.h"
 
 struct SiteOptions {
@@ -86,9 +87,9 @@ class Site : private httplib::Server {
     Catalog catalog_;
     Previews previews_;
     AdjustmentsStore adjustments_;
+    std::mutex naming_;  // held from choosing a name until its job is known
     ExportQueue exports_;
-    std::mutex naming_;             // held from choosing a name until its job is known
-    std::atomic<int> watchers_{0};  // connections that wait for progress
-    std::atomic<bool> closing_{false};
+    Seats watching_{12};  // connections that wait for progress
+    Seats sending_{12};   // files that are being sent
     std::unique_ptr<Door> door_;
 };

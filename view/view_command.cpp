@@ -2,15 +2,16 @@
 #include "view_command.h"
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <memory>
 
-#include <poll.h>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "answering.h"
 #include "jobs/arguments.h"
 #include "jobs/errors.h"
 #include "jobs/replies.h"
@@ -23,9 +24,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kMostPort = 65535;
-constexpr size_t kThreads = 24;        // answers at a time, those included that wait for progress
-constexpr int kMostWaiting = 256;      // requests that wait for a thread
-constexpr int kWritePatience = 20000;  // ms that a browser may take none of an answer
+constexpr size_t kThreads = 32;    // answers at a time; those that may take long are bounded each
+constexpr int kMostWaiting = 256;  // requests that wait for a thread
+constexpr Patience kPatience = {std::chrono::seconds(20), size_t{256} << 10};
 constexpr std::chrono::milliseconds kMoment(100);
 
 // The page's own files, beside the command as it is installed or as it is built.
@@ -41,53 +42,6 @@ std::string page_folder() {
     throw CommandError("the page is not installed: nq360 was built without node; see scripts/view");
 }
 
-// A connection as the server writes to it; what it reads has been read already.
-class Answering : public httplib::Stream {
-  public:
-    Answering(int connection, std::string request) : connection_(connection), request_(std::move(request)) {}
-
-    bool is_readable() const override { return read_ < request_.size(); }
-
-    bool is_writable() const override {
-        pollfd watched = {connection_, POLLOUT, 0};
-        return poll(&watched, 1, 0) >= 0 && (watched.revents & (POLLERR | POLLHUP)) == 0;
-    }
-
-    ssize_t read(char* bytes, size_t size) override {
-        const size_t count = request_.copy(bytes, size, read_);
-        read_ += count;
-        return static_cast<ssize_t>(count);
-    }
-
-    ssize_t write(const char* bytes, size_t size) override {
-        for (size_t written = 0; written < size;) {
-            const ssize_t count = send(connection_, bytes + written, size - written, MSG_NOSIGNAL);
-            if (count < 0 && errno != EINTR && (errno != EAGAIN || !wait_for_room())) {
-                return -1;
-            }
-            written += count > 0 ? static_cast<size_t>(count) : 0;
-        }
-        return static_cast<ssize_t>(size);
-    }
-
-    void get_remote_ip_and_port(std::string& ip, int& port) const override {
-        ip = "127.0.0.1";
-        port = 0;
-    }
-    void get_local_ip_and_port(std::string& ip, int& port) const override { get_remote_ip_and_port(ip, port); }
-    socket_t socket() const override { return connection_; }
-
-  private:
-    bool wait_for_room() const {
-        pollfd watched = {connection_, POLLOUT, 0};
-        return poll(&watched, 1, kWritePatience) == 1 && (watched.revents & POLLOUT) != 0;
-    }
-
-    int connection_;
-    std::string request_;
-    size_t read_ = 0;
-};
-
 void refuse(const Descriptor& connection, int status) {
     const std::string answer = "HTTP/1.1 " + std::to_string(status) +
                                " Refused\r\nContent-Length: 0\r\nConnection: close\r\n"
@@ -101,14 +55,28 @@ void refuse(const Descriptor& connection, int status) {
     }
 }
 
+// Apart from this command: not in its session, which Ctrl-C reaches, and with none of its streams and settings.
 void open_browser(const std::string& address) {
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF);
+    sigset_t usual;
+    sigfillset(&usual);
+    posix_spawnattr_setsigdefault(&attributes, &usual);
+    posix_spawn_file_actions_t streams;
+    posix_spawn_file_actions_init(&streams);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        posix_spawn_file_actions_addopen(&streams, stream, "/dev/null", O_RDWR, 0);
+    }
     char program[] = "xdg-open";
     std::string argument = address;
     char* arguments[] = {program, argument.data(), nullptr};
-    pid_t process = 0;
-    if (posix_spawnp(&process, program, nullptr, nullptr, arguments, environ) == 0) {
+    std::signal(SIGCHLD, SIG_IGN);  // nobody waits for it
+    if (posix_spawnp(nullptr, program, &streams, &attributes, arguments, environ) == 0) {
         console().tell("Opening it in the browser");
     }
+    posix_spawn_file_actions_destroy(&streams);
+    posix_spawnattr_destroy(&attributes);
 }
 
 // Ends with all that has been begun.
@@ -159,8 +127,10 @@ class View : public Command {
             const auto guest = std::make_shared<Descriptor>(std::move(connection));
             threads.run([&site, &waiting, guest, text = std::move(request)] {
                 --waiting;
-                Answering stream(guest->get(), text);
-                site.answer(stream);
+                if (!interrupted()) {
+                    Answering stream(guest->get(), text, kPatience);
+                    site.answer(stream);
+                }
             });
         });
         site.open_door(lobby.port());

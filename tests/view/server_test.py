@@ -686,6 +686,58 @@ class WhatItStands(ServerTest):
         self.assertIn("the page is not installed", ended.stderr)
 
 
+class HowItBegins(unittest.TestCase):
+    def setUp(self):
+        self.base = temporary_folder(self)
+        self.command = installed_command(self.base)
+        self.noted = self.base / "noted"
+        programs = self.base / "programs"
+        programs.mkdir()
+        browser = programs / "xdg-open"
+        browser.write_text(f'#!/bin/sh\necho "$$ $1" > "{self.noted}.part"\nmv "{self.noted}.part" "{self.noted}"\n'
+                           "exec sleep 600\n")
+        browser.chmod(0o755)
+        self.folder = self.base / "shots"
+        self.folder.mkdir()
+        self.surroundings = {"cache": self.base / "cache", "path": programs}
+
+    def begin(self, *words, **more):
+        server = Server(self.command, *words, **self.surroundings, **more)
+        self.addCleanup(server.stop, signal.SIGKILL)
+        return server
+
+    def test_the_browser_is_opened_and_left_alone(self):
+        server = self.begin(self.folder)
+        while not self.noted.exists():
+            time.sleep(0.01)
+        number, address = self.noted.read_text().split()
+        browser = int(number)
+        self.assertEqual(address, server.address)
+        self.assertNotEqual(os.getsid(browser), os.getsid(server.process.pid))
+        for stream in range(3):
+            self.assertEqual(os.readlink(f"/proc/{browser}/fd/{stream}"), os.devnull)
+        ignored = re.search("SigIgn:\\s*(.*)", Path(f"/proc/{browser}/status").read_text())[1]
+        self.assertEqual(int(ignored, 16) & 0x7FFFFFFF, 0)  # beyond are those of the C library's own
+        os.kill(browser, signal.SIGKILL)
+        while Path(f"/proc/{browser}").exists():  # as long as nobody has taken note of its end
+            time.sleep(0.01)
+        self.assertEqual(server.stop(), 0)
+
+    def test_no_browser_is_opened_unless_wanted(self):
+        server = self.begin(self.folder, "--no-browser")
+        self.assertEqual(server.ask("/")[0], 200)
+        self.assertEqual(server.stop(), 0)
+        self.assertFalse(self.noted.exists())
+
+    def test_this_folder_is_shown_where_none_is_named(self):
+        for name in PAIR:
+            shutil.copy(SAMPLES / name, self.folder)
+        server = self.begin("--no-browser", cwd=self.folder)
+        listing = server.shots()
+        self.assertEqual((listing["folder"], listing["made"]), (str(self.folder), str(self.folder)))
+        self.assertEqual([shot["id"] for shot in listing["shots"]], ["still1.jpg"])
+
+
 if __name__ == "__main__":
     signal.signal(signal.SIGINT, signal.default_int_handler)
     unittest.main()
