@@ -122,6 +122,9 @@ void apply_range(const Settings& settings, ExportJob* job) {
 }
 
 Settings settings_in(const Json& object) {
+    if (!object.is_object()) {
+        throw std::invalid_argument("expected an object of settings");
+    }
     Settings settings;
     for (const auto& [name, value] : object.items()) {
         if (value.is_string()) {
@@ -133,6 +136,10 @@ Settings settings_in(const Json& object) {
         }
     }
     return settings;
+}
+
+bool is_choice(const std::string& name) {
+    return name == "start" || name == "end" || kCoding.count(name) > 0;
 }
 
 bool is_look(const std::string& name) {
@@ -213,6 +220,9 @@ void AdjustmentsStore::save(const std::string& shot, const Settings& settings) c
     // A link is not followed: it could lead to any file of the user's.
     if (settings.empty() || fs::is_symlink(path, error)) {
         fs::remove(path, error);
+        if (error) {
+            throw CommandError(printable(path) + ": cannot be removed (" + error.message() + ")");
+        }
     }
     if (settings.empty()) {
         return;

@@ -20,8 +20,11 @@ void apply_coding(const Settings& settings, ExportJob* job);
 // The start and end of a movie's range in seconds; of both lenses.
 void apply_range(const Settings& settings, ExportJob* job);
 
-// The settings among the members of an object: texts, numbers and flags. Throws std::invalid_argument for others.
+// The settings that are the members of an object: texts, numbers and flags. Throws std::invalid_argument for others.
 Settings settings_in(const Json& object);
+
+// Those that say how a panorama is written, and its range, by name.
+bool is_choice(const std::string& name);
 
 // Those that say how a panorama looks, by name; "band", a file's name, among them.
 bool is_look(const std::string& name);
@@ -37,7 +40,7 @@ class AdjustmentsStore {
     Settings load(const std::string& shot) const;
 
     // Written beside and renamed, so that it is whole whenever the process ends. Without settings the file is removed.
-    // Throws CommandError when that cannot be.
+    // Throws CommandError when one of these cannot be.
     void save(const std::string& shot, const Settings& settings) const;
 
   private:

@@ -1,5 +1,6 @@
 #include "site.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,7 @@
 #include "jobs/proposal.h"
 #include "orders.h"
 #include "terminal/console.h"
+#include "terminal/interrupt.h"
 
 namespace {
 
@@ -36,6 +38,24 @@ const httplib::Headers kAlways = {
 
 Settings settings_of(const httplib::Request& request) {
     return {request.params.begin(), request.params.end()};
+}
+
+Settings known_settings(const Json& body, const char* member, bool (*is_known)(const std::string& name)) {
+    Settings settings = settings_in(body.value(member, Json::object()));
+    for (const auto& [name, text] : settings) {
+        if (!is_known(name)) {
+            throw Refusal(400, printable(name) + ": there is no such setting");
+        }
+    }
+    return settings;
+}
+
+Settings look_in(const Json& body) {
+    return known_settings(body, "adjustments", is_look);
+}
+
+Settings choices_in(const Json& body) {
+    return known_settings(body, "settings", is_choice);
 }
 
 const char* word_of(ShotKind kind) {
@@ -126,10 +146,8 @@ void Site::add_routes() {
 
 void Site::add_route(Server& (Server::*method)(const std::string&, Handler), const std::string& path,
                      void (Site::*route)(const Request&, Response&)) {
-    (this->*method)(path, [this, route](const Request& request, Response& response) {
-        response.set_header("Cache-Control", "no-store");
-        (this->*route)(request, response);
-    });
+    (this->*method)(path,
+                    [this, route](const Request& request, Response& response) { (this->*route)(request, response); });
 }
 
 void Site::open_door(int port) {
@@ -228,7 +246,7 @@ void Site::send_preview(const Request& request, Response& response) {
     apply_band(settings, &job);
     if (const auto width = settings.find("width"); width != settings.end()) {
         const Size size = *parse_size(width->second + "x1");
-        job.options.width = std::min(size.width, kMostPreviewWidth) / 2 * 2;
+        job.options.width = std::clamp(size.width / 2 * 2, kLeastPreviewWidth, kMostPreviewWidth);
         job.options.height = job.options.width / 2;
     }
     const std::array<FileVersion, 2> lenses = lenses_of(pair_of(parameter(request, "shot")), &job);
@@ -248,10 +266,10 @@ void Site::send_space(const Request& request, Response& response) {
 void Site::send_match(const Request& request, Response& response) {
     const Json body = body_of(request);
     ExportJob job;
-    const Settings settings = settings_in(body.value("adjustments", Json::object()));
+    const Settings settings = look_in(body);
     apply_look(settings, &job);
     lenses_of(pair_of(text_of(body, "shot")), &job);
-    const Outcome outcome = match_lenses(job, {});
+    const Outcome outcome = match_lenses(job, [](NQ360_STATE, const std::string&) { return interrupted(); });
     const Json reply = read_match(outcome.reply);
     if (outcome.state != NQ360_FINISHED) {
         throw CommandError(export_failure(reply, job));
@@ -268,12 +286,7 @@ void Site::send_match(const Request& request, Response& response) {
 void Site::keep_adjustments(const Request& request, Response& response) {
     const Json body = body_of(request);
     const ListedShot shot = pair_of(text_of(body, "shot"));
-    Settings settings = settings_in(body.value("adjustments", Json::object()));
-    for (const auto& [name, text] : settings) {
-        if (!is_look(name)) {
-            throw Refusal(400, name + ": is no adjustment");
-        }
-    }
+    const Settings settings = look_in(body);
     ExportJob job;
     apply_look(settings, &job);
     adjustments_.save(shot.names[0], settings);
@@ -361,8 +374,8 @@ QueuedJob Site::order_of(const Json& body) {
     set_usual(&job.options);
     const ListedShot shot = pair_of(text_of(body, "shot"));
     lenses_of(shot, &job);
-    Settings settings = settings_in(body.value("adjustments", Json::object()));
-    settings.merge(settings_in(body.value("settings", Json::object())));
+    Settings settings = look_in(body);
+    settings.merge(choices_in(body));
     apply_band(settings, &job);
     job.output = output_for(shot.names[0], ending_of_panorama(shot));
     return order_panorama(shot, std::move(job), settings);

@@ -40,6 +40,7 @@ TEST(Adjustments, NameWhatMakesNoSense) {
     EXPECT_THROW(apply_coding({{"web", "1"}}, &job), std::invalid_argument);
     EXPECT_THROW(apply_range({{"start", "3"}, {"end", "3"}}, &job), std::invalid_argument);
     EXPECT_THROW(settings_in({{"yaw", Json::array()}}), std::invalid_argument);
+    EXPECT_THROW(settings_in(5), std::invalid_argument);
 }
 
 TEST(Adjustments, OfAMatchLeaveOutWhatIsAsUsual) {
@@ -60,6 +61,8 @@ TEST(AdjustmentsStore, KeepsThemBesideTheShots) {
     EXPECT_TRUE(fs::exists(dir.path() + "/.nq360/lens1.jpg.json"));
     store.save("lens1.jpg", {});
     EXPECT_TRUE(fs::is_empty(dir.path() + "/.nq360"));
+    fs::create_directories(dir.path() + "/.nq360/lens1.jpg.json/in-the-way");
+    EXPECT_THROW(store.save("lens1.jpg", {}), CommandError);
 }
 
 TEST(AdjustmentsStore, TakesNothingThatIsNone) {

@@ -323,6 +323,31 @@ class WhatIsServed(ServerTest):
                        check=True)
         self.assertEqual(data, made.read_bytes())
 
+    def test_preview_is_of_the_time_asked_for(self):
+        server = self.begin(MOVIE)
+        made = self.folder.parent / "made.jpg"
+        previews = []
+        for start in ["0", "0.5"]:
+            previews.append(server.ask(f"/api/preview?shot=movie1.mov&start={start}")[2])
+            subprocess.run([COMMAND, "export", "-q", "-f", "--preview", "--start", start,
+                            *(self.folder / name for name in MOVIE), made], check=True)
+            self.assertEqual(previews[-1], made.read_bytes(), start)
+        self.assertNotEqual(*previews)
+
+    def test_a_replaced_lens_gives_a_new_preview(self):
+        server = self.begin(PAIR)
+        before = server.ask("/api/preview?shot=still1.jpg")[2]
+        self.assertEqual(server.ask("/api/preview?shot=still1.jpg")[2], before)
+        shutil.copy(SAMPLES / "different2.jpg", self.folder / "still2.jpg")
+        status, _, after = server.ask("/api/preview?shot=still1.jpg")
+        self.assertEqual(status, 200)
+        self.assertNotEqual(before, after)
+
+    def test_the_smallest_preview_is_a_picture(self):
+        server = self.begin(PAIR)
+        status, _, data = server.ask("/api/preview?shot=still1.jpg&width=1")
+        self.assertEqual((status, data[:2]), (200, b"\xff\xd8"))
+
     def test_band_is_a_picture_of_the_folder(self):
         server = self.begin(PAIR)
         for name, size in [("strip.png", "400x20"), ("high.png", "400x300")]:
@@ -361,6 +386,25 @@ class WhatIsServed(ServerTest):
         self.assertEqual(files, sorted([".nq360", "still1.jpg.json", *PAIR]))
         for wrong in [{"yaw": "x"}, {"size": "2x1"}, {"yaw": [1]}, {"cancel": "1"}]:
             self.assertEqual(other.ask("/api/adjustments", "PUT", {"shot": "still1.jpg", "adjustments": wrong})[0], 400)
+
+    def test_what_is_no_setting_is_told(self):
+        server = self.begin(PAIR)
+        for path, order in [("/api/match", {"adjustments": 5}), ("/api/match", {"adjustments": {"size": "2x1"}}),
+                            ("/api/exports", {"adjustments": {"quality": "5"}}),
+                            ("/api/exports", {"settings": {"yaw": "5"}}), ("/api/exports", {"settings": "web"})]:
+            self.assertEqual(server.ask(path, "POST", {"shot": "still1.jpg", **order})[0], 400, order)
+        self.assertEqual(server.json("/api/exports"), {"exports": []})
+
+    def test_no_order_leads_out_of_the_folder(self):
+        server = self.begin(MOVIE)
+        shutil.copy(SAMPLES / "movie1.mov", self.folder.parent / "secret.mov")
+        files = [sorted(os.listdir(folder)) for folder in (self.folder, self.folder.parent)]
+        for way in ["../secret.mov", str(self.folder.parent / "secret.mov"), "..\\secret.mov", "", ".", "movie1.mov/."]:
+            for path, method, order in [("/api/adjustments", "PUT", {"shot": way, "adjustments": {"yaw": "1"}}),
+                                        ("/api/exports", "POST", {"kind": "sound", "file": way}),
+                                        ("/api/exports", "POST", {"shot": way}), ("/api/match", "POST", {"shot": way})]:
+                self.assertEqual(server.ask(path, method, order)[0], 404, (path, order))
+        self.assertEqual([sorted(os.listdir(folder)) for folder in (self.folder, self.folder.parent)], files)
 
     def test_match_finds_the_turn(self):
         server = self.begin(["different1.jpg", "different2.jpg"])
