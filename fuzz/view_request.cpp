@@ -63,7 +63,9 @@ void try_request(const std::string& request, bool is_known) {
     site().answer(stream);
     const std::string status = stream.answer().substr(0, 12);
     fuzz::require(status.rfind("HTTP/1.", 0) == 0, "every request gets an answer");
-    fuzz::require(is_known || status.compare(9, 1, "4") == 0, "nothing opens without the cookie");
+    const std::string number = status.substr(std::min<size_t>(status.size(), 9));
+    const bool is_refused = number == "403" || number == "400" || number == "414";  // the others: it cannot be read
+    fuzz::require(is_known || is_refused, "nothing opens without the cookie");
 }
 
 }  // namespace

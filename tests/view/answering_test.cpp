@@ -20,6 +20,8 @@ class Connection {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
         server_ = Descriptor(ends[0]);
         client_ = Descriptor(ends[1]);
+        const int little = 4096;  // so that all of it has to be read, soon
+        EXPECT_EQ(setsockopt(server_.get(), SOL_SOCKET, SO_SNDBUF, &little, sizeof(little)), 0);
     }
 
     // Whether all of it was taken by a reader that reads so much in each turn.
@@ -43,11 +45,11 @@ class Connection {
 };
 
 TEST(Answering, WaitsForWhoReads) {
-    EXPECT_TRUE(Connection().sends(size_t{4} << 20, size_t{256} << 10, std::chrono::milliseconds(1)));
+    EXPECT_TRUE(Connection().sends(size_t{256} << 10, size_t{64} << 10, std::chrono::milliseconds(1)));
 }
 
 TEST(Answering, GivesUpOnWhoReadsNextToNothing) {
-    EXPECT_FALSE(Connection().sends(size_t{4} << 20, 1024, std::chrono::milliseconds(5)));
+    EXPECT_FALSE(Connection().sends(size_t{256} << 10, 1024, std::chrono::milliseconds(20)));
 }
 
 TEST(Answering, IsReadAsItCame) {
