@@ -58,9 +58,9 @@ Listing Catalog::list(std::chrono::milliseconds patience) {
 std::optional<ListedShot> Catalog::find(const std::string& name) {
     const auto search = [this, &name]() -> std::optional<ListedShot> {
         const std::lock_guard<std::mutex> lock(mutex_);
-        for (ListedShot& shot : listing().shots) {
+        for (const ListedShot& shot : listing().shots) {
             if (shot.names[0] == name) {
-                return std::move(shot);
+                return shot;
             }
         }
         return {};
@@ -78,7 +78,7 @@ Look Catalog::look_at(const std::string& name, const FileVersion& state) {
     const auto entry = entries_.find(name);
     if (entry != entries_.end() && entry->second.state == state) {
         entry->second.learn(look, true);
-        changed_.notify_all();
+        tell_of_change();
     }
     return look;
 }
@@ -108,7 +108,7 @@ void Catalog::scan(std::string* error) {
     }
     entries_ = std::move(found);
     strips_ = std::move(strips);
-    changed_.notify_all();
+    tell_of_change();
 }
 
 // What comes next: first a glance at each file, then a look at each.
@@ -148,11 +148,23 @@ void Catalog::work() {
             found->second.learn(look, !glance);
             found->second.taken = false;
         }
-        changed_.notify_all();
+        tell_of_change();
     }
 }
 
-Listing Catalog::listing() const {
+void Catalog::tell_of_change() {
+    listing_.reset();
+    changed_.notify_all();
+}
+
+const Listing& Catalog::listing() {
+    if (!listing_) {
+        listing_ = make_listing();
+    }
+    return *listing_;
+}
+
+Listing Catalog::make_listing() const {
     Listing listing;
     std::vector<ShotFile> files;
     std::vector<const KnownFile*> entries;

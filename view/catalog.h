@@ -67,7 +67,9 @@ class Catalog {
     void scan(std::string* error);
     void work();
     KnownFile* next(bool* glance, std::string* name);
-    Listing listing() const;
+    const Listing& listing();
+    Listing make_listing() const;
+    void tell_of_change();
 
     const SharedFolders& folders_;
     Looks& looks_;
@@ -76,6 +78,7 @@ class Catalog {
     std::map<std::string, KnownFile> entries_;
     int64_t last_number_ = 0;
     std::vector<std::string> strips_;
+    std::optional<Listing> listing_;  // until something changes: a preview asks for it many times a second
     bool ends_ = false;
     std::vector<std::thread> threads_;
 };

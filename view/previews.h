@@ -11,8 +11,8 @@
 
 class Previews {
   public:
-    // The JPEG of the job's frames. Throws CommandError in the command's words.
-    std::string make(const ExportJob& job, const std::array<FileVersion, 2>& lenses);
+    // The JPEG of the job's frames, of lens pictures so wide. Throws CommandError in the command's words.
+    std::string make(const ExportJob& job, const std::array<FileVersion, 2>& lenses, int lens_width);
 
   private:
     struct Kept {
@@ -20,7 +20,8 @@ class Previews {
         ShotHandle shot;
         size_t bytes;
     };
-    NQ360_SHOT* shot_of(const ExportJob& job, const std::array<FileVersion, 2>& lenses);
+    NQ360_SHOT* shot_of(const ExportJob& job, const std::array<FileVersion, 2>& lenses, int lens_width);
+    void make_room(size_t bytes);
 
     std::mutex mutex_;
     std::list<Kept> kept_;  // the one looked at last comes first

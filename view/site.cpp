@@ -249,8 +249,9 @@ void Site::send_preview(const Request& request, Response& response) {
         job.options.width = std::clamp(size.width / 2 * 2, kLeastPreviewWidth, kMostPreviewWidth);
         job.options.height = job.options.width / 2;
     }
-    const std::array<FileVersion, 2> lenses = lenses_of(pair_of(parameter(request, "shot")), &job);
-    response.set_content(previews_.make(job, lenses), "image/jpeg");
+    const ListedShot pair = pair_of(parameter(request, "shot"));
+    const std::array<FileVersion, 2> lenses = lenses_of(pair, &job);
+    response.set_content(previews_.make(job, lenses, pair.description.width), "image/jpeg");
 }
 
 void Site::send_space(const Request& request, Response& response) {
