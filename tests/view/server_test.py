@@ -253,7 +253,7 @@ class WhatIsServed(ServerTest):
     def test_shots_come_in_order_of_capture(self):
         server = self.begin(PAIR)
         for name, date in [("a", "2026:01:02 03:04:06"), ("b", "2025:12:31 23:59:59")]:
-            subprocess.run([SAMPLE, "still", "--size", "1440", "--datetime", date, self.folder / f"{name}1.jpg",
+            subprocess.run([SAMPLE, "still", "--size", "64", "--datetime", date, self.folder / f"{name}1.jpg",
                             self.folder / f"{name}2.jpg"], check=True)
         shots = server.shots()["shots"]
         self.assertEqual([(shot["id"], shot["date"]) for shot in shots],
@@ -444,9 +444,9 @@ class Exports(ServerTest):
         server = self.begin(MOVIE)
         made = self.folder.parent / "made.mov"
         files = []
-        for settings, words in [({"end": "0.3"}, ["--end", "0.3"]),
-                                ({"end": "0.3", "sound": "none"}, ["--end", "0.3", "--sound", "none"]),
-                                ({"end": "0.3", "bit-rate": "200k"}, ["--end", "0.3", "--bit-rate", "200k"])]:
+        for settings, words in [({"end": "0.2"}, ["--end", "0.2"]),
+                                ({"end": "0.2", "sound": "none"}, ["--end", "0.2", "--sound", "none"]),
+                                ({"end": "0.2", "bit-rate": "200k"}, ["--end", "0.2", "--bit-rate", "200k"])]:
             placed = self.order(server, shot="movie1.mov", settings={"size": "1440x720", **settings})
             self.assertEqual(server.events(placed["id"])[-1]["state"], "finished")
             subprocess.run([COMMAND, "export", "-q", "-f", "--size", "1440x720", *words,
