@@ -1,9 +1,8 @@
 // The server's side: one function for each thing that it can be asked.
-
-// Every error that is thrown here and in sphere.js has a message for a person.
+import { Told } from "./dom.js";
 
 /** What the server refuses, in its own words. */
-export class Refused extends Error {}
+export class Refused extends Told {}
 
 /** @param {Response} answer */
 async function refusal(answer) {
@@ -22,7 +21,7 @@ async function refusal(answer) {
  */
 async function ask(path, options) {
     const answer = await fetch(path, options).catch(() => {
-        throw new Error("The server does not answer. When nq360 view runs again, open the address that it prints");
+        throw new Told("The server does not answer. When nq360 view runs again, open the address that it prints");
     });
     if (!answer.ok) {
         throw new Refused(await refusal(answer));

@@ -1,4 +1,4 @@
-// Elements in a few words.
+// Elements in a few words, and words in them.
 
 /**
  * @template {HTMLElement} T
@@ -39,8 +39,17 @@ export function say(place, text) {
     }
 }
 
+/** What has a message for a person. */
+export class Told extends Error {}
+
 /** @param {unknown} error */
-export const wordsOf = (error) => (error instanceof Error ? error.message : String(error));
+export function wordsOf(error) {
+    if (error instanceof Told) {
+        return error.message;
+    }
+    console.error(error);
+    return "Something is wrong with this page; the browser's console tells what";
+}
 
 /** @param {number} seconds */
 export function clock(seconds) {

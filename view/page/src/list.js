@@ -98,9 +98,10 @@ export function showShots(shots, choose) {
     /** @type {Element|null} */
     let place = list.firstElementChild;
     for (const shot of shots) {
+        const isHere = place !== null && items.get(shot.id)?.item === place;
         const item = itemOf(shot, choose);
-        if (item === place) {
-            place = place.nextElementSibling;
+        if (isHere) {
+            place = item.nextElementSibling;
         } else {
             list.insertBefore(item, place);
         }

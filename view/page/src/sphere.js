@@ -5,7 +5,7 @@ import { VideoPlugin } from "@photo-sphere-viewer/video-plugin";
 import "@photo-sphere-viewer/core/index.css";
 import "@photo-sphere-viewer/video-plugin/index.css";
 import "../app.css";
-import { byId, make } from "./dom.js";
+import { byId, make, Told } from "./dom.js";
 
 // It would keep each preview, and the old picture of a file that has been replaced.
 Cache.enabled = false;
@@ -32,7 +32,7 @@ const common = {
 /** @param {Omit<import("@photo-sphere-viewer/core").ViewerConfig, "container">} config */
 function begin(config) {
     if (!document.createElement("canvas").getContext("webgl2")) {
-        throw new Error("This browser draws no panoramas: it has no WebGL 2, or it is turned off");
+        throw new Told("This browser draws no panoramas: it has no WebGL 2, or it is turned off");
     }
     const place = make("div", { className: "viewer" });
     container.append(place);
@@ -40,7 +40,7 @@ function begin(config) {
     return viewer;
 }
 
-const damaged = () => new Error("The picture cannot be shown; it may be damaged");
+const damaged = () => new Told("The picture cannot be shown; it may be damaged");
 
 /**
  * Whether the first picture is there; not when something else is to be shown before it is.
@@ -191,6 +191,9 @@ container.addEventListener("pointermove", (event) => {
         dragged(right * degrees, down * degrees, event.shiftKey);
     }
 });
+
+// The viewer leaves fingers that do not look around to the browser, which would scroll.
+container.addEventListener("touchmove", (event) => dragged && event.preventDefault(), { passive: false });
 
 /** Where the middle of the view looks, and how wide: for whoever measures. */
 export const view = () =>
