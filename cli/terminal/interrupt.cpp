@@ -18,12 +18,12 @@ namespace {
 
 constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
 
-// What the handler touches: set up while no job runs, so that it only reads.
-std::atomic<int> signals_seen = 0;  // read by any thread
+// What the handler touches: set up while no job runs, so that it only reads. The job's thread may be another one.
+std::atomic<int> signals_seen = 0;
 static_assert(std::atomic<int>::is_always_lock_free, "a handler may touch it");
-volatile sig_atomic_t job_runs = 0;
-volatile sig_atomic_t job_has_file = 0;
-volatile sig_atomic_t message_descriptor = STDERR_FILENO;
+std::atomic<int> job_runs = 0;
+std::atomic<int> job_has_file = 0;
+std::atomic<int> message_descriptor = STDERR_FILENO;
 volatile sig_atomic_t opened_to_cancel = -1;
 volatile sig_atomic_t cancel_descriptor = -1;
 char notice[256];
@@ -91,7 +91,6 @@ std::string cancel_path() {
 Stoppable::Stoppable(const std::string& waits_for) {
     std::snprintf(notice, sizeof(notice), "\nnq360: stopping once %s; Ctrl-C again stops at once\n", waits_for.c_str());
     message_descriptor = console().quiet() ? -1 : console().descriptor();
-    std::atomic_signal_fence(std::memory_order_seq_cst);
     job_runs = 1;
 }
 
@@ -105,6 +104,5 @@ void Stoppable::leaves(const std::string& file) {
         return;
     }
     std::memcpy(job_file, file.c_str(), file.size() + 1);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
     job_has_file = 1;
 }
