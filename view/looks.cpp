@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <thread>
 
 #include <unistd.h>
@@ -104,15 +105,18 @@ std::optional<Look> Looks::kept(const FileVersion& file) const {
 }
 
 Outcome Looks::analyze_in_turn(const std::string& path, const std::optional<std::string>& thumbnail) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    freed_.wait(lock, [this] { return free_ > 0; });
-    --free_;
-    lock.unlock();
-    Outcome outcome = analyze_file(path, thumbnail, kThumbnailWidth);
-    lock.lock();
-    ++free_;
-    freed_.notify_one();
-    return outcome;
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        freed_.wait(lock, [this] { return free_ > 0; });
+        --free_;
+    }
+    const auto end_turn = [](Looks* looks) {
+        const std::lock_guard<std::mutex> lock(looks->mutex_);
+        ++looks->free_;
+        looks->freed_.notify_one();
+    };
+    const std::unique_ptr<Looks, decltype(end_turn)> turn(this, end_turn);  // ends whatever happens
+    return analyze_file(path, thumbnail, kThumbnailWidth);
 }
 
 Look Looks::look_at(const FileVersion& file) {
