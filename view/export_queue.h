@@ -55,7 +55,7 @@ class ExportQueue {
     // All of them in the order of their numbers.
     Json list() const;
 
-    // Whether there is such a job; it ends with its next frame.
+    // Whether there is such a job; it ends within its next few frames.
     bool cancel(int64_t number);
 
     // Cancels what runs; nothing more is begun.
