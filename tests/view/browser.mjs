@@ -209,7 +209,8 @@ export async function middle(page) {
     await frames(page);
     const box = await canvas(page);
     const side = 6;
-    const clip = { x: box.x + box.width / 2 - side / 2, y: box.y + box.height / 2 - side / 2, width: side, height: side };
+    const [x, y] = [box.x + box.width / 2 - side / 2, box.y + box.height / 2 - side / 2];
+    const clip = { x, y, width: side, height: side };
     const picture = await page.screenshot({ clip, encoding: "base64" });
     return page.evaluate(meanColour, `data:image/png;base64,${picture}`, null);
 }

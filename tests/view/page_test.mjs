@@ -3,9 +3,9 @@
 import assert from "node:assert/strict";
 import { copyFileSync, mkdirSync, readFileSync, readdirSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
-import { apart, assertLooksAt, axe, canvas, choose, finish, folder, frames, inFolder, jobReaches, jobSays, listed, makeShots,
-    meanColour, middle, near, nq360, open, patience, pictures, press, says, serve, settled, step, textOf, type, until, valueOf, view,
-    work } from "./browser.mjs";
+import { apart, assertLooksAt, axe, canvas, choose, finish, folder, frames, inFolder, jobReaches, jobSays, listed,
+    makeShots, meanColour, middle, near, nq360, open, patience, pictures, press, says, serve, settled, step, textOf,
+    type, until, valueOf, view, work } from "./browser.mjs";
 
 makeShots();
 const empty = join(work, "empty");
@@ -82,15 +82,17 @@ const page = await open(server.address);
 
 await step("the folder is listed, with thumbnails and marks", async () => {
     await listed(page, "made.jpg");
-    await page.waitForFunction(() => [...document.querySelectorAll(".shot img")].every((one) => one.complete), patience);
+    await page.waitForFunction(() => [...document.querySelectorAll(".shot img")].every((one) => one.complete),
+        patience);
     await page.waitForFunction(() => document.querySelector("#list .tag ~ .bad"), patience);
     const texts = await page.$$eval(".shot", (all) => all.map((one) => one.innerText));
     assert.equal(texts.length, 5);
     assert.ok(texts.some((text) => text.includes("moon_1.jpg + moon_2.jpg") && text.includes("two lenses 360")));
     assert.ok(texts.some((text) => text.includes("lens1.mov + lens2.mov") && text.includes("0:02")));
     assert.ok(texts.some((text) => text.includes("torn.jpg") && text.includes("no second half")));
-    assert.deepEqual(await page.$$eval(".shot:has(.tag ~ .bad)", (all) => all.map((one) =>
-        [one.querySelector("span").textContent, one.querySelector(".tag ~ .bad").textContent])), [["torn.jpg", " damaged"]]);
+    const marked = await page.$$eval(".shot:has(.tag ~ .bad)", (all) => all.map((one) =>
+        [one.querySelector("span").textContent, one.querySelector(".tag ~ .bad").textContent]));
+    assert.deepEqual(marked, [["torn.jpg", " damaged"]]);
     assert.equal(new URL(page.url()).search, "", "the key stays in no address");
 });
 
@@ -146,7 +148,8 @@ await step("wheel and keys go nearer and farther, fingers too; the corner has fu
     const far = await view(page);
     await touch(page, [{ ...box, right: -150 }]);
     const perPixel = far.hFov / box.width * kDegree;
-    near(turned(far.yaw, (await view(page)).yaw), (150 - kSlop / 2) * perPixel, kSlop / 2 * perPixel + 0.01, "by a finger");
+    const { yaw } = await view(page);
+    near(turned(far.yaw, yaw), (150 - kSlop / 2) * perPixel, kSlop / 2 * perPixel + 0.01, "by a finger");
     await touch(page, [{ x: box.x - 60, y: box.y, right: -120 }, { x: box.x + 60, y: box.y, right: 120 }]);
     await reachesFov(page, 0, far.vFov - 5);
 
@@ -330,7 +333,8 @@ await step("the made movie plays, with sound, by keys too", async () => {
     for (let i = 0; i < 12; ++i) {
         await page.keyboard.press("ArrowRight");
     }
-    await page.waitForFunction(() => Math.abs(nq360.video().currentTime - 1.2) < 0.01 && !nq360.video().seeking, patience);
+    await page.waitForFunction(() => Math.abs(nq360.video().currentTime - 1.2) < 0.01 && !nq360.video().seeking,
+        patience);
     await says(page, "#time-text", "0:01");
     await page.evaluate(() => [...document.querySelectorAll(".shot")]
         .find((one) => one.textContent.includes("made.jpg")).focus());
@@ -488,13 +492,13 @@ await step("500 shots: listed, and thumbnails where one scrolls to", async () =>
     const view = await open(other.address);
     await view.waitForFunction(() => document.querySelectorAll(".shot").length > 0, patience);
     console.log(`  first shots after ${Date.now() - begun} ms`);
-    await view.waitForFunction(() => [...document.querySelectorAll(".shot img")].some((one) => one.naturalWidth > 0), patience);
+    await view.waitForFunction(() => [...document.querySelectorAll(".shot img")].some((one) => one.naturalWidth > 0),
+        patience);
     console.log(`  first thumbnails after ${Date.now() - begun} ms`);
     await view.waitForFunction(() => document.querySelectorAll(".shot").length === 500, patience);
     console.log(`  all 500 after ${Date.now() - begun} ms`);
     await view.evaluate(() => document.querySelector("#list").lastElementChild.scrollIntoView());
-    await view.waitForFunction(() => document.querySelector("#list").lastElementChild.querySelector("img").naturalWidth > 0,
-        patience);
+    await view.waitForFunction(() => document.querySelector("#list > :last-child img").naturalWidth > 0, patience);
     await view.close();
     await other.end();
 });

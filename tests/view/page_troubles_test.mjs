@@ -2,8 +2,8 @@
 // usage: page_troubles_test.mjs WORK_FOLDER
 import assert from "node:assert/strict";
 import { copyFileSync, existsSync, readFileSync, unlinkSync } from "node:fs";
-import { assertLooksAt, choose, finish, folder, inFolder, jobReaches, listed, makeShots, nq360, open, patience, press, says,
-    serve, settled, step, textOf, type, until, valueOf, work } from "./browser.mjs";
+import { assertLooksAt, choose, finish, folder, inFolder, jobReaches, listed, makeShots, nq360, open, patience, press,
+    says, serve, settled, step, textOf, type, until, valueOf, work } from "./browser.mjs";
 
 makeShots();
 const keptYaw = (name) => {
@@ -158,8 +158,7 @@ await step("a mark that comes later appears on the chosen shot; its place keeps 
             return listing;
         });
     });
-    await page.waitForFunction(() => document.querySelector(".shot[aria-current=true] .bad")?.textContent === " damaged",
-        patience);
+    await says(page, ".shot[aria-current=true] .bad", " damaged");
     assert.match(await page.evaluate(() => document.activeElement.textContent), /made\.jpg/);
     await page.evaluate(() => gate.changed.clear());
 });
@@ -167,8 +166,8 @@ await step("a mark that comes later appears on the chosen shot; its place keeps 
 await step("the list's words are not said again", async () => {
     await page.evaluate(() => {
         window.said = [];
-        new MutationObserver((changes) => window.said.push(...changes.map((one) => one.target.textContent))).observe(document.querySelector("header"),
-            { subtree: true, childList: true, characterData: true });
+        new MutationObserver((changes) => window.said.push(...changes.map((one) => one.target.textContent)))
+            .observe(document.querySelector("header"), { subtree: true, childList: true, characterData: true });
     });
     await relists(page, 2);
     assert.deepEqual(await page.evaluate(() => window.said), []);
@@ -181,8 +180,8 @@ await step("a panorama that was replaced is seen as it is now", async () => {
     await choose(page, "torn.jpg");
     nq360("export", "-q", "--size", "1920x960", inFolder("moon_1.jpg"), inFolder("moon_2.jpg"), `${work}/moon.jpg`);
     copyFileSync(`${work}/moon.jpg`, inFolder("made.jpg"));
-    await page.waitForFunction((src) => [...document.querySelectorAll(".shot")]
-        .some((one) => /made\.jpg.*panorama/.test(one.textContent) && one.querySelector("img").src !== src), patience, before);
+    await page.waitForFunction((src) => [...document.querySelectorAll(".shot")].some((one) =>
+        /made\.jpg.*panorama/.test(one.textContent) && one.querySelector("img").src !== src), patience, before);
     await choose(page, "made.jpg");
     await page.waitForFunction(() => document.querySelector("#sphere").dataset.shown === "picture", patience);
     await page.evaluate(() => nq360.look({ yaw: 3, pitch: 0.05 }));
@@ -207,7 +206,8 @@ await step("too little room is told before, and how much there is after an expor
     await page.evaluate(() => gate.changed.clear());
     await page.select("#export-size", "1920x960");
     await press(page, "#export button[type=submit]");
-    await page.waitForFunction(() => /^[\d.]+ [KMGT]iB free$/.test(document.querySelector("#room").textContent), patience);
+    await page.waitForFunction(() => /^[\d.]+ [KMGT]iB free$/.test(document.querySelector("#room").textContent),
+        patience);
     await jobReaches(page, "moon_1-360.jpg", ["finished"]);
 });
 

@@ -1,5 +1,5 @@
-// What the shots are adjusted to. What was set here counts until the server's list tells it too; the server keeps it when
-// the hand rests.
+// What the shots are adjusted to. What was set here counts until the server's list tells it too; the server keeps it
+// when the hand rests.
 import { keep } from "./api.js";
 
 /** @typedef {import("./api.js").Shot} Shot */
