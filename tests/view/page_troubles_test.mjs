@@ -20,6 +20,9 @@ const isHeld = (page, start) => isAsked(page, start, 1);
 /** The folder has been listed anew so many times. */
 const relists = async (page, times) => isAsked(page, "GET /api/shots", await asked(page, "GET /api/shots") + times);
 
+/** What the shot that has the focus says. */
+const focusedShot = () => page.evaluate(() => document.activeElement.closest(".shot")?.textContent ?? "none");
+
 const server = await serve(folder);
 const page = await open(server.address);
 await listed(page, "made.jpg");
@@ -159,7 +162,7 @@ await step("a mark that comes later appears on the chosen shot; its place keeps 
         });
     });
     await says(page, ".shot[aria-current=true] .bad", " damaged");
-    assert.match(await page.evaluate(() => document.activeElement.textContent), /made\.jpg/);
+    assert.match(await focusedShot(), /made\.jpg/);
     await page.evaluate(() => gate.changed.clear());
 });
 
@@ -195,7 +198,7 @@ await step("a shot that goes takes no other's focus", async () => {
     await page.evaluate(() => document.querySelector(".shot[aria-current=true]").focus());
     unlinkSync(inFolder("again.jpg"));
     await page.waitForFunction(() => !document.querySelector("#list").textContent.includes("again.jpg"), patience);
-    assert.match(await page.evaluate(() => document.activeElement.textContent), /made\.jpg/);
+    assert.match(await focusedShot(), /made\.jpg/);
 });
 
 await step("too little room is told before, and how much there is after an export", async () => {
@@ -219,6 +222,9 @@ await step("exports show after a reload, whatever is looked at", async () => {
     await says(page, "#title", "torn.jpg");
     assert.ok(await page.evaluate(() => document.querySelector("#job-list li").checkVisibility()));
     assert.ok(!await page.evaluate(() => document.querySelector("#adjust").checkVisibility()));
+    await page.goto(new URL(server.address).origin);
+    await jobReaches(page, "moon_1-360.jpg", ["finished"]);
+    assert.ok(await page.evaluate(() => document.querySelector("#job-list li").checkVisibility()));
 });
 await page.close();
 
