@@ -18,7 +18,7 @@
 
 namespace {
 
-// Pairs that each part makes between two looks at progress and cancel: about half a second.
+// Pairs that each part makes before their packets are written and progress is told: about half a second.
 constexpr int64_t kRoundPairs = 8;
 
 // The sound of the input that is wanted, written as far as its pictures are.
@@ -96,8 +96,8 @@ int SoundBeside::read() {
 // The parts that are made at a time.
 class Wave {
   public:
-    // The parts `first` up to `end`.
-    Wave(const PartJob& job, int64_t first, int64_t end);
+    // The parts `first` up to `end`; no pair is begun any more when something stands at `cancel_path`.
+    Wave(const PartJob& job, int64_t first, int64_t end, const char* cancel_path);
 
     // Each part that is not done makes some pairs more.
     void make_some();
@@ -113,12 +113,14 @@ class Wave {
 
     std::vector<std::unique_ptr<Part>> parts_;
     const int64_t round_pairs_;
+    const char* const cancel_path_;
     size_t writing_ = 0;  // the part whose packets are taken
 };
 
 // Parts in line for a thread must not make a round longer.
-Wave::Wave(const PartJob& job, int64_t first, int64_t end)
-    : round_pairs_(std::clamp<int64_t>(kRoundPairs * cv::getNumThreads() / (end - first), 1, kRoundPairs)) {
+Wave::Wave(const PartJob& job, int64_t first, int64_t end, const char* cancel_path)
+    : round_pairs_(std::clamp<int64_t>(kRoundPairs * cv::getNumThreads() / (end - first), 1, kRoundPairs)),
+      cancel_path_(cancel_path) {
     for (int64_t number = first; number < end; ++number) {
         parts_.push_back(std::make_unique<Part>(job, number));
     }
@@ -127,11 +129,14 @@ Wave::Wave(const PartJob& job, int64_t first, int64_t end)
 // Who is done with the round goes on while others are not, for a core that waits makes nothing. `behind`: how many
 // parts are not done with it.
 void Wave::make_round(Part* part, std::atomic<size_t>* behind) const {
-    part->make(round_pairs_);
+    const auto make_while = [&](const auto& wanted) {
+        for (int64_t pair = 0; pair < round_pairs_ && wanted() && !isCancelled(cancel_path_); ++pair) {
+            part->make(1);
+        }
+    };
+    make_while([] { return true; });
     --*behind;
-    for (int64_t more = 0; more<round_pairs_&& * behind> 0 && !part->is_done(); ++more) {
-        part->make(1);
-    }
+    make_while([behind] { return behind->load() > 0; });
 }
 
 void Wave::make_some() {
@@ -141,10 +146,10 @@ void Wave::make_some() {
             open.push_back(part.get());
         }
     }
+    std::atomic<size_t> behind = open.size();
     if (open.size() == 1) {
-        open.front()->make(round_pairs_);  // no other needs the threads that it shares its steps out to
+        make_round(open.front(), &behind);  // no other needs the threads that it shares its steps out to
     } else {
-        std::atomic<size_t> behind = open.size();
         in_parallel(static_cast<int>(open.size()), [&](const cv::Range& range) {
             for (int i = range.start; i < range.end; ++i) {
                 make_round(open[static_cast<size_t>(i)], &behind);
@@ -231,7 +236,7 @@ int libavIF::write_parts(const OutputOption& option, const PartPlan& plan, const
     const int64_t workers = option.workers > 0 ? option.workers : std::max(cv::getNumThreads(), 1);
     const int64_t end_part = (end + plan.part_pairs - 1) / plan.part_pairs;
     for (int64_t first = begin / plan.part_pairs; first < end_part; first += workers) {
-        Wave wave(job, first, std::min(first + workers, end_part));
+        Wave wave(job, first, std::min(first + workers, end_part), cancel_path);
         while (!wave.is_written()) {
             wave.make_some();
             if (wave.went_wrong()) {
