@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <limits>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -552,6 +553,20 @@ TEST(WriteVideo, LogsItsSteps) {
                   "[libavIF::write_video] output_frame_size:1000\n"
                   "[libavIF::write_video] output_frame_size:1000\n"
                   "[libavIF::write_video] loop finished 1 1\n");
+}
+
+// Sound that goes on behind the last pair is read in passes of its own.
+TEST(WriteVideo, LogsThePassesBehindTheLastPair) {
+    TempDir dir;
+    const Shot movies = small_movies(dir, {"--frames", "2", "--frames2", "30", "--sound", "2"});
+    const auto passes = [&](int audio_source) {
+        OutputOption option = option_for();
+        option.audio_source = audio_source;
+        const std::string log = write(movies, dir.file("out.mov"), option).log;
+        const std::regex line("output_frame_size");
+        return std::distance(std::sregex_iterator(log.begin(), log.end(), line), std::sregex_iterator());
+    };
+    EXPECT_GT(passes(1), passes(-1));
 }
 
 // ---- Failures ----
