@@ -235,7 +235,8 @@ int analyze_movie(const Request& request, const char** json_out, AnalyzeResult* 
     if (request.tells_unread) {
         Unread unread;
         unread.note(block && !exif.is_mkri && !exif.is_tiff, "exif");
-        unread.note(share_there(media.input_format[0], media.video_stream_index[0]) < 1, "movie");
+        const auto breaks_off = [&](int stream) { return share_there(media.input_format[0], stream) < 1; };
+        unread.note(breaks_off(media.video_stream_index[0]) || breaks_off(media.audio_stream_index[0]), "movie");
         *json_out = unread.added_to(const_cast<char*>(*json_out));
     }
     fill_result(media, exif, target, false, result);
