@@ -192,11 +192,19 @@ class Batch(CommandTest):
         return process
 
     def wait_for_event(self, event, output):
-        for _ in range(1000):
+        for _ in range(6000):
             if os.path.exists("out/.nq360/journal.jsonl") and output in count_of(event):
                 return
             time.sleep(0.01)
         self.fail(f"{output} was never {event}")
+
+    def wait_for_movie_file(self):
+        """Until a movie is being written, or has been."""
+        for _ in range(6000):
+            if any(name.endswith(".mov") for _, _, names in os.walk("out") for name in names):
+                return
+            time.sleep(0.01)
+        self.fail("no movie was begun")
 
     def test_changed_inputs_and_options_are_made_anew_alone(self):
         for stem in ("sun", "moon", "star"):
@@ -357,7 +365,7 @@ class Batch(CommandTest):
         for number in range(3):
             put_shot("card", f"IMG{100 + number}")
         process = self.start("--jobs", "1", *SMALL)
-        self.wait_for_event("begun", "a_1-360.mov")
+        self.wait_for_movie_file()  # for whose room it looks before
         free = os.statvfs("out")
         with open("out/rest", "wb") as file:
             file.write(bytes(free.f_bavail * free.f_frsize - (2 << 20)))
