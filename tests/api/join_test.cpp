@@ -164,10 +164,11 @@ TEST_F(Join, DoesNotWaitForAPipe) {
     const std::string pipe = dir.file("1.part");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const Watchdog watchdog("joining a pipe");
-    EXPECT_EQ(join(options_for({pipe.c_str()}, dir.file("out.mov"))).json().at("api_errstr"),
-              "it is no part of a movie");
+    const std::string joined = dir.file("out.mov");
+    EXPECT_EQ(join(options_for({pipe.c_str()}, joined)).json().at("api_errstr"), "it is no part of a movie");
     const Shot shot = movies_in(dir, {"--size", "1440", "--frames", "3", "--sound", "none"});
-    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, dir.file("2.part"), 128, 64);
+    const std::string output = dir.file("2.part");
+    NQ360_EXPORT_OPTIONS options = export_options(shot.one, shot.two, output, 128, 64);
     options.band = pipe.c_str();
     options.part = options.parts = 2;
     EXPECT_EQ(export_with(options).result, NQ360_FAILED);
