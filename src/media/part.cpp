@@ -30,18 +30,16 @@ void Part::rethrow() const {
     }
 }
 
-void Part::make(int64_t count) noexcept {
-    if (went_wrong_ || no_memory_) {
+void Part::make_next() noexcept {
+    if (went_wrong_ || no_memory_ || is_done()) {
         return;
     }
     try {
-        if (!panoramas_ && !is_done()) {
+        if (!panoramas_) {
             open();
         }
-        for (int64_t pair = 0; pair < count && !is_done(); ++pair) {
-            make_pair();
-        }
-        if (panoramas_ && is_done()) {
+        make_pair();
+        if (is_done()) {
             close();
         }
     } catch (const std::bad_alloc&) {

@@ -26,8 +26,8 @@ class Part {
     // The part of that number, counted from 0; `job` is borrowed. Nothing is opened yet.
     Part(const PartJob& job, int64_t number);
 
-    // Makes up to `count` pairs more. Any thread. What goes wrong is kept, and nothing is made after it.
-    void make(int64_t count) noexcept;
+    // Makes the next pair. Any thread. What goes wrong is kept, and nothing is made after it.
+    void make_next() noexcept;
 
     int64_t made() const { return next_ - first_; }  // pairs
     bool is_done() const { return next_ == end_; }

@@ -131,7 +131,7 @@ Wave::Wave(const PartJob& job, int64_t first, int64_t end, const char* cancel_pa
 void Wave::make_round(Part* part, std::atomic<size_t>* behind) const {
     const auto make_while = [&](const auto& wanted) {
         for (int64_t pair = 0; pair < round_pairs_ && wanted() && !isCancelled(cancel_path_); ++pair) {
-            part->make(1);
+            part->make_next();
         }
     };
     make_while([] { return true; });
