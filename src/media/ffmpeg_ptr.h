@@ -1,9 +1,10 @@
-// Owners for FFmpeg's objects inside functions, the names files go by, and how loud codecs are.
+// Owners for FFmpeg's objects inside functions, the names files go by, how loud codecs are, and errors in words.
 #pragma once
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/error.h>
 #include <libavutil/frame.h>
 #include <libswscale/swscale.h>
 }
@@ -43,4 +44,10 @@ constexpr int kErrorsOnly = AV_LOG_INFO - AV_LOG_ERROR;
 // A path as a name that FFmpeg takes for nothing but a file: without the protocol, "a:b.mov" is an address.
 inline std::string file_url(const char* path) {
     return std::string("file:") + path;
+}
+
+inline std::string error_words(int code) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = "";
+    av_strerror(code, text, sizeof(text));
+    return text;
 }

@@ -80,9 +80,7 @@ bool LensFile::read_to(double seconds, AVFrame* frame) {
         av_packet_unref(packet.get());
     }
     if (result < 0 && result != AVERROR_EOF && result != AVERROR_INVALIDDATA) {
-        char text[AV_ERROR_MAX_STRING_SIZE] = "";
-        av_strerror(result, text, sizeof(text));
-        throw UnreadableFile(result, text);
+        throw UnreadableFile(result, error_words(result));
     }
     return found;
 }

@@ -10,7 +10,7 @@
 // A file that cannot be opened; the text is FFmpeg's or the library's own.
 class UnreadableFile : public std::runtime_error {
   public:
-    UnreadableFile(int code, const char* text) : std::runtime_error(text), code_(code) {}
+    UnreadableFile(int code, const std::string& text) : std::runtime_error(text), code_(code) {}
 
     // FFmpeg's.
     int code() const { return code_; }

@@ -29,12 +29,6 @@ uint32_t crc_of(uint32_t crc, const uint8_t* bytes, int64_t count) {
     return av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), crc, bytes, static_cast<size_t>(count));
 }
 
-std::string error_words(int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE];
-    av_strerror(code, text, sizeof(text));
-    return text;
-}
-
 }  // namespace
 
 int ShareWriter::open(const char* path, const ShareHeader& header) {
