@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <optional>
 
 #include "base/files.h"
 #include "base/fingerprint.h"
@@ -227,7 +226,7 @@ int libavIF::write_share(const char* export_path, const char* cancel_path, const
     if (opened < 0) {
         return fail(opened);
     }
-    std::optional<InUse> in_use(std::in_place, &writer, &share_file);
+    const InUse in_use(&writer, &share_file);
     bool starts_over = false;
     int written = 0;
     if (plan) {
@@ -238,7 +237,6 @@ int libavIF::write_share(const char* export_path, const char* cancel_path, const
     if (written >= 0 && !starts_over && option.share.number == 1) {
         written = finish_streams();
     }
-    in_use.reset();
     if (written < 0) {
         return written;
     }
