@@ -7,11 +7,16 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include "projection/image_frame.h"
+
 namespace {
 
-int plane_rows(const AVFrame* frame, int plane) {
+ImageSize plane_size(const AVFrame* frame, int plane) {
     const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame->format));
-    return plane == 0 || !format ? frame->height : AV_CEIL_RSHIFT(frame->height, format->log2_chroma_h);
+    if (plane == 0 || !format) {
+        return {frame->width, frame->height};
+    }
+    return {AV_CEIL_RSHIFT(frame->width, format->log2_chroma_w), AV_CEIL_RSHIFT(frame->height, format->log2_chroma_h)};
 }
 
 int blank_buffer(AVCodecContext* decoder, AVFrame* frame, int flags) {
@@ -20,11 +25,6 @@ int blank_buffer(AVCodecContext* decoder, AVFrame* frame, int flags) {
         std::memset(frame->buf[i]->data, 0, frame->buf[i]->size);
     }
     return result;
-}
-
-int plane_columns(const AVFrame* frame, int plane) {
-    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame->format));
-    return plane == 0 || !format ? frame->width : AV_CEIL_RSHIFT(frame->width, format->log2_chroma_w);
 }
 
 bool is_blank(const uint8_t* row, int width) {
@@ -58,13 +58,13 @@ void blank_before_decoding(AVCodecContext* decoder) {
 int decoded_rows(const AVFrame* frame) {
     int rows = 0;
     for (int plane = 0; plane < 3 && frame->data[plane]; ++plane) {
-        const int height = plane_rows(frame, plane);
-        int row = height;
-        while (row > 0 && is_blank(frame->data[plane] + static_cast<ptrdiff_t>(row - 1) * frame->linesize[plane],
-                                   plane_columns(frame, plane))) {
+        const ImageSize size = plane_size(frame, plane);
+        int row = size.height;
+        while (row > 0 &&
+               is_blank(frame->data[plane] + static_cast<ptrdiff_t>(row - 1) * frame->linesize[plane], size.width)) {
             --row;
         }
-        rows = std::max(rows, static_cast<int>(static_cast<int64_t>(row) * frame->height / height));
+        rows = std::max(rows, static_cast<int>(static_cast<int64_t>(row) * frame->height / size.height));
     }
     return rows;
 }
