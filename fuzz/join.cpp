@@ -8,11 +8,8 @@ extern "C" {
 // Else nothing but the reading of it would be tried.
 static void set_crc(test_support::Bytes* share) {
     const size_t size = share->size() - 4;
-    const uint32_t crc =
-        av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), 0, reinterpret_cast<const uint8_t*>(share->data()), size);
-    for (size_t i = 0; i < 4; ++i) {
-        (*share)[size + i] = static_cast<test_support::Bytes::value_type>(crc >> (24 - 8 * i));
-    }
+    const uint32_t crc = av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), 0, share->data(), size);
+    test_support::overwrite(*share, size, test_support::be32(crc));
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -22,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > 4 && data[size - 1] % 2 == 0) {
         set_crc(&input);
     }
-    fuzz::write_input(share, reinterpret_cast<const uint8_t*>(input.data()), input.size());
+    fuzz::write_input(share, input.data(), input.size());
     const char* const files[] = {share.c_str()};
     NQ360_JOIN_OPTIONS options;
     NQ360_join_options_init(&options);
