@@ -1,14 +1,11 @@
 #include "looks.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <thread>
-
-#include <unistd.h>
 
 #include "jobs/errors.h"
 #include "jobs/failure.h"
@@ -125,8 +122,7 @@ Look Looks::look_at(const FileVersion& file) {
     }
     std::optional<std::string> beside;
     if (!folder_.empty()) {
-        static std::atomic<int> number = 0;
-        beside = folder_ + "/.nq360-" + std::to_string(getpid()) + "." + std::to_string(++number) + ".jpg";
+        beside = path_beside(folder_, ".jpg");
     }
     const Outcome outcome = analyze_in_turn(file.path, beside);
     const Json reply = read_reply(outcome.reply, Operation::kAnalysis);

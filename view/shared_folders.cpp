@@ -1,7 +1,6 @@
 #include "shared_folders.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -16,6 +15,7 @@
 
 #include "jobs/errors.h"
 #include "jobs/input_files.h"
+#include "jobs/whole_file.h"
 #include "terminal/console.h"
 
 namespace fs = std::filesystem;
@@ -132,8 +132,7 @@ bool SharedFolders::is_free(const std::string& name) const {
 
 // The extension stays: it tells the kind of file to write.
 std::string SharedFolders::work_file(const std::string& name) const {
-    static std::atomic<int> number = 0;
-    return made() + "/.nq360-" + std::to_string(getpid()) + "." + std::to_string(++number) + extension_of(name);
+    return path_beside(made(), extension_of(name));
 }
 
 bool SharedFolders::place(const std::string& file, const std::string& name) const {

@@ -13,13 +13,16 @@
 
 namespace fs = std::filesystem;
 
+std::string path_beside(const std::string& folder, const std::string& extension) {
+    static std::atomic<int> number = 0;
+    return fs::path(folder) / (".nq360-" + std::to_string(getpid()) + "." + std::to_string(++number) + extension);
+}
+
 void write_whole(const std::string& path, const std::string& bytes) {
     std::error_code error;
     const fs::path followed = fs::weakly_canonical(path, error);  // a link stays one
     const fs::path target = error ? fs::path(path) : followed;
-    static std::atomic<int> number = 0;  // two threads may write into one folder
-    const fs::path beside =
-        target.parent_path() / (".nq360-" + std::to_string(getpid()) + "." + std::to_string(++number));
+    const std::string beside = path_beside(target.parent_path(), "");
     std::ofstream file(beside, std::ios::binary | std::ios::trunc);
     if (!file) {
         throw CommandError(printable(path) + ": cannot be written (" + std::strerror(errno) + ")");
