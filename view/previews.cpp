@@ -36,13 +36,14 @@ NQ360_SHOT* Previews::shot_of(const ExportJob& job, const std::array<FileVersion
         kept_.splice(kept_.begin(), kept_, found);
         return kept_.front().shot.get();
     }
-    make_room(bytes_of(lens_width));
+    const size_t bytes = bytes_of(lens_width);
+    make_room(bytes);
     Outcome outcome;
     ShotHandle shot = open_shot(job, &outcome);
     if (!shot) {
         throw CommandError(export_failure(read_reply(outcome.reply, Operation::kExport), job));
     }
-    kept_.push_front({lenses, std::move(shot), bytes_of(lens_width)});
+    kept_.push_front({lenses, std::move(shot), bytes});
     return kept_.front().shot.get();
 }
 

@@ -5,7 +5,7 @@ import { keep } from "./api.js";
 /** @typedef {import("./api.js").Shot} Shot */
 /** @typedef {Record<string, string>} Look */
 
-const kRest = 250; // ms
+export const kRest = 250; // ms after which the hand rests
 
 /**
  * What the server told last.

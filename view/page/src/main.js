@@ -3,7 +3,7 @@ import { fileAddress, listShots, match, preview, thumbnailAddress } from "./api.
 import { beginAdjusting, offerBands, showAdjustments, stopComparing, stopDragging, turnBy } from "./adjust.js";
 import { byId, clock, say, wordsOf } from "./dom.js";
 import { beginExports, offerExport } from "./exports.js";
-import { beginKeeping, expectList, lookOf, setLook, setReadOnly } from "./keeper.js";
+import { beginKeeping, expectList, kRest, lookOf, setLook, setReadOnly } from "./keeper.js";
 import { markChosen, showShots } from "./list.js";
 import * as sphere from "./sphere.js";
 
@@ -11,7 +11,6 @@ import * as sphere from "./sphere.js";
 
 const kDragged = 1024; // pixels of a preview while the hand moves, and when it rests
 const kRested = 2880;
-const kRest = 250; // ms
 const kPoll = 2000;
 const kPollPending = 400;
 
