@@ -191,20 +191,21 @@ class Batch(CommandTest):
         self.addCleanup(process.kill)
         return process
 
-    def wait_for_event(self, event, output):
+    def wait_until(self, condition, failure):
         for _ in range(6000):
-            if os.path.exists("out/.nq360/journal.jsonl") and output in count_of(event):
+            if condition():
                 return
             time.sleep(0.01)
-        self.fail(f"{output} was never {event}")
+        self.fail(failure)
+
+    def wait_for_event(self, event, output):
+        self.wait_until(lambda: os.path.exists("out/.nq360/journal.jsonl") and output in count_of(event),
+                        f"{output} was never {event}")
 
     def wait_for_movie_file(self):
         """Until a movie is being written, or has been."""
-        for _ in range(6000):
-            if any(name.endswith(".mov") for _, _, names in os.walk("out") for name in names):
-                return
-            time.sleep(0.01)
-        self.fail("no movie was begun")
+        self.wait_until(lambda: any(name.endswith(".mov") for _, _, names in os.walk("out") for name in names),
+                        "no movie was begun")
 
     def test_changed_inputs_and_options_are_made_anew_alone(self):
         for stem in ("sun", "moon", "star"):

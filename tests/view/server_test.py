@@ -29,6 +29,13 @@ def request(server, line="GET /api/shots HTTP/1.1", host=None, cookie=None, more
     return f"{line}\r\n{host}{cookie}{more}\r\n".encode()
 
 
+def ask_and_wait(server, line):
+    """A connection that has asked for this and has read nothing yet."""
+    connection = socket.create_connection(("127.0.0.1", server.port), timeout=PATIENCE)
+    connection.sendall(request(server, line))
+    return connection
+
+
 class ServerTest(unittest.TestCase):
     def begin(self, names=(), *options, folder=None, cache=None):
         base = temporary_folder(self)
@@ -678,25 +685,22 @@ class WhatItStands(ServerTest):
         server = self.begin(MOVIE)
         for _ in range(3):
             order = server.json("/api/exports", "POST", {"shot": "movie1.mov", "settings": {"size": "3840x1920"}})
-        watchers = []
-        for _ in range(20):
-            watchers.append(socket.create_connection(("127.0.0.1", server.port), timeout=PATIENCE))
-            watchers[-1].sendall(request(server, f"GET /api/exports/{order['id']} HTTP/1.1"))
+        watchers = [ask_and_wait(server, f"GET /api/exports/{order['id']} HTTP/1.1") for _ in range(20)]
         statuses = [int(connection.recv(12).split()[1]) for connection in watchers]
         self.assertEqual((statuses.count(200), statuses.count(429)), (12, 8))
         self.assert_answered(server)
         for connection in watchers:
             connection.close()
 
+    def ask_for_long_file(self, server, count):
+        """Connections that have asked for a file of 4 GiB and read nothing of it."""
+        with open(self.folder / "long.mov", "wb") as file:
+            file.truncate(4 << 30)
+        return [ask_and_wait(server, "GET /files/long.mov HTTP/1.1") for _ in range(count)]
+
     def test_clients_that_read_nothing_hold_nobody_up(self):
         server = self.begin()
-        with open(self.folder / "long.mov", "wb") as file:
-            file.truncate(1 << 30)
-        lazy = []
-        for _ in range(10):
-            connection = socket.create_connection(("127.0.0.1", server.port))
-            connection.sendall(request(server, "GET /files/long.mov HTTP/1.1"))
-            lazy.append(connection)
+        lazy = self.ask_for_long_file(server, 10)
         self.assert_answered(server)
         for connection in lazy:
             connection.close()
@@ -705,10 +709,7 @@ class WhatItStands(ServerTest):
 
     def test_clients_that_read_slowly_hold_up_no_end(self):
         server = self.begin()
-        with open(self.folder / "long.mov", "wb") as file:
-            file.truncate(4 << 30)
-        with socket.create_connection(("127.0.0.1", server.port), timeout=PATIENCE) as slow:
-            slow.sendall(request(server, "GET /files/long.mov HTTP/1.1"))
+        with self.ask_for_long_file(server, 1)[0] as slow:
             self.assertIn(b" 200 ", slow.recv(100))
             server.process.send_signal(signal.SIGINT)
             deadline = time.monotonic() + PATIENCE
@@ -719,12 +720,7 @@ class WhatItStands(ServerTest):
 
     def test_files_that_are_not_taken_leave_room_for_others(self):
         server = self.begin()
-        with open(self.folder / "long.mov", "wb") as file:
-            file.truncate(1 << 30)
-        lazy = []
-        for _ in range(40):
-            lazy.append(socket.create_connection(("127.0.0.1", server.port), timeout=PATIENCE))
-            lazy[-1].sendall(request(server, "GET /files/long.mov HTTP/1.1"))
+        lazy = self.ask_for_long_file(server, 40)
         self.assert_answered(server)
         statuses = [int(connection.recv(12).split()[1]) for connection in lazy]
         self.assertEqual((statuses.count(200), statuses.count(503)), (12, 28))
