@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "lobby.h"
+#include "terminal/descriptor.h"
 
 namespace {
 

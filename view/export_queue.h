@@ -15,7 +15,7 @@
 
 #include "jobs/library.h"
 #include "jobs/replies.h"
-#include "stop_sign.h"
+#include "terminal/stop_sign.h"
 
 // One job of the queue.
 struct QueuedJob {

@@ -10,7 +10,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "jobs/errors.h"
 
@@ -45,21 +44,6 @@ int port_of(const Descriptor& listening) {
 }
 
 }  // namespace
-
-Descriptor::~Descriptor() {
-    if (number_ >= 0) {
-        close(number_);
-    }
-}
-
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-}
-
-int Descriptor::release() {
-    return std::exchange(number_, -1);
-}
 
 Lobby::Lobby(int port, TakeRequest take)
     : take_(std::move(take)), listening_(listening_socket(port)), port_(port_of(listening_)) {}

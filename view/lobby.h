@@ -8,25 +8,7 @@
 #include <string>
 
 #include "request_reader.h"
-
-// A file descriptor that closes itself.
-class Descriptor {
-  public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor();
-    Descriptor(Descriptor&& other) noexcept : number_(other.release()) {}
-    Descriptor& operator=(Descriptor&& other) noexcept;
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return number_; }
-    int release();
-    explicit operator bool() const { return number_ >= 0; }
-
-  private:
-    int number_ = -1;
-};
+#include "terminal/descriptor.h"
 
 // Gets a connection and its whole request, or the status that refuses it.
 using TakeRequest = std::function<void(Descriptor connection, int status, std::string request)>;

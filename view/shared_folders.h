@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "lobby.h"
+#include "terminal/descriptor.h"
 
 // A file as it is at the moment: another one at the same path is known by its size or time.
 struct FileVersion {

@@ -11,7 +11,6 @@
 #include "catalog.h"
 #include "door.h"
 #include "export_queue.h"
-#include "lobby.h"
 #include "looks.h"
 #include "previews.h"
 #include "seats.h"

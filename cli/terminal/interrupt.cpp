@@ -1,6 +1,5 @@
 #include "terminal/interrupt.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -9,10 +8,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "terminal/console.h"
+#include "terminal/stop_sign.h"
 
 namespace {
 
@@ -24,10 +23,13 @@ static_assert(std::atomic<int>::is_always_lock_free, "a handler may touch it");
 std::atomic<int> job_runs = 0;
 std::atomic<int> job_has_file = 0;
 std::atomic<int> message_descriptor = STDERR_FILENO;
-volatile sig_atomic_t opened_to_cancel = -1;
-volatile sig_atomic_t cancel_descriptor = -1;
 char notice[256];
 char job_file[PATH_MAX];
+
+const StopSign& stop_sign() {
+    static const StopSign sign;
+    return sign;
+}
 
 // Nothing of the job is left behind; then the signal takes the process as if it had never been caught.
 void end_at_once(int signal) {
@@ -43,7 +45,7 @@ void on_signal(int signal) {
     if (++signals_seen > 1) {
         end_at_once(signal);
     } else {
-        dup2(opened_to_cancel, cancel_descriptor);
+        stop_sign().raise();
         if (job_runs) {
             const ssize_t written = write(message_descriptor, notice, std::strlen(notice));
             static_cast<void>(written);
@@ -52,22 +54,10 @@ void on_signal(int signal) {
     errno = error;
 }
 
-// Descriptors are handed out from the lowest, so nothing else gets the last free one.
-void choose_cancel_descriptor() {
-    constexpr long kUsualMost = 1024;  // a far higher one would cost the system a longer table
-    const long most = sysconf(_SC_OPEN_MAX);
-    int last = static_cast<int>(most > 0 ? std::min(most, kUsualMost) : kUsualMost) - 1;
-    while (last > STDERR_FILENO && fcntl(last, F_GETFD) >= 0) {
-        --last;
-    }
-    opened_to_cancel = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    cancel_descriptor = last;
-}
-
 }  // namespace
 
 void watch_interrupts() {
-    choose_cancel_descriptor();
+    stop_sign();  // made before its handler can be called
     struct sigaction action = {};
     action.sa_handler = on_signal;
     action.sa_flags = SA_RESTART | SA_NODEFER;
@@ -85,7 +75,7 @@ bool interrupted() {
 }
 
 std::string cancel_path() {
-    return "/proc/self/fd/" + std::to_string(cancel_descriptor);
+    return stop_sign().path();
 }
 
 Stoppable::Stoppable(const std::string& waits_for) {

@@ -8,8 +8,7 @@ void watch_interrupts();
 
 bool interrupted();
 
-// A path at which something stands once a signal has come. It is the name of a descriptor of this process, which is
-// opened then: so no folder is needed for it.
+// A path at which something stands once a signal has come.
 std::string cancel_path();
 
 // A job that can be stopped, and says so when a signal comes. One at a time.

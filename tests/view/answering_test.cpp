@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "lobby.h"
+#include "terminal/descriptor.h"
 
 namespace {
 

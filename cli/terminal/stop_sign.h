@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "lobby.h"
+#include "terminal/descriptor.h"
 
 class StopSign {
   public:
@@ -12,9 +12,10 @@ class StopSign {
 
     std::string path() const;
 
-    // From now on something stands at the path.
+    // From now on something stands at the path. A signal's handler may call it.
     void raise() const;
 
   private:
     Descriptor descriptor_;
+    Descriptor raised_;
 };
