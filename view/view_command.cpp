@@ -14,6 +14,7 @@
 #include "answering.h"
 #include "jobs/arguments.h"
 #include "jobs/errors.h"
+#include "jobs/option.h"
 #include "jobs/replies.h"
 #include "lobby.h"
 #include "site.h"

@@ -11,6 +11,7 @@
 #include "jobs/in_order.h"
 #include "jobs/input_files.h"
 #include "jobs/library.h"
+#include "jobs/option.h"
 #include "jobs/replies.h"
 #include "terminal/interrupt.h"
 #include "terminal/progress.h"

@@ -8,6 +8,7 @@
 #include "commands/command.h"
 #include "jobs/band.h"
 #include "jobs/errors.h"
+#include "jobs/option.h"
 #include "jobs/shot_export.h"
 #include "jobs/size_text.h"
 #include "terminal/interrupt.h"

@@ -10,6 +10,7 @@
 #include "jobs/export_arguments.h"
 #include "jobs/failure.h"
 #include "jobs/job.h"
+#include "jobs/option.h"
 #include "jobs/proposal.h"
 #include "jobs/range.h"
 #include "jobs/shot_export.h"

@@ -4,10 +4,7 @@
 
 #include <array>
 #include <optional>
-#include <stdexcept>
 #include <string>
-
-#include <CLI/CLI.hpp>
 
 #include "nq360.h"
 
@@ -46,27 +43,3 @@ std::string gains_text(const Gains& gains);
 
 // A number as an argument is written: no more digits than it has.
 std::string number_text(double number);
-
-// An option whose argument a parser reads; `metavar` is its name in the help.
-template <typename T>
-CLI::Option* add_parsed(CLI::App& app, const std::string& name, T& target, T (*parse)(const std::string&),
-                        const std::string& metavar, const std::string& description) {
-    const auto read = [name, &target, parse](const std::string& text) {
-        try {
-            target = parse(text);
-        } catch (const std::invalid_argument& wrong) {
-            throw CLI::ValidationError(name, wrong.what());
-        }
-    };
-    return app.add_option_function<std::string>(name, read, description)->option_text(metavar);
-}
-
-// An option that is a plain text.
-template <typename T>
-CLI::Option* add_text(CLI::App& app, const std::string& name, T& target, const std::string& metavar,
-                      const std::string& description) {
-    return app
-        .add_option_function<std::string>(
-            name, [&target](const std::string& text) { target = text; }, description)
-        ->option_text(metavar);
-}

@@ -4,6 +4,7 @@
 #include <initializer_list>
 
 #include "jobs/defaults.h"
+#include "jobs/option.h"
 
 namespace {
 

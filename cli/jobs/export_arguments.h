@@ -4,11 +4,13 @@
 #include <optional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "jobs/arguments.h"
 #include "jobs/library.h"
 #include "jobs/pair_arguments.h"
+
+namespace CLI {
+class App;
+}
 
 struct ExportArguments {
     PairArguments pair;

@@ -3,6 +3,7 @@
 #include "jobs/arguments.h"
 #include "jobs/errors.h"
 #include "jobs/job.h"
+#include "jobs/option.h"
 #include "terminal/progress.h"
 
 namespace {

@@ -4,9 +4,11 @@
 #include <optional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "jobs/library.h"
+
+namespace CLI {
+class App;
+}
 
 // Two lens files, how their pictures are turned, and which part of them is meant; index 0 is lens 1.
 struct PairArguments {
