@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include "answering.h"
-#include "jobs/arguments.h"
 #include "jobs/errors.h"
 #include "jobs/option.h"
 #include "jobs/replies.h"

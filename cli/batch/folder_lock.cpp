@@ -10,6 +10,7 @@
 #include <iterator>
 #include <random>
 #include <sstream>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -85,14 +86,13 @@ Json owner_of(const std::string& text) {
 }
 
 // A new file of this content.
-int create(const std::string& path, const std::string& text) {
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (file < 0) {
-        return -1;
+Descriptor create(const std::string& path, const std::string& text) {
+    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!file) {
+        return file;
     }
-    if (write(file, text.data(), text.size()) != static_cast<ssize_t>(text.size()) || fsync(file) != 0) {
+    if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) || fsync(file.get()) != 0) {
         const int error = errno;
-        close(file);
         unlink(path.c_str());
         fail(path, error);
     }
@@ -138,7 +138,6 @@ FolderLock::~FolderLock() {
     if (holds()) {
         unlink(path_of(number_).c_str());
     }
-    close(file_);
 }
 
 bool FolderLock::holds() const {
@@ -177,8 +176,8 @@ bool FolderLock::take() {
         throw CommandError(busy_text(folder_, path_of(before.number), owner_of(before.owner), times_));
     }
     const int number = before.number + 1;
-    const int file = make(number);
-    if (file < 0) {
+    Descriptor file = make(number);
+    if (!file) {
         return false;
     }
     const std::vector<int> now = numbers();
@@ -186,7 +185,6 @@ bool FolderLock::take() {
     const bool is_as_before = before.number < 0 ? now.size() == 1 : contents(path_of(before.number)) == before.owner;
     if (!is_highest || !is_as_before) {
         unlink(path_of(number).c_str());
-        close(file);
         return false;
     }
     for (const int older : now) {
@@ -195,12 +193,12 @@ bool FolderLock::take() {
         }
     }
     number_ = number;
-    file_ = file;
+    file_ = std::move(file);
     return true;
 }
 
-// The lock of this number, open; -1 when it is there already.
-int FolderLock::make(int number) const {
+// The lock of this number, open; none when it is there already.
+Descriptor FolderLock::make(int number) const {
     const std::string text = json_line({{"id", id_},
                                         {"host", host_name()},
                                         {"process", getpid()},
@@ -208,28 +206,27 @@ int FolderLock::make(int number) const {
                                         {"machine", machine()}});
     const std::string path = path_of(number);
     const std::string own = notes_ + "/" + kAttempt + id_;
-    int file = create(own, text);
-    if (file < 0) {
+    Descriptor file = create(own, text);
+    if (!file) {
         fail(own, errno);
     }
     // The answer to a link may be lost on its way from a file server: the number of names tells (open(2), O_EXCL).
     struct stat status = {};
     const bool linked = link(own.c_str(), path.c_str()) == 0;
     const bool exists = !linked && errno == EEXIST;
-    const bool is_ours = linked || (fstat(file, &status) == 0 && status.st_nlink == 2);
+    const bool is_ours = linked || (fstat(file.get(), &status) == 0 && status.st_nlink == 2);
     unlink(own.c_str());
     if (is_ours) {
         return file;
     }
-    close(file);
     if (exists) {
-        return -1;
+        return {};
     }
-    file = create(path, text);  // no hard links here
-    if (file < 0 && errno != EEXIST) {
+    Descriptor direct = create(path, text);  // no hard links here
+    if (!direct && errno != EEXIST) {
         fail(path, errno);
     }
-    return file;
+    return direct;
 }
 
 bool FolderLock::is_stale(const Found& lock) const {
@@ -240,11 +237,9 @@ bool FolderLock::is_stale(const Found& lock) const {
     }
     // What is written now has the time of the file server's clock.
     const std::string probe = notes_ + "/" + kAttempt + "probe-" + id_;
-    const int file = create(probe, "\n");
-    if (file < 0) {
+    if (!create(probe, "\n")) {
         fail(probe, errno);
     }
-    close(file);
     const auto now = state_of_file(probe);
     const auto touched = state_of_file(path_of(lock.number));
     unlink(probe.c_str());
@@ -266,6 +261,6 @@ void FolderLock::remove_leftovers() const {
 void FolderLock::touch_regularly() {
     std::unique_lock<std::mutex> lock(mutex_);
     while (!ends_changed_.wait_for(lock, times_.touched_every, [this] { return ends_; })) {
-        futimens(file_, nullptr);
+        futimens(file_.get(), nullptr);
     }
 }

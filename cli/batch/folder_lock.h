@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "terminal/descriptor.h"
+
 struct LockTimes {
     std::chrono::milliseconds touched_every{10000};
     std::chrono::milliseconds stale_after{60000};
@@ -46,7 +48,7 @@ class FolderLock {
     std::vector<int> numbers() const;
     Found newest() const;
     bool take();
-    int make(int number) const;
+    Descriptor make(int number) const;
     bool is_stale(const Found& lock) const;
     void remove_leftovers() const;
     void touch_regularly();
@@ -56,7 +58,7 @@ class FolderLock {
     std::string id_;
     LockTimes times_;
     int number_ = -1;
-    int file_ = -1;
+    Descriptor file_;
     std::mutex mutex_;
     std::condition_variable ends_changed_;
     bool ends_ = false;

@@ -86,14 +86,8 @@ Journal::Journal(const std::string& folder, const std::string& name)
     : path_((fs::path(folder) / kNotesFolder / ("journal." + (name.empty() ? "" : name + ".") + "jsonl")).string()),
       file_(open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666)),
       ends_in_line_(ends_in_line(path_)) {
-    if (file_ < 0) {
+    if (!file_) {
         throw CommandError(printable(path_) + ": cannot be written (" + std::strerror(errno) + ")");
-    }
-}
-
-Journal::~Journal() {
-    if (file_ >= 0) {
-        close(file_);
     }
 }
 
@@ -101,9 +95,9 @@ void Journal::append(const Json& event) {
     Json line = {{"time", time_text()}};
     line.update(event);
     const std::string text = (ends_in_line_ ? "" : "\n") + json_line(line);
-    const ssize_t written = write(file_, text.data(), text.size());
+    const ssize_t written = write(file_.get(), text.data(), text.size());
     ends_in_line_ = written == static_cast<ssize_t>(text.size());
-    if (!ends_in_line_ || fdatasync(file_) != 0) {
+    if (!ends_in_line_ || fdatasync(file_.get()) != 0) {
         throw CommandError(printable(path_) + ": cannot be written (" + std::strerror(written < 0 ? errno : ENOSPC) +
                            "); what is made further on would not be known");
     }

@@ -9,6 +9,7 @@
 
 #include "batch/file_state.h"
 #include "jobs/replies.h"
+#include "terminal/descriptor.h"
 
 // The hidden folder of a batch's own files.
 constexpr const char* kNotesFolder = ".nq360";
@@ -18,16 +19,13 @@ class Journal {
     // DIR/.nq360/journal.jsonl or, with a name, DIR/.nq360/journal.NAME.jsonl. Throws CommandError when it cannot be
     // opened.
     explicit Journal(const std::string& folder, const std::string& name = "");
-    ~Journal();
-    Journal(const Journal&) = delete;
-    Journal& operator=(const Journal&) = delete;
 
     // Appends the line, with the time in front, and waits until it is on the disk. Throws CommandError when that fails.
     void append(const Json& event);
 
   private:
     std::string path_;
-    int file_ = -1;
+    Descriptor file_;
     bool ends_in_line_ = true;
 };
 

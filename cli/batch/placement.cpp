@@ -9,6 +9,7 @@
 
 #include "jobs/errors.h"
 #include "terminal/console.h"
+#include "terminal/descriptor.h"
 
 namespace fs = std::filesystem;
 
@@ -16,13 +17,8 @@ namespace {
 
 // 0, or the error.
 int sync(const fs::path& path) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) {
-        return errno;
-    }
-    const int error = fsync(file) == 0 ? 0 : errno;
-    close(file);
-    return error;
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file && fsync(file.get()) == 0 ? 0 : errno;
 }
 
 [[noreturn]] void fail(const Placement& placement, const std::string& what, const std::string& why) {
