@@ -177,11 +177,11 @@ class Slurm(unittest.TestCase):
             time.sleep(0.3)
         return states
 
-    def node_of_a_part(self):
-        """The node on which a part of the movie runs."""
-        lines = subprocess.run(["squeue", "-h", "-r", "-t", "RUNNING", "-o", "%N"], capture_output=True,
-                               check=False).stdout.decode().split()
-        return lines[0] if lines else None
+    @staticmethod
+    def nodes_at_work():
+        """The node of each task that runs."""
+        return subprocess.run(["squeue", "-h", "-r", "-t", "RUNNING", "-o", "%N"], capture_output=True,
+                              check=False).stdout.decode().split()
 
     def test_all_is_made_though_a_node_dies(self):
         self.make_shots()
@@ -195,12 +195,14 @@ class Slurm(unittest.TestCase):
         self.assertEqual(again.returncode, 1)
         self.assertIn("Slurm is at work on it", again.stderr.decode())
 
+        at_work = []
+
         def a_part_runs(states):
-            return any(task["state"] == "running" and task["output"].endswith(".part") for task in states)
+            at_work[:] = self.nodes_at_work()  # what was told to run may have ended since
+            return at_work and any(task["state"] == "running" and task["output"].endswith(".part") for task in states)
 
         self.wait_until(a_part_runs)
-        node = self.node_of_a_part()
-        self.cluster.kill_node(node)
+        self.cluster.kill_node(at_work[0])
         states = self.wait_until(lambda states: all(task["state"] == "done" for task in states))
         self.assertEqual(len(states), STILLS + 7 + 1)
 
